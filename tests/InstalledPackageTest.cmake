@@ -1,0 +1,56 @@
+# Installs the build into a fresh prefix, then builds and runs a separate
+# project against it with find_package(Morv CONFIG), and compiles the same
+# program with the flags that pkg-config gives.
+#
+# Inputs: MORV_BINARY_DIR, MORV_WORK_DIR, MORV_CONSUMER_DIR, MORV_GENERATOR,
+# MORV_EXTRA_FLAGS (compiler and linker flags the build used, such as the
+# sanitizers, which the consumer must share).
+
+function(run)
+  execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE out
+                  ERROR_VARIABLE out)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "failed (${result}): ${ARGV}\n${out}")
+  endif()
+  set(last_output "${out}" PARENT_SCOPE)
+endfunction()
+
+set(prefix ${MORV_WORK_DIR}/prefix)
+file(REMOVE_RECURSE ${MORV_WORK_DIR})
+file(MAKE_DIRECTORY ${MORV_WORK_DIR})
+
+run(${CMAKE_COMMAND} --install ${MORV_BINARY_DIR} --prefix ${prefix})
+
+# The CMake package.
+run(${CMAKE_COMMAND} -S ${MORV_CONSUMER_DIR} -B ${MORV_WORK_DIR}/build
+    -G ${MORV_GENERATOR} -DCMAKE_PREFIX_PATH=${prefix}
+    "-DCMAKE_CXX_FLAGS=${MORV_EXTRA_FLAGS}")
+run(${CMAKE_COMMAND} --build ${MORV_WORK_DIR}/build)
+run(${MORV_WORK_DIR}/build/consumer)
+if(NOT last_output MATCHES "consumer ok")
+  message(FATAL_ERROR "consumer built with CMake printed: ${last_output}")
+endif()
+
+# The pkg-config files.
+file(GLOB pc_dirs ${prefix}/lib*/pkgconfig ${prefix}/lib*/*/pkgconfig)
+list(JOIN pc_dirs ":" pc_path)
+set(ENV{PKG_CONFIG_PATH} ${pc_path})
+run(pkg-config --cflags --libs MorvString)
+string(STRIP "${last_output}" pc_flags)
+separate_arguments(pc_flags UNIX_COMMAND "${pc_flags}")
+separate_arguments(extra_flags UNIX_COMMAND "${MORV_EXTRA_FLAGS}")
+run(c++ -std=c++17 ${extra_flags} ${MORV_CONSUMER_DIR}/consumer.cpp ${pc_flags}
+    -o ${MORV_WORK_DIR}/consumer-pc)
+set(lib_dirs)
+foreach(flag IN LISTS pc_flags)
+  if(flag MATCHES "^-L(.*)")
+    list(APPEND lib_dirs ${CMAKE_MATCH_1})
+  endif()
+endforeach()
+list(JOIN lib_dirs ":" ld_path)
+set(ENV{LD_LIBRARY_PATH} ${ld_path})
+run(${MORV_WORK_DIR}/consumer-pc)
+if(NOT last_output MATCHES "consumer ok")
+  message(FATAL_ERROR "consumer built with pkg-config printed: ${last_output}")
+endif()
+message(STATUS "installed package works from CMake and pkg-config")
