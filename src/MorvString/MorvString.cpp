@@ -1,0 +1,89 @@
+// Whole-string conversions between UTF-8, wide (UTF-32) and UTF-16 strings.
+//
+// The results are exactly those of the straightforward routine: a
+// worst-case scratch buffer, one lenient reference conversion over the whole
+// input, the result kept only on conversionOK and cut at the first U+0000.
+// These versions get there faster: they check and measure the input in one
+// pass, then convert straight into a result string of the exact size (see
+// FastUTF.h for the building blocks and why they agree with the reference).
+
+#include "MorvString/MorvString.h"
+
+#include <cstring>
+#include <cwchar>
+#include <new>
+
+#include "FastUTF.h"
+
+namespace mvcs {
+
+std::wstring UTF8ToWide(const std::string& utf8) {
+  const std::size_t n = utf8.size();
+  if (n == 0) return std::wstring();
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8.data());
+  std::size_t characters = 0;
+  if (!fastutf::ValidateUTF8(p, n, &characters)) return std::wstring();
+  try {
+    std::wstring result(characters, L'\0');
+    fastutf::DecodeValidUTF8(p, n, &result[0]);
+    // A zero byte is U+0000 or (rarely) the second byte after ED or F4.
+    if (std::memchr(p, 0, n) != NULL) {
+      result.resize(std::wcslen(result.c_str()));
+    }
+    return result;
+  } catch (const std::bad_alloc&) {
+    return std::wstring();
+  }
+}
+
+std::string WideToUTF8(const std::wstring& wide) {
+  std::size_t units = wide.size();
+  if (units == 0) return std::string();
+  std::size_t bytes = 0;
+  bool hasZero = false;
+  if (!fastutf::ScanWide(wide.data(), units, &bytes, &hasZero)) return std::string();
+  if (hasZero) {
+    units = std::wcslen(wide.c_str());
+    fastutf::ScanWide(wide.data(), units, &bytes, &hasZero);
+  }
+  try {
+    std::string result(bytes, '\0');
+    fastutf::EncodeWide(wide.data(), units, &result[0]);
+    return result;
+  } catch (const std::bad_alloc&) {
+    return std::string();
+  }
+}
+
+std::string UnicodeToUTF8(unsigned short* units, unsigned long count) {
+  if (units == NULL || count == 0) return std::string();
+  // A high surrogate as the last unit ends the conversion sourceExhausted.
+  const unsigned short last = units[count - 1];
+  if (last >= 0xD800 && last <= 0xDBFF) return std::string();
+  bool hasZero = false;
+  std::size_t bytes = fastutf::ScanUTF16(units, count, &hasZero);
+  if (hasZero) {
+    count = 0;
+    while (units[count] != 0) ++count;
+    bytes = fastutf::ScanUTF16(units, count, &hasZero);
+  }
+  try {
+    std::string result(bytes + fastutf::kSlack, '\0');
+    fastutf::EncodeUTF16(units, count, &result[0]);
+    result.resize(bytes);
+    return result;
+  } catch (const std::bad_alloc&) {
+    return std::string();
+  }
+}
+
+bool IsUTF8(const std::string& text) {
+  return fastutf::ValidateUTF8(reinterpret_cast<const unsigned char*>(text.data()),
+                               text.size(), NULL);
+}
+
+std::string UTF8ToNative(const std::string& utf8) { return utf8; }
+
+std::string WideToNative(const std::wstring& wide) { return WideToUTF8(wide); }
+
+}  // namespace mvcs
