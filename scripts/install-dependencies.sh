@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building and testing need, if any are
+# missing (Debian 12). Installing needs root; when nothing is missing this
+# does nothing and needs no privileges.
+set -euo pipefail
+
+packages=(
+  cmake ninja-build g++ pkg-config   # toolchain
+  libgtest-dev libbenchmark-dev      # tests, benchmarks
+  libicu-dev                         # ICU headers; ICU as the benchmarks' peer
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$package")
+  fi
+done
+
+if ((${#missing[@]} == 0)); then
+  exit 0
+fi
+if [[ $(id -u) -ne 0 ]]; then
+  echo "Missing Debian packages: ${missing[*]}" >&2
+  echo "Run this as root, or: sudo apt-get install ${missing[*]}" >&2
+  exit 1
+fi
+echo "Installing: ${missing[*]}"
+apt-get update
+DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Builds and runs every test twice: a normal build (build/) and a build with
+# AddressSanitizer and UndefinedBehaviorSanitizer (build-sanitize/). Fails on
+# any failing test, compiler warning or sanitizer report. Installs missing
+# Debian packages first.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-dependencies.sh
+
+jobs=$(nproc)
+
+echo "== normal build"
+cmake -S . -B build -G Ninja -DMORV_WERROR=ON
+cmake --build build -j "$jobs"
+ctest --test-dir build --output-on-failure -j "$jobs"
+
+echo "== sanitizer build (address, undefined)"
+cmake -S . -B build-sanitize -G Ninja -DMORV_WERROR=ON -DMORV_SANITIZE=ON \
+  -DMORV_BUILD_BENCHMARKS=OFF
+cmake --build build-sanitize -j "$jobs"
+# Any report ends the process with an error: ASan and LeakSanitizer by
+# default, UBSan because the build does not recover from it.
+export ASAN_OPTIONS=detect_leaks=1:check_initialization_order=1:strict_init_order=1:detect_stack_use_after_return=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+ctest --test-dir build-sanitize --output-on-failure -j "$jobs"
+
+echo "== all tests passed in both builds"
