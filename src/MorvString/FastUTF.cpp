@@ -569,7 +569,7 @@ inline void EncodeUTF16One(const unsigned short*& u, const unsigned short* end, 
 
 }  // namespace
 
-void EncodeUTF16(const unsigned short* u, std::size_t n, char* out) {
+char* EncodeUTF16(const unsigned short* u, std::size_t n, char* out) {
   const unsigned short* const end = u + n;
   while (end - u >= 16) {
     if (NarrowAscii16(u, out)) {
@@ -587,6 +587,7 @@ void EncodeUTF16(const unsigned short* u, std::size_t n, char* out) {
     while (u < stop) EncodeUTF16One(u, end, out);
   }
   while (u < end) EncodeUTF16One(u, end, out);
+  return out;
 }
 
 }  // namespace fastutf

@@ -49,9 +49,10 @@ void EncodeWide(const wchar_t* w, std::size_t n, char* out);
 std::size_t ScanUTF16(const unsigned short* u, std::size_t n, bool* hasZero);
 
 // Encodes `n` UTF-16 units, read leniently, as UTF-8 into `out` (room for
-// the size ScanUTF16 gave, plus kSlack). A high surrogate as the last unit
-// is encoded as itself.
-void EncodeUTF16(const unsigned short* u, std::size_t n, char* out);
+// the size ScanUTF16 gave, or 3 bytes a unit, plus kSlack) and returns the
+// end of what it wrote. A high surrogate as the last unit is encoded as
+// itself.
+char* EncodeUTF16(const unsigned short* u, std::size_t n, char* out);
 
 }  // namespace fastutf
 }  // namespace mvcs

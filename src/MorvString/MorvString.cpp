@@ -17,6 +17,13 @@
 
 namespace mvcs {
 
+namespace {
+
+// Inputs up to this many units are converted without measuring them first.
+const unsigned long kShortInput = 256;
+
+}  // namespace
+
 std::wstring UTF8ToWide(const std::string& utf8) {
   const std::size_t n = utf8.size();
   if (n == 0) return std::wstring();
@@ -60,14 +67,24 @@ std::string UnicodeToUTF8(unsigned short* units, unsigned long count) {
   // A high surrogate as the last unit ends the conversion sourceExhausted.
   const unsigned short last = units[count - 1];
   if (last >= 0xD800 && last <= 0xDBFF) return std::string();
-  bool hasZero = false;
-  std::size_t bytes = fastutf::ScanUTF16(units, count, &hasZero);
-  if (hasZero) {
-    count = 0;
-    while (units[count] != 0) ++count;
-    bytes = fastutf::ScanUTF16(units, count, &hasZero);
-  }
   try {
+    if (count <= kShortInput) {
+      // Short input: encode into room for the worst case (3 bytes a unit),
+      // which costs less than measuring first. A zero byte in the output
+      // can only be U+0000, where the result ends.
+      std::string result(3 * count + fastutf::kSlack, '\0');
+      result.resize(fastutf::EncodeUTF16(units, count, &result[0]) - result.data());
+      const std::size_t nul = result.find('\0');
+      if (nul != std::string::npos) result.resize(nul);
+      return result;
+    }
+    bool hasZero = false;
+    std::size_t bytes = fastutf::ScanUTF16(units, count, &hasZero);
+    if (hasZero) {
+      count = 0;
+      while (units[count] != 0) ++count;
+      bytes = fastutf::ScanUTF16(units, count, &hasZero);
+    }
     std::string result(bytes + fastutf::kSlack, '\0');
     fastutf::EncodeUTF16(units, count, &result[0]);
     result.resize(bytes);
