@@ -29,7 +29,7 @@ else()
   string(REGEX REPLACE "/$" "" MORV_PC_UP "${MORV_PC_UP}")
   set(MORV_PC_PREFIX "\${pcfiledir}/${MORV_PC_UP}")
 endif()
-foreach(pc_name IN ITEMS MorvString)
+foreach(pc_name IN ITEMS MorvString MorvSettings)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${pc_name}.pc.in
                  ${PROJECT_BINARY_DIR}/${pc_name}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${pc_name}.pc

@@ -8,6 +8,8 @@ packages=(
   cmake ninja-build g++ pkg-config   # toolchain
   libgtest-dev libbenchmark-dev      # tests, benchmarks
   libicu-dev                         # ICU headers; ICU as the benchmarks' peer
+  libplist-dev                       # property-list files (libplist 2.2)
+  python3                            # plistlib, an independent reader in the tests
 )
 
 missing=()

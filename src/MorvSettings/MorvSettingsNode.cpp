@@ -1,0 +1,367 @@
+// MorvSettings: construction, the factory, opening, navigation,
+// enumeration, deletion and closing of settings nodes. The typed Store and
+// Fetch operations are in MorvSettingsValues.cpp.
+
+#include "MorvSettingsNode.h"
+
+#include <list>
+
+#include "MorvString/MorvString.h"
+#include "SettingsFiles.h"
+#include "SettingsText.h"
+
+namespace mvcs {
+
+namespace {
+
+// Scopes as bit sets over their values (bit n for value n).
+const unsigned kUserSet = 0x92;            // 1, 4, 7: the per-user file
+const unsigned kFallbackSet = 0x124;       // 2, 5, 8: per-user, shared as fallback
+const unsigned kSharedSet = 0x248;         // 3, 6, 9: the shared file
+const unsigned kUserReadWriteSet = 0x1B6;  // 1, 2, 4, 5, 7, 8
+
+bool InSet(MORVSETTINGSTYPE scope, unsigned set) {
+  return (unsigned)scope <= 9 && ((1u << (unsigned)scope) & set) != 0;
+}
+
+// Scopes 7, 8 and 9 create missing files and keys.
+bool Creates(MORVSETTINGSTYPE scope) { return (unsigned)scope - 7u <= 2u; }
+
+bool HasReadWriteFile(MORVSETTINGSTYPE scope) {
+  return InSet(scope, kUserReadWriteSet) || InSet(scope, kSharedSet);
+}
+
+// Adds the names of the entries of `dictionary` that are (or are not)
+// dictionaries.
+void CollectNames(const PListDictionary* dictionary, bool dictionaries,
+                  std::set<std::string>& names) {
+  if (dictionary == NULL) return;
+  for (const auto& entry : dictionary->GetEntries()) {
+    if ((AsDictionary(entry.second) != NULL) == dictionaries) names.insert(entry.first);
+  }
+}
+
+void ToWide(const std::set<std::string>& names, std::set<std::wstring>& wide) {
+  wide.clear();
+  for (const std::string& name : names) wide.insert(UTF8ToWide(name));
+}
+
+}  // namespace
+
+std::vector<std::string> tokenize(const std::string& text, const std::string& separators) {
+  std::vector<std::string> pieces;
+  if (text.empty()) return pieces;
+  for (std::size_t start = 0;;) {
+    const std::size_t cut = text.find_first_of(separators, start);
+    pieces.push_back(text.substr(start, cut == std::string::npos ? cut : cut - start));
+    if (cut == std::string::npos) break;
+    start = cut + 1;
+  }
+  return pieces;
+}
+
+MorvSettings::MorvSettings(MORVSETTINGSTYPE scope, const std::string& name,
+                           MorvSettings* parent, const std::string& productId)
+    : m_scope(scope), m_name(name), m_fullKeyPath(name) {
+  if (parent != NULL) {
+    m_fullKeyPath = parent->m_fullKeyPath + "/" + name;
+    m_sharedFilePath = parent->m_sharedFilePath;
+    m_userFilePath = parent->m_userFilePath;
+    parent->m_children[name].Assign(this);  // replaces an earlier child of that name
+    return;
+  }
+  const std::string userDirectory = UserPreferencesDirectory();
+  if (!userDirectory.empty()) {
+    m_userFilePath = userDirectory + "/" +
+                     (productId.empty() ? std::string("com.morv.plist")
+                                        : "com.morv." + productId + ".plist");
+  }
+  m_sharedFilePath = SharedPreferencesDirectory() + "/com.morv.plist";
+}
+
+MorvSettings::~MorvSettings() { Close(); }
+
+bool MorvSettings::CreateMorvSettingsInternal(const std::string& path, MORVSETTINGSTYPE scope,
+                                              IMorvSettings** out) {
+  std::string text;
+  if (path.empty() || !StoredText(path, text)) return false;
+  const std::vector<std::string> components = tokenize(text, "/\\");
+  const std::string productId =
+      components.size() >= 2 && components[0] == "Settings" ? components[1] : std::string();
+  // The chain is held here while it is built; each node also holds its
+  // child, so after this list goes only the handed-out node (and what it
+  // holds) stays.
+  std::list<mvtl::RefCountedPtr_STLSafe<IMorvSettings>> chain;
+  MorvSettings* deepest = NULL;
+  for (const std::string& component : components) {
+    if (component.empty()) return false;
+    MorvSettings* node = new MorvSettings(scope, component, deepest, productId);
+    chain.emplace_back();
+    chain.back().Assign(node);
+    deepest = node;
+  }
+  if (deepest == NULL || !deepest->Open()) return false;
+  if (out != NULL) {
+    *out = deepest;
+    deepest->AddRef();
+  }
+  return true;
+}
+
+bool CreateMorvSettings(std::string const& path, MORVSETTINGSTYPE scope,
+                        IMorvSettings** settings) {
+  return MorvSettings::CreateMorvSettingsInternal(path, scope, settings);
+}
+
+bool CreateMorvSettings(std::wstring const& path, MORVSETTINGSTYPE scope,
+                        IMorvSettings** settings) {
+  return MorvSettings::CreateMorvSettingsInternal(WideToUTF8(path), scope, settings);
+}
+
+bool MorvSettings::Open() {
+  if (m_userKey.Get() != NULL || m_sharedKey.Get() != NULL) return true;
+  const bool create = Creates(m_scope);
+  // Files are fetched through the smart pointers' out-parameter, which
+  // requires them empty: a node whose earlier open obtained a file but then
+  // failed (and was not closed since) stops the process here.
+  if (InSet(m_scope, kUserSet)) {
+    if (m_userFilePath.empty()) return false;
+    PList::GetPList(m_userFilePath, &m_userFile);
+    if (!m_userFile->Open(create)) return false;
+  } else if (InSet(m_scope, kFallbackSet)) {
+    if (m_userFilePath.empty() || m_sharedFilePath.empty()) return false;
+    PList::GetPList(m_userFilePath, &m_userFile);
+    m_userFile->Open(create);
+    PList::GetPList(m_sharedFilePath, &m_sharedFile);
+    m_sharedFile->Open(false);  // the fallback is never created
+  } else if (InSet(m_scope, kSharedSet)) {
+    if (m_sharedFilePath.empty()) return false;
+    PList::GetPList(m_sharedFilePath, &m_sharedFile);
+    if (!m_sharedFile->Open(create)) return false;
+  }
+  GetChildKey(m_sharedFile.Get(), m_fullKeyPath, create, false, m_sharedKey, m_sharedParent);
+  GetChildKey(m_userFile.Get(), m_fullKeyPath, create, true, m_userKey, m_userParent);
+  switch (m_scope) {
+    case MORVSETTINGSTYPE_USER:
+    case MORVSETTINGSTYPE_USER_ALT:
+    case MORVSETTINGSTYPE_USER_CREATE:
+    case MORVSETTINGSTYPE_USER_WITH_SHARED_CREATE:  // with create it always has one
+      return m_userKey.Get() != NULL;
+    case MORVSETTINGSTYPE_USER_WITH_SHARED:
+    case MORVSETTINGSTYPE_USER_WITH_SHARED_ALT:
+      return m_userKey.Get() != NULL || m_sharedKey.Get() != NULL;
+    case MORVSETTINGSTYPE_SHARED:
+    case MORVSETTINGSTYPE_SHARED_ALT:
+    case MORVSETTINGSTYPE_SHARED_CREATE:
+      return m_sharedKey.Get() != NULL;
+    default:
+      return true;  // no file at all
+  }
+}
+
+// Walks `keyPath` ("/"-separated) down from `file`'s root. Each component
+// must be a dictionary: a value in the way fails (false, nothing set); a
+// missing one is made with `create` (an empty dictionary, the file not
+// marked dirty), and otherwise fails for the per-user file (false) but not
+// for the shared one (true), nothing set in both cases. On reaching the end,
+// `key` receives the dictionary reached and `parent` the one holding it.
+// With no file or no loaded tree: true, nothing set.
+bool MorvSettings::GetChildKey(PList* file, const std::string& keyPath, bool create,
+                               bool isUserFile,
+                               mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
+                               mvtl::RefCountedPtr_STLSafe<PListDictionary>& parent) {
+  if (file == NULL || file->GetRoot() == NULL) return true;
+  const std::vector<std::string> components = tokenize(keyPath, "/");
+  // No key deeper than a settings file may nest (the root is one level).
+  if (components.size() >= kMaxNesting) return false;
+  PListDictionary* current = file->GetRoot();
+  PListDictionary* holder = current;
+  for (const std::string& component : components) {
+    const PListValue* entry = current->Find(component);
+    PListDictionary* next = NULL;
+    if (entry != NULL) {
+      next = AsDictionary(*entry);
+      if (next == NULL) return false;
+    } else if (create) {
+      PListDictionaryRef made;
+      made.Assign(new PListDictionary);
+      current->Set(component, made);
+      next = made.Get();
+    } else {
+      return !isUserFile;
+    }
+    holder = current;
+    current = next;
+  }
+  key.Assign(current);
+  parent.Assign(holder);
+  return true;
+}
+
+bool MorvSettings::GetName(std::string& name) {
+  name = m_name;
+  return true;
+}
+
+bool MorvSettings::GetName(std::wstring& name) {
+  name = UTF8ToWide(m_name);
+  return true;
+}
+
+MorvSettings* MorvSettings::OpenChild(const std::string& name) {
+  const ChildMap::iterator found = m_children.find(name);
+  if (found != m_children.end()) {
+    MorvSettings* child = dynamic_cast<MorvSettings*>(found->second.Get());
+    return child != NULL && child->Open() ? child : NULL;
+  }
+  // The new child enters the child map (which keeps it, also when it fails
+  // to open); this holds it while it opens.
+  const mvtl::RefCountedPtr<MorvSettings> child(
+      new MorvSettings(m_scope, name, this, std::string()));
+  return child->Open() ? child.Get() : NULL;
+}
+
+bool MorvSettings::GetChild(std::string const& name, IMorvSettings** out) {
+  std::string path;
+  if (name.empty() || !StoredText(name, path) || !Open()) return false;
+  const std::size_t separator = path.find_first_of("/\\");
+  IMorvSettings* child = OpenChild(path.substr(0, separator));
+  if (child == NULL) return false;
+  if (separator != std::string::npos) return child->GetChild(path.substr(separator + 1), out);
+  if (out != NULL) {
+    *out = child;
+    child->AddRef();
+  }
+  return true;
+}
+
+bool MorvSettings::GetChild(std::wstring const& name, IMorvSettings** out) {
+  return GetChild(WideToUTF8(name), out);
+}
+
+bool MorvSettings::GetValueNameSet(std::set<std::string>& names) {
+  names.clear();
+  if (!Open()) return false;
+  CollectNames(GetReadWriteKey(), false, names);
+  if (InSet(m_scope, kFallbackSet)) CollectNames(m_sharedKey.Get(), false, names);
+  return true;
+}
+
+bool MorvSettings::GetChildNameSet(std::set<std::string>& names) {
+  names.clear();
+  if (!Open()) return false;
+  CollectNames(GetReadWriteKey(), true, names);
+  if (InSet(m_scope, kFallbackSet)) CollectNames(m_sharedKey.Get(), true, names);
+  return true;
+}
+
+bool MorvSettings::GetValueNames(std::set<std::string>& names) { return GetValueNameSet(names); }
+
+bool MorvSettings::GetValueNames(std::set<std::wstring>& names) {
+  std::set<std::string> narrow;
+  if (!GetValueNameSet(narrow)) return false;
+  ToWide(narrow, names);
+  return true;
+}
+
+bool MorvSettings::GetValueCount(unsigned long& count) {
+  std::set<std::string> names;
+  if (!GetValueNameSet(names)) return false;
+  count = names.size();
+  return true;
+}
+
+bool MorvSettings::GetChildNames(std::set<std::string>& names) { return GetChildNameSet(names); }
+
+bool MorvSettings::GetChildNames(std::set<std::wstring>& names) {
+  std::set<std::string> narrow;
+  if (!GetChildNameSet(narrow)) return false;
+  ToWide(narrow, names);
+  return true;
+}
+
+bool MorvSettings::GetChildCount(unsigned long& count) {
+  std::set<std::string> names;
+  if (!GetChildNameSet(names)) return false;
+  count = names.size();
+  return true;
+}
+
+bool MorvSettings::Delete(std::string const& name) {
+  std::string key;
+  if (name.empty() || !StoredText(name, key) || !Open() || !HasReadWriteFile(m_scope)) {
+    return false;
+  }
+  PListDictionary* target = GetReadWriteKey();
+  if (target == NULL) return false;
+  target->Remove(key);  // a missing name is no error
+  SetDirty(target);
+  return true;
+}
+
+bool MorvSettings::Delete(std::wstring const& name) { return Delete(WideToUTF8(name)); }
+
+bool MorvSettings::Delete() {
+  if (m_userKey.Get() == NULL && m_sharedKey.Get() == NULL) return false;
+  PListDictionary* const target = GetReadWriteKey();
+  PListDictionary* parent = NULL;
+  if (HasReadWriteFile(m_scope)) {
+    ClearDirty(target);
+    if (target == m_userKey.Get()) {
+      SetDirty(target);
+      parent = m_userParent.Get();
+    } else if (target == m_sharedKey.Get()) {
+      SetDirty(target);
+      parent = m_sharedParent.Get();
+    }
+  }
+  const bool removed = target != NULL && parent != NULL;
+  if (removed) parent->Remove(m_name);
+  Close();  // saves
+  m_children.clear();
+  return removed;
+}
+
+bool MorvSettings::Close() {
+  bool saved = true;
+  if (m_userFile.Get() != NULL && !m_userFile->Save()) saved = false;
+  if (m_sharedFile.Get() != NULL && !m_sharedFile->Save()) saved = false;
+  m_userKey.Assign(NULL);
+  m_userParent.Assign(NULL);
+  m_userFile = static_cast<const PList*>(NULL);
+  m_sharedKey.Assign(NULL);
+  // The shared key's parent stays set: it does not stop a later Open, which
+  // looks only at the keys, and the next Open replaces it.
+  m_sharedFile = static_cast<const PList*>(NULL);
+  return saved;
+}
+
+PListDictionary* MorvSettings::GetReadWriteKey() const {
+  if (InSet(m_scope, kUserReadWriteSet)) return m_userKey.Get();
+  if (InSet(m_scope, kSharedSet)) return m_sharedKey.Get();
+  return NULL;
+}
+
+PListDictionary* MorvSettings::GetReadKeyFallback() const {
+  return InSet(m_scope, kFallbackSet) ? m_sharedKey.Get() : NULL;
+}
+
+// The shared key is tested first, by identity, null included; a file
+// reference that is empty (scopes without that file) marks nothing.
+void MorvSettings::SetDirty(PListDictionary* dictionary) {
+  if (dictionary == m_sharedKey.Get()) {
+    if (m_sharedFile.Get() != NULL) m_sharedFile->SetDirty(true);
+  } else if (dictionary == m_userKey.Get()) {
+    if (m_userFile.Get() != NULL) m_userFile->SetDirty(true);
+  }
+}
+
+void MorvSettings::ClearDirty(PListDictionary* dictionary) {
+  if (dictionary == m_sharedKey.Get()) {
+    if (m_sharedFile.Get() != NULL) m_sharedFile->SetDirty(false);
+  } else if (dictionary == m_userKey.Get()) {
+    if (m_userFile.Get() != NULL) m_userFile->SetDirty(false);
+  }
+}
+
+}  // namespace mvcs

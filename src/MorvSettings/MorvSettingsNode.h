@@ -1,0 +1,181 @@
+// MorvSettings: the one implementation of IMorvSettings, a node of the
+// settings tree with its files and key dictionaries.
+
+#ifndef MORVSETTINGS_MORVSETTINGSNODE_H
+#define MORVSETTINGS_MORVSETTINGSNODE_H
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "MorvSettings/MorvSettings.h"
+#include "PList.h"
+#include "PListTree.h"
+#include "RefCountedObject.h"
+#include "mvtl/RefCountedPtr.h"
+
+namespace mvcs {
+
+// Splits `text` at every character of `separators`, keeping empty pieces (a
+// leading, doubled or trailing separator gives one). Empty text gives none.
+std::vector<std::string> tokenize(const std::string& text, const std::string& separators);
+
+class MorvSettings : public RefCountedObject<IMorvSettings> {
+ public:
+  typedef std::map<std::string, mvtl::RefCountedPtr_STLSafe<IMorvSettings>> ChildMap;
+
+  // The node `name` with `scope`. With a parent, it takes the parent's file
+  // paths and enters the parent's child map (which holds a reference to
+  // it); without one, it computes the paths: the per-user file from
+  // `productId` ("com.morv.<productId>.plist", or "com.morv.plist" when it
+  // is empty) and the shared file. The count starts at 0.
+  MorvSettings(MORVSETTINGSTYPE scope, const std::string& name, MorvSettings* parent,
+               const std::string& productId);
+
+  // The factory's worker: builds one node per component of `path` and
+  // opens the deepest, which *out receives with one reference added.
+  static bool CreateMorvSettingsInternal(const std::string& path, MORVSETTINGSTYPE scope,
+                                         IMorvSettings** out);
+
+  // Opens the files that the scope selects and finds (or, with scopes 7 to
+  // 9, creates) the key dictionaries. Returns at once when a key is open.
+  // Reopening a node whose earlier open obtained its file but failed, with
+  // no Close since, aborts on the "ptr == NULL" assertion.
+  bool Open();
+
+  // Saves both files, then drops the key dictionaries and file references
+  // (the shared key's parent stays set). True when every save succeeded.
+  bool Close();
+
+  // The key dictionary that stores write and fetches read (per-user for
+  // scopes 1, 2, 4, 5, 7, 8; shared for 3, 6, 9; null otherwise), and the
+  // shared key for scopes 2, 5 and 8 (null otherwise).
+  PListDictionary* GetReadWriteKey() const;
+  PListDictionary* GetReadKeyFallback() const;
+
+  // Marks the file that owns `dictionary` (one of the key dictionaries)
+  // dirty, or clean. The shared key is tested first.
+  void SetDirty(PListDictionary* dictionary);
+  void ClearDirty(PListDictionary* dictionary);
+
+  // The names of the values and of the child keys (see the interface).
+  bool GetValueNameSet(std::set<std::string>& names);
+  bool GetChildNameSet(std::set<std::string>& names);
+
+  // State, for tests and tools.
+  MORVSETTINGSTYPE GetScope() const { return m_scope; }
+  const std::string& GetFullKeyPath() const { return m_fullKeyPath; }
+  const std::string& GetUserFilePath() const { return m_userFilePath; }
+  const std::string& GetSharedFilePath() const { return m_sharedFilePath; }
+  PList* GetUserFile() const { return m_userFile.Get(); }
+  PList* GetSharedFile() const { return m_sharedFile.Get(); }
+  PListDictionary* GetUserKey() const { return m_userKey.Get(); }
+  PListDictionary* GetSharedKey() const { return m_sharedKey.Get(); }
+  PListDictionary* GetSharedParent() const { return m_sharedParent.Get(); }
+  const ChildMap& GetChildren() const { return m_children; }
+
+  // IMorvSettings.
+  bool GetName(std::string& name) override;
+  bool GetName(std::wstring& name) override;
+  bool GetChildCount(unsigned long& count) override;
+  bool GetChildNames(std::set<std::string>& names) override;
+  bool GetChildNames(std::set<std::wstring>& names) override;
+  bool GetChild(std::string const& name, IMorvSettings** child) override;
+  bool GetChild(std::wstring const& name, IMorvSettings** child) override;
+  bool GetValueCount(unsigned long& count) override;
+  bool GetValueNames(std::set<std::string>& names) override;
+  bool GetValueNames(std::set<std::wstring>& names) override;
+
+  bool StoreInteger(std::string const& name, long long value) override;
+  bool StoreInteger(std::wstring const& name, long long value) override;
+  bool StoreInt32(std::string const& name, int value) override;
+  bool StoreInt32(std::wstring const& name, int value) override;
+  bool StoreUint32(std::string const& name, unsigned int value) override;
+  bool StoreUint32(std::wstring const& name, unsigned int value) override;
+  bool StoreInt64(std::string const& name, long long value) override;
+  bool StoreInt64(std::wstring const& name, long long value) override;
+  bool StoreUint64(std::string const& name, unsigned long long value) override;
+  bool StoreUint64(std::wstring const& name, unsigned long long value) override;
+  bool StoreFloat(std::string const& name, float value) override;
+  bool StoreFloat(std::wstring const& name, float value) override;
+  bool StoreDouble(std::string const& name, double value) override;
+  bool StoreDouble(std::wstring const& name, double value) override;
+  bool StoreBoolean(std::string const& name, bool value) override;
+  bool StoreBoolean(std::wstring const& name, bool value) override;
+  bool StoreUTF8String(std::string const& name, std::string const& value) override;
+  bool StoreUTF8String(std::wstring const& name, std::string const& value) override;
+  bool StoreWideString(std::string const& name, std::wstring const& value) override;
+  bool StoreWideString(std::wstring const& name, std::wstring const& value) override;
+  bool StoreBuffer(std::string const& name, void const* data, unsigned long length) override;
+  bool StoreBuffer(std::wstring const& name, void const* data, unsigned long length) override;
+
+  bool FetchInteger(std::string const& name, long long& value) override;
+  bool FetchInteger(std::wstring const& name, long long& value) override;
+  bool FetchInt32(std::string const& name, int& value) override;
+  bool FetchInt32(std::wstring const& name, int& value) override;
+  bool FetchUint32(std::string const& name, unsigned int& value) override;
+  bool FetchUint32(std::wstring const& name, unsigned int& value) override;
+  bool FetchInt64(std::string const& name, long long& value) override;
+  bool FetchInt64(std::wstring const& name, long long& value) override;
+  bool FetchUint64(std::string const& name, unsigned long long& value) override;
+  bool FetchUint64(std::wstring const& name, unsigned long long& value) override;
+  bool FetchFloat(std::string const& name, float& value) override;
+  bool FetchFloat(std::wstring const& name, float& value) override;
+  bool FetchDouble(std::string const& name, double& value) override;
+  bool FetchDouble(std::wstring const& name, double& value) override;
+  bool FetchBoolean(std::string const& name, bool& value) override;
+  bool FetchBoolean(std::wstring const& name, bool& value) override;
+  bool FetchUTF8String(std::string const& name, std::string& value) override;
+  bool FetchUTF8String(std::wstring const& name, std::string& value) override;
+  bool FetchWideString(std::string const& name, std::wstring& value) override;
+  bool FetchWideString(std::wstring const& name, std::wstring& value) override;
+  bool FetchBuffer(std::string const& name, mvtl::MemoryBuffer<unsigned char>& value) override;
+  bool FetchBuffer(std::wstring const& name, mvtl::MemoryBuffer<unsigned char>& value) override;
+
+  bool Delete(std::string const& name) override;
+  bool Delete(std::wstring const& name) override;
+  bool Delete() override;
+
+ protected:
+  // Counted: destroyed by the last Release. Closes (saving both files).
+  ~MorvSettings() override;
+
+ private:
+  // Finds (or, with `create`, makes) the dictionary at `keyPath` in
+  // `file`'s tree; see the definition for the results.
+  static bool GetChildKey(PList* file, const std::string& keyPath, bool create,
+                          bool isUserFile, mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
+                          mvtl::RefCountedPtr_STLSafe<PListDictionary>& parent);
+
+  // The child node for `name` (one component): found in the child map or
+  // made, and opened. Null when it cannot open.
+  MorvSettings* OpenChild(const std::string& name);
+
+  // The shared paths of the typed operations (MorvSettingsValues.cpp).
+  bool StoreValue(const std::string& name, PListValue value);
+  template <class T, class Reader>
+  bool FetchValue(const std::string& name, T& value, Reader read);
+  template <class Result, class... Params, class... Args>
+  Result CallNarrow(Result (IMorvSettings::*narrow)(const std::string&, Params...),
+                    const std::wstring& name, Args&&... args);
+  template <class Name, class T>
+  bool FetchIntegerView(const Name& name, T& value);
+
+  MORVSETTINGSTYPE m_scope;
+  std::string m_name;
+  std::string m_fullKeyPath;
+  std::string m_sharedFilePath;  // empty when there is no shared folder
+  mvtl::RefCountedPtr<PList> m_sharedFile;
+  mvtl::RefCountedPtr_STLSafe<PListDictionary> m_sharedKey;
+  mvtl::RefCountedPtr_STLSafe<PListDictionary> m_sharedParent;
+  std::string m_userFilePath;  // empty when there is no user folder
+  mvtl::RefCountedPtr<PList> m_userFile;
+  mvtl::RefCountedPtr_STLSafe<PListDictionary> m_userKey;
+  mvtl::RefCountedPtr_STLSafe<PListDictionary> m_userParent;
+  ChildMap m_children;
+};
+
+}  // namespace mvcs
+
+#endif  // MORVSETTINGS_MORVSETTINGSNODE_H

@@ -1,0 +1,88 @@
+// PList: the shared in-memory copy of one settings file (see PList.h).
+
+#include "PList.h"
+
+#include "PListFormat.h"
+#include "SettingsFiles.h"
+
+namespace mvcs {
+
+PList::Cache& PList::s_plistCache() {
+  static Cache cache;
+  return cache;
+}
+
+void PList::GetPList(const std::string& path, PList** out) {
+  mvtl::RefCountedPtr_STLSafe<PList>& entry = s_plistCache()[path];
+  if (entry.Get() == NULL) entry.Assign(new PList(path));
+  if (out != NULL) {
+    *out = entry.Get();
+    (*out)->AddRef();
+  }
+}
+
+PList::PList(const std::string& path)
+    : m_inRemoval(false),
+      m_path(path),
+      m_directoriesMade(false),
+      m_dirty(false),
+      m_unreadableFile(false) {}
+
+PList::~PList() {}
+
+bool PList::Open(bool create) {
+  if (m_root.Get() != NULL) return true;
+  std::string bytes;
+  switch (ReadSettingsFile(m_path, kMaxSettingsFileSize, bytes)) {
+    case kFileRead: {
+      mvtl::RefCountedPtr<PListDictionary> root;
+      if (ParsePropertyList(bytes, root)) {
+        m_root = root;
+      } else {
+        m_unreadableFile = true;
+      }
+      break;
+    }
+    case kFileUnreadable:
+      m_unreadableFile = true;
+      break;
+    case kFileMissing:
+      break;
+  }
+  if (m_root.Get() == NULL && create) m_root = new PListDictionary;
+  return m_root.Get() != NULL;
+}
+
+bool PList::Save() {
+  if (m_root.Get() == NULL) return false;
+  if (!m_dirty) return true;
+  if (!m_directoriesMade) {
+    MakeAncestorDirectories(m_path);
+    m_directoriesMade = true;
+  }
+  std::string bytes;
+  bool ok = WriteBinaryPropertyList(*m_root, bytes);
+  if (ok && m_unreadableFile) {
+    ok = MoveFileAside(m_path);
+    if (ok) m_unreadableFile = false;
+  }
+  ok = ok && WriteFileAtomically(m_path, bytes);
+  m_dirty = !ok;  // a failed save is tried again by the next one
+  return ok;
+}
+
+int PList::Release() {
+  if (GetRefCount() == 2 && !m_inRemoval) {
+    // Only the cache and the releasing holder are left: drop the cache's
+    // reference (which re-enters Release; the flag keeps that call to the
+    // decrement), so that this release is the last.
+    m_inRemoval = true;
+    Cache& cache = s_plistCache();
+    const Cache::iterator own = cache.find(m_path);
+    if (own != cache.end() && own->second.Get() == this) cache.erase(own);
+    m_inRemoval = false;
+  }
+  return RefCountedObject::Release();
+}
+
+}  // namespace mvcs

@@ -1,0 +1,76 @@
+// PList: the shared in-memory copy of one settings file, and the
+// process-wide cache through which nodes share it.
+
+#ifndef MORVSETTINGS_PLIST_H
+#define MORVSETTINGS_PLIST_H
+
+#include <map>
+#include <string>
+
+#include "PListTree.h"
+#include "RefCountedObject.h"
+#include "mvtl/RefCountedPtr.h"
+
+namespace mvcs {
+
+// One settings file: its path, its root dictionary once loaded, and whether
+// that holds changes not yet written. Counted; the cache's entry holds one
+// reference, and the Release that leaves only the cache's reference takes
+// the entry out of the cache, so the cache never keeps a file alive by
+// itself: when its last user lets go, the object (and any unsaved change)
+// is gone, and the next GetPList reads the file afresh.
+class PList : public RefCountedObject<mvtl::IRefCounted> {
+ public:
+  // File path (UTF-8) to the cached object.
+  typedef std::map<std::string, mvtl::RefCountedPtr_STLSafe<PList>> Cache;
+
+  // The process-wide cache. Made on first use, so that nodes made during
+  // static initialisation find it, and destroyed at exit after them.
+  static Cache& s_plistCache();
+
+  // Finds or creates the cached object for `path`; *out (when not null)
+  // receives it with one reference added: a new object counts 2, the cache
+  // and the caller. Called with an empty RefCountedPtr as the target.
+  static void GetPList(const std::string& path, PList** out);
+
+  // Loads the file if no root dictionary is loaded yet. When it cannot be
+  // loaded (missing, unreadable, not a property list with a dictionary at
+  // its root) and `create` is true, starts from an empty dictionary (not
+  // marked dirty). Returns whether a root dictionary exists.
+  bool Open(bool create);
+
+  // Writes the root dictionary if it is dirty: creates missing folders
+  // (once per object), serialises in the binary format and replaces the
+  // file atomically. A file that exists but could not be loaded is first
+  // moved aside (see MoveFileAside), never overwritten. True on success or
+  // when there was nothing to write; false with no root dictionary, or when
+  // the write failed, in which case the object stays dirty.
+  bool Save();
+
+  // Counting, with the cache step described above.
+  int Release() override;
+
+  // The root dictionary, or null before a successful Open.
+  PListDictionary* GetRoot() const { return m_root.Get(); }
+  const std::string& GetPath() const { return m_path; }
+  bool IsDirty() const { return m_dirty; }
+  void SetDirty(bool dirty) { m_dirty = dirty; }
+
+  // A new object for `path`, outside the cache, with a count of 0. The
+  // store makes them through GetPList; counted objects die by Release.
+  explicit PList(const std::string& path);
+
+ private:
+  ~PList() override;
+
+  bool m_inRemoval;        // set while erasing its own cache entry
+  std::string m_path;
+  bool m_directoriesMade;  // the folders above the file were made once
+  mvtl::RefCountedPtr<PListDictionary> m_root;
+  bool m_dirty;
+  bool m_unreadableFile;   // a file is there that Open could not load
+};
+
+}  // namespace mvcs
+
+#endif  // MORVSETTINGS_PLIST_H

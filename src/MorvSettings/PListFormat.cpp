@@ -1,0 +1,191 @@
+// The settings file format through libplist (see PListFormat.h).
+//
+// libplist keeps integers as 64 bits plus a width: values of 2^63 and more
+// that a file holds as 16-byte unsigned integers are told apart from
+// negative 8-byte ones only by that width, which its API shows through
+// plist_compare_node_value. The store keeps the distinction (PListInteger's
+// `wide`) so that such values are written back as they were read.
+
+#include "PListFormat.h"
+
+#include <plist/plist.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+
+#include "PListInputCheck.h"
+
+namespace mvcs {
+
+PListOpaque::~PListOpaque() { plist_free(static_cast<plist_t>(m_node)); }
+
+namespace {
+
+// Owns a libplist node.
+struct NodeDeleter {
+  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
+};
+typedef std::unique_ptr<void, NodeDeleter> Node;
+
+// Whether an unsigned node above 2^63 - 1 is a 16-byte unsigned integer
+// rather than an 8-byte one (a negative value).
+bool IsWideInteger(plist_t node, std::uint64_t value) {
+  const Node narrow(plist_new_uint(value));
+  return plist_compare_node_value(node, narrow.get()) == 0;
+}
+
+// A 16-byte unsigned integer node: libplist makes one only from text.
+plist_t NewWideInteger(std::uint64_t value) {
+  char xml[96];
+  const int length = std::snprintf(xml, sizeof(xml), "<plist><integer>%llu</integer></plist>",
+                                   (unsigned long long)value);
+  plist_t node = NULL;
+  plist_from_xml(xml, (uint32_t)length, &node);
+  return node;
+}
+
+bool ToTree(plist_t node, PListValue& value, std::size_t depth);
+
+bool DictionaryToTree(plist_t node, PListValue& value, std::size_t depth) {
+  if (depth > kMaxNesting) return false;
+  PListDictionaryRef dictionary;
+  dictionary.Assign(new PListDictionary);
+  plist_dict_iter iterator = NULL;
+  plist_dict_new_iter(node, &iterator);
+  if (iterator == NULL) return false;
+  bool ok = true;
+  for (;;) {
+    char* key = NULL;
+    plist_t child = NULL;
+    plist_dict_next_item(node, iterator, &key, &child);
+    if (child == NULL) {
+      std::free(key);
+      break;
+    }
+    PListValue entry;
+    ok = key != NULL && ToTree(child, entry, depth + 1);
+    if (ok) dictionary->Set(key, entry);
+    std::free(key);
+    if (!ok) break;
+  }
+  std::free(iterator);
+  if (ok) value = dictionary;
+  return ok;
+}
+
+bool ToTree(plist_t node, PListValue& value, std::size_t depth) {
+  switch (plist_get_node_type(node)) {
+    case PLIST_DICT:
+      return DictionaryToTree(node, value, depth);
+    case PLIST_UINT: {
+      uint64_t bits = 0;
+      plist_get_uint_val(node, &bits);
+      const bool wide = bits > (std::uint64_t)std::numeric_limits<long long>::max() &&
+                        IsWideInteger(node, bits);
+      value = PListInteger{(long long)bits, wide};
+      return true;
+    }
+    case PLIST_REAL: {
+      double real = 0;
+      plist_get_real_val(node, &real);
+      value = PListReal{real, (double)(float)real == real};
+      return true;
+    }
+    case PLIST_BOOLEAN: {
+      uint8_t boolean = 0;
+      plist_get_bool_val(node, &boolean);
+      value = boolean != 0;
+      return true;
+    }
+    case PLIST_STRING: {
+      uint64_t length = 0;
+      const char* text = plist_get_string_ptr(node, &length);
+      value = text != NULL ? std::string(text, (std::size_t)length) : std::string();
+      return true;
+    }
+    case PLIST_DATA: {
+      uint64_t length = 0;
+      const char* data = plist_get_data_ptr(node, &length);
+      value = data != NULL ? PListData(data, data + length) : PListData();
+      return true;
+    }
+    default: {
+      // Arrays, dates, UIDs: kept as they are.
+      plist_t copy = plist_copy(node);
+      if (copy == NULL) return false;
+      value = std::make_shared<const PListOpaque>(copy);
+      return true;
+    }
+  }
+}
+
+// Builds libplist's node for one entry.
+struct NodeBuilder {
+  plist_t operator()(const PListDictionaryRef& dictionary) const { return Build(*dictionary); }
+  plist_t Build(const PListDictionary& dictionary) const {
+    plist_t node = plist_new_dict();
+    for (const auto& entry : dictionary.GetEntries()) {
+      plist_t child = std::visit(*this, entry.second);
+      if (child == NULL) {
+        plist_free(node);
+        return NULL;
+      }
+      plist_dict_set_item(node, entry.first.c_str(), child);
+    }
+    return node;
+  }
+  plist_t operator()(const PListInteger& integer) const {
+    return integer.wide ? NewWideInteger((std::uint64_t)integer.bits)
+                        : plist_new_uint((std::uint64_t)integer.bits);
+  }
+  plist_t operator()(const PListReal& real) const { return plist_new_real(real.value); }
+  plist_t operator()(bool boolean) const { return plist_new_bool(boolean ? 1 : 0); }
+  plist_t operator()(const std::string& text) const { return plist_new_string(text.c_str()); }
+  plist_t operator()(const PListData& data) const {
+    return plist_new_data(reinterpret_cast<const char*>(data.data()), data.size());
+  }
+  plist_t operator()(const std::shared_ptr<const PListOpaque>& opaque) const {
+    return plist_copy(static_cast<plist_t>(opaque->GetNode()));
+  }
+};
+
+}  // namespace
+
+bool ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDictionary>& root) {
+  if (bytes.size() > std::numeric_limits<uint32_t>::max()) return false;
+  const uint32_t size = (uint32_t)bytes.size();
+  plist_t parsed = NULL;  // libplist leaves it as it was on some failures
+  if (size >= 8 && std::memcmp(bytes.data(), "bplist00", 8) == 0) {
+    if (!IsSafeBinaryPList(reinterpret_cast<const unsigned char*>(bytes.data()), size)) {
+      return false;
+    }
+    plist_from_bin(bytes.data(), size, &parsed);
+  } else {
+    if (!IsSafeXmlPList(bytes.data(), size)) return false;
+    plist_from_xml(bytes.data(), size, &parsed);
+  }
+  const Node owner(parsed);
+  if (parsed == NULL || plist_get_node_type(parsed) != PLIST_DICT) return false;
+  PListValue value;
+  if (!ToTree(parsed, value, 1)) return false;
+  root = AsDictionary(value);
+  return true;
+}
+
+bool WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes) {
+  const Node node(NodeBuilder().Build(root));
+  if (!node) return false;
+  char* binary = NULL;
+  uint32_t length = 0;
+  plist_to_bin(node.get(), &binary, &length);
+  if (binary == NULL) return false;
+  bytes.assign(binary, length);
+  plist_to_bin_free(binary);
+  return true;
+}
+
+}  // namespace mvcs

@@ -1,0 +1,27 @@
+// The settings file format: property lists read (binary or XML) into the
+// store's tree and written from it in the binary format, version 1.0, both
+// through libplist.
+
+#ifndef MORVSETTINGS_PLISTFORMAT_H
+#define MORVSETTINGS_PLISTFORMAT_H
+
+#include <cstddef>
+#include <string>
+
+#include "PListTree.h"
+
+namespace mvcs {
+
+// Parses a property list whose root is a dictionary. On success `root`
+// receives the new tree (with the reference `root` holds). False for
+// anything else: not a property list, a root of another kind, or bytes that
+// the input checks refuse (see PListInputCheck.h); `root` is then untouched.
+bool ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDictionary>& root);
+
+// Serialises the tree in the binary format, version 1.0. False (with
+// `bytes` untouched) if libplist cannot.
+bool WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes);
+
+}  // namespace mvcs
+
+#endif  // MORVSETTINGS_PLISTFORMAT_H

@@ -1,0 +1,225 @@
+// Where settings files live and how they are read and written (see
+// SettingsFiles.h). All of the store's file-system calls are here.
+
+#include "SettingsFiles.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+
+namespace mvcs {
+
+namespace {
+
+// An environment variable's value, or empty.
+std::string Environment(const char* name) {
+  const char* value = getenv(name);
+  return value != NULL ? std::string(value) : std::string();
+}
+
+bool IsAbsolute(const std::string& path) { return !path.empty() && path[0] == '/'; }
+
+// The folder part of a path ("." for a bare name).
+std::string DirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  if (slash == 0) return "/";
+  return path.substr(0, slash);
+}
+
+std::string BaseNameOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// The process's umask, read without changing it (a change would race with
+// other threads creating files); the set-and-restore way is the fallback.
+mode_t CurrentUmask() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.compare(0, 6, "Umask:") == 0) {
+      return (mode_t)std::strtoul(line.c_str() + 6, NULL, 8) & 0777;
+    }
+  }
+  const mode_t mask = umask(022);
+  umask(mask);
+  return mask;
+}
+
+// Closes a descriptor on every way out.
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int fd) : m_fd(fd) {}
+  ~FileDescriptor() {
+    if (m_fd >= 0) close(m_fd);
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  int Get() const { return m_fd; }
+  // Closes now and reports whether the close succeeded.
+  bool Close() {
+    const int fd = m_fd;
+    m_fd = -1;
+    return fd < 0 || close(fd) == 0;
+  }
+
+ private:
+  int m_fd;
+};
+
+bool WriteAll(int fd, const char* data, std::size_t size) {
+  while (size > 0) {
+    const ssize_t written = write(fd, data, size);
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    data += written;
+    size -= (std::size_t)written;
+  }
+  return true;
+}
+
+// Flushes a folder's entries (the rename) to disk.
+void SyncDirectory(const std::string& directory) {
+  const FileDescriptor fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // A file system that cannot flush folders has nothing more to do: the
+  // file itself is already on disk.
+  if (fd.Get() >= 0) fsync(fd.Get());
+}
+
+}  // namespace
+
+std::string UserPreferencesDirectory() {
+  std::string base = Environment("XDG_CONFIG_HOME");
+  if (!IsAbsolute(base)) {
+    const std::string home = Environment("HOME");
+    if (!IsAbsolute(home)) return std::string();
+    base = home + "/.config";
+  }
+  return base + "/Preferences";
+}
+
+std::string SharedPreferencesDirectory() {
+  const std::string dirs = Environment("XDG_CONFIG_DIRS");
+  std::string base = "/etc/xdg";
+  std::size_t start = 0;
+  while (start <= dirs.size()) {
+    std::size_t colon = dirs.find(':', start);
+    if (colon == std::string::npos) colon = dirs.size();
+    const std::string entry = dirs.substr(start, colon - start);
+    if (IsAbsolute(entry)) {
+      base = entry;
+      break;
+    }
+    start = colon + 1;
+  }
+  return base + "/Morv/Preferences";
+}
+
+FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize,
+                                std::string& bytes) {
+  // Non-blocking, so that opening a FIFO cannot wait for a writer.
+  const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  if (fd.Get() < 0) {
+    return errno == ENOENT || errno == ENOTDIR ? kFileMissing : kFileUnreadable;
+  }
+  struct stat info;
+  if (fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return kFileUnreadable;
+  if ((std::size_t)info.st_size > maxSize) return kFileUnreadable;
+  std::string contents;
+  contents.resize((std::size_t)info.st_size);
+  std::size_t total = 0;
+  for (;;) {
+    // The file may grow while it is read: read on to its end, but never
+    // past the size limit.
+    if (total == contents.size()) {
+      if (contents.size() > maxSize) return kFileUnreadable;
+      contents.resize(contents.size() + 4096);
+    }
+    const ssize_t got = read(fd.Get(), &contents[total], contents.size() - total);
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      return kFileUnreadable;
+    }
+    if (got == 0) break;
+    total += (std::size_t)got;
+  }
+  if (total > maxSize) return kFileUnreadable;
+  contents.resize(total);
+  bytes.swap(contents);
+  return kFileRead;
+}
+
+void MakeAncestorDirectories(const std::string& path) {
+  for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
+       slash = path.find('/', slash + 1)) {
+    const std::string prefix = path.substr(0, slash);
+    struct stat info;
+    if (stat(prefix.c_str(), &info) != 0) mkdir(prefix.c_str(), 0777);
+  }
+}
+
+bool WriteFileAtomically(const std::string& requestedPath, const std::string& bytes) {
+  // Write where a symbolic link points, keeping the link.
+  std::string path = requestedPath;
+  struct stat link;
+  if (lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+    char resolved[PATH_MAX];
+    if (realpath(path.c_str(), resolved) != NULL) path = resolved;
+  }
+  const std::string directory = DirectoryOf(path);
+
+  struct stat old;
+  const bool replacing = stat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode);
+  const mode_t mode = replacing ? (old.st_mode & 07777) : (0666 & ~CurrentUmask());
+
+  std::string temporary = directory + "/." + BaseNameOf(path) + ".XXXXXX";
+  FileDescriptor fd(mkostemp(&temporary[0], O_CLOEXEC));
+  if (fd.Get() < 0) return false;
+  bool ok = fchmod(fd.Get(), mode) == 0;
+  if (ok && replacing && (old.st_uid != geteuid() || old.st_gid != getegid())) {
+    // Keep the owner where the process may (as root); otherwise the file
+    // becomes the writer's, as any replacement would.
+    if (fchown(fd.Get(), old.st_uid, old.st_gid) != 0) {
+      // Not permitted: the new file keeps the writer as owner.
+    }
+  }
+  ok = ok && WriteAll(fd.Get(), bytes.data(), bytes.size()) && fsync(fd.Get()) == 0;
+  ok = fd.Close() && ok;
+  ok = ok && rename(temporary.c_str(), path.c_str()) == 0;
+  if (!ok) {
+    unlink(temporary.c_str());
+    return false;
+  }
+  SyncDirectory(directory);
+  return true;
+}
+
+bool MoveFileAside(const std::string& path) {
+  struct stat info;
+  if (lstat(path.c_str(), &info) != 0) return errno == ENOENT || errno == ENOTDIR;
+  if (!S_ISREG(info.st_mode) && !S_ISLNK(info.st_mode)) return false;
+  // A new name that nothing else uses: mkstemp makes an empty file there,
+  // which the rename then replaces.
+  std::string aside = path + ".unreadable-XXXXXX";
+  const int fd = mkostemp(&aside[0], O_CLOEXEC);
+  if (fd < 0) return false;
+  close(fd);
+  if (rename(path.c_str(), aside.c_str()) != 0) {
+    unlink(aside.c_str());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace mvcs

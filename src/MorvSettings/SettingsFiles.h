@@ -1,0 +1,57 @@
+// Where settings files live and how they are read and written: the
+// platform-specific part of the store (XDG base directories, POSIX files).
+
+#ifndef MORVSETTINGS_SETTINGSFILES_H
+#define MORVSETTINGS_SETTINGSFILES_H
+
+#include <cstddef>
+#include <string>
+
+namespace mvcs {
+
+// The user's settings folder: $XDG_CONFIG_HOME when it is set and absolute,
+// else $HOME/.config, followed by "/Preferences". Empty when neither is
+// available.
+std::string UserPreferencesDirectory();
+
+// The machine-wide settings folder: the first absolute entry of
+// $XDG_CONFIG_DIRS, else /etc/xdg, followed by "/Morv/Preferences".
+std::string SharedPreferencesDirectory();
+
+// Settings files above this size are not read: they count as unreadable.
+constexpr std::size_t kMaxSettingsFileSize = 64u << 20;
+
+enum FileReadResult {
+  kFileRead,        // `bytes` holds the file
+  kFileMissing,     // there is no file (or no folder) at the path
+  kFileUnreadable,  // something is there but cannot be read as a file
+};
+
+// Reads the regular file at `path`, at most `maxSize` bytes (a larger file
+// is unreadable). Never blocks on special files (FIFOs, devices).
+FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize,
+                                std::string& bytes);
+
+// For every "/" in `path` after its first character, in order: if the
+// prefix before it does not exist, creates it as a directory with mode 0777
+// (less the umask). Failures are ignored; the write that follows reports.
+void MakeAncestorDirectories(const std::string& path);
+
+// Replaces the file at `path` with `bytes` atomically and durably: a
+// temporary file created exclusively in the same folder, written, flushed
+// to disk (fsync), renamed over `path`, then the folder flushed. The file
+// keeps the mode (and, where permitted, the owner) of the file it replaces;
+// a new file gets 0666 less the umask. A symbolic link at `path` is
+// followed. On any failure (full disk, read-only folder, ...) the temporary
+// file is removed, the old file is untouched, and the result is false.
+bool WriteFileAtomically(const std::string& path, const std::string& bytes);
+
+// Moves a file that could not be read out of the way before it is
+// replaced: renames it to "<path>.unreadable-XXXXXX" (a new name) beside
+// it. True when that worked or when nothing is at `path` any more; false
+// (nothing moved) for anything else, including a directory at `path`.
+bool MoveFileAside(const std::string& path);
+
+}  // namespace mvcs
+
+#endif  // MORVSETTINGS_SETTINGSFILES_H

@@ -1,0 +1,151 @@
+// The store's rules for text (see SettingsText.h).
+
+#include "SettingsText.h"
+
+#include <locale.h>
+#include <stdlib.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+namespace mvcs {
+
+namespace {
+
+bool IsSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+// The position after the leading white space.
+std::size_t SkipSpace(const std::string& text) {
+  std::size_t i = 0;
+  while (i < text.size() && IsSpace(text[i])) ++i;
+  return i;
+}
+
+// The C locale, made once: the number rules never follow the user's locale.
+locale_t CLocale() {
+  static const locale_t locale = newlocale(LC_ALL_MASK, "C", (locale_t)0);
+  return locale;
+}
+
+// The longest decimal floating-point prefix of `text` after white space:
+// [sign] digits [. digits] [e|E [sign] digits], with at least one digit
+// before the exponent. Empty when there is none.
+std::string DecimalPrefix(const std::string& text) {
+  std::size_t i = SkipSpace(text);
+  const std::size_t start = i;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
+  std::size_t digits = 0;
+  while (i < text.size() && IsDigit(text[i])) ++i, ++digits;
+  if (i < text.size() && text[i] == '.') {
+    ++i;
+    while (i < text.size() && IsDigit(text[i])) ++i, ++digits;
+  }
+  if (digits == 0) return std::string();
+  std::size_t end = i;
+  if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
+    std::size_t j = i + 1;
+    if (j < text.size() && (text[j] == '+' || text[j] == '-')) ++j;
+    if (j < text.size() && IsDigit(text[j])) {
+      while (j < text.size() && IsDigit(text[j])) ++j;
+      end = j;
+    }
+  }
+  return text.substr(start, end - start);
+}
+
+}  // namespace
+
+bool IsWellFormedUTF8(const std::string& text) {
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(text.data());
+  const unsigned char* const end = p + text.size();
+  while (p < end) {
+    const unsigned char b0 = *p;
+    if (b0 < 0x80) {
+      ++p;
+      continue;
+    }
+    int length;
+    unsigned char low = 0x80, high = 0xBF;  // bounds of the second byte
+    if (b0 >= 0xC2 && b0 <= 0xDF) {
+      length = 2;
+    } else if (b0 >= 0xE0 && b0 <= 0xEF) {
+      length = 3;
+      if (b0 == 0xE0) low = 0xA0;
+      if (b0 == 0xED) high = 0x9F;
+    } else if (b0 >= 0xF0 && b0 <= 0xF4) {
+      length = 4;
+      if (b0 == 0xF0) low = 0x90;
+      if (b0 == 0xF4) high = 0x8F;
+    } else {
+      return false;
+    }
+    if (end - p < length || p[1] < low || p[1] > high) return false;
+    for (int i = 2; i < length; ++i) {
+      if (p[i] < 0x80 || p[i] > 0xBF) return false;
+    }
+    p += length;
+  }
+  return true;
+}
+
+bool StoredText(const std::string& text, std::string& stored) {
+  const std::size_t nul = text.find('\0');
+  std::string part = nul == std::string::npos ? text : text.substr(0, nul);
+  if (!IsWellFormedUTF8(part)) return false;
+  stored.swap(part);
+  return true;
+}
+
+long long TextToInteger(const std::string& text) {
+  std::size_t i = SkipSpace(text);
+  bool negative = false;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+  // Accumulate the magnitude as unsigned, saturating at 2^63 (the largest
+  // magnitude a result can take, for the negative limit).
+  const std::uint64_t limit = (std::uint64_t)std::numeric_limits<long long>::max() + 1;
+  std::uint64_t magnitude = 0;
+  for (; i < text.size() && IsDigit(text[i]); ++i) {
+    const unsigned digit = (unsigned)(text[i] - '0');
+    magnitude = magnitude > (limit - digit) / 10 ? limit : magnitude * 10 + digit;
+  }
+  if (negative) {
+    return magnitude >= limit ? std::numeric_limits<long long>::min() : -(long long)magnitude;
+  }
+  return magnitude >= limit ? std::numeric_limits<long long>::max() : (long long)magnitude;
+}
+
+double TextToDouble(const std::string& text) {
+  const std::string prefix = DecimalPrefix(text);
+  return prefix.empty() ? 0.0 : strtod_l(prefix.c_str(), NULL, CLocale());
+}
+
+float TextToFloat(const std::string& text) {
+  const std::string prefix = DecimalPrefix(text);
+  return prefix.empty() ? 0.0f : strtof_l(prefix.c_str(), NULL, CLocale());
+}
+
+bool TextToBoolean(const std::string& text) {
+  std::size_t i = SkipSpace(text);
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
+  while (i < text.size() && text[i] == '0') ++i;
+  if (i >= text.size()) return false;
+  const char c = text[i];
+  return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
+}
+
+long long RealToInteger(double value) {
+  if (std::isnan(value)) return 0;
+  // 2^63 is exactly representable; anything at or beyond it saturates.
+  const double limit = 9223372036854775808.0;
+  if (value >= limit) return std::numeric_limits<long long>::max();
+  if (value <= -limit) return std::numeric_limits<long long>::min();
+  return (long long)value;  // truncates toward zero
+}
+
+}  // namespace mvcs

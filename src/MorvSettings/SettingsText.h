@@ -1,0 +1,41 @@
+// The store's rules for text: which names and string values it accepts, and
+// how it reads numbers and booleans out of string entries (Foundation's
+// rules for longLongValue, floatValue, doubleValue and boolValue, in the C
+// locale whatever the process's locale).
+
+#ifndef MORVSETTINGS_SETTINGSTEXT_H
+#define MORVSETTINGS_SETTINGSTEXT_H
+
+#include <string>
+
+namespace mvcs {
+
+// Whether `text` is well-formed UTF-8 (Unicode's definition: no overlong
+// forms, no surrogates, nothing above U+10FFFF, nothing cut off).
+bool IsWellFormedUTF8(const std::string& text);
+
+// The key or string that the store keeps for `text`: the text up to its
+// first zero character (names and values are C strings to the store).
+// False when that part is not well-formed UTF-8.
+bool StoredText(const std::string& text, std::string& stored);
+
+// White space, an optional sign, decimal digits; stops at the first other
+// character. No digits gives 0; overflow saturates at the 64-bit limits.
+long long TextToInteger(const std::string& text);
+
+// White space, then the longest decimal floating-point prefix (sign,
+// digits, point, exponent); none gives 0. No hexadecimal, no inf or nan.
+double TextToDouble(const std::string& text);
+float TextToFloat(const std::string& text);
+
+// White space, an optional sign and leading zeros; then true when the next
+// character is Y, y, T, t or a digit 1 to 9.
+bool TextToBoolean(const std::string& text);
+
+// A real read as an integer: truncated toward zero, saturated at the 64-bit
+// limits; NaN gives 0.
+long long RealToInteger(double value);
+
+}  // namespace mvcs
+
+#endif  // MORVSETTINGS_SETTINGSTEXT_H

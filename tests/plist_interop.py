@@ -1,0 +1,105 @@
+#!/usr/bin/env python3
+"""plistlib's side of the settings-file interoperability tests.
+
+Python's plistlib is an implementation of property lists independent of
+libplist, so files that it writes must read correctly in the store, and
+files that the store writes must read correctly here.
+
+    plist_interop.py write-fixture binary|xml PATH
+        Writes the reference fixture (every kind of entry) to PATH.
+    plist_interop.py dump PATH
+        Prints every entry of the property list at PATH, one per line:
+        key path, type, value (sorted keys, so the output is canonical).
+"""
+import datetime
+import plistlib
+import sys
+
+
+def fixture(binary):
+    deep = {"leaf": "bottom"}
+    for level in range(40):
+        deep = {"level%d" % level: deep}
+    product = {
+        "int": 42,
+        "negative": -17,
+        "int64_max": 2**63 - 1,
+        "int64_min": -(2**63),
+        "above_int64": 2**63,
+        "uint64_max": 2**64 - 1,
+        "real": 3.25,
+        "third": 1 / 3,
+        "tiny": 1e-300,
+        "huge": 1.5e300,
+        "negative_zero": -0.0,
+        "yes": True,
+        "no": False,
+        "string": "plain text",
+        "unicode": "Gr\u00fc\u00dfe, \u4e16\u754c \U0001F30D",
+        "numeric_text": "  -42abc",
+        "empty_string": "",
+        "data": bytes(range(256)),
+        "empty_data": b"",
+        "array": [1, "two", 3.5, [4, {"five": 5}], {"six": [6, {"seven": b"7"}]}],
+        "empty_array": [],
+        "date": datetime.datetime(2026, 11, 21, 12, 34, 56),
+        "empty_dict": {},
+        "\u00dcn\u00efc\u00f6d\u00e9 k\u00e9y \u2603": "value under a unicode key",
+        "deep": deep,
+    }
+    if binary:
+        product["uid"] = plistlib.UID(7)
+    return {
+        "Settings": {"Product": product, "Other": {"kept": 1}},
+        "Install": {"Product": {"InstallPath": "/opt/morv/bin/server"}},
+        "TopLevelValue": "kept",
+    }
+
+
+def describe(value, path, lines):
+    if isinstance(value, dict):
+        lines.append("%s\tdict\t%d" % (path, len(value)))
+        for key in sorted(value):
+            describe(value[key], path + "/" + key, lines)
+    elif isinstance(value, list):
+        lines.append("%s\tarray\t%d" % (path, len(value)))
+        for index, item in enumerate(value):
+            describe(item, "%s[%d]" % (path, index), lines)
+    elif isinstance(value, bool):  # before int: bool is an int in Python
+        lines.append("%s\tbool\t%s" % (path, value))
+    elif isinstance(value, int):
+        lines.append("%s\tint\t%d" % (path, value))
+    elif isinstance(value, float):
+        lines.append("%s\treal\t%r" % (path, value))
+    elif isinstance(value, str):
+        lines.append("%s\tstr\t%r" % (path, value))
+    elif isinstance(value, bytes):
+        lines.append("%s\tbytes\t%s" % (path, value.hex()))
+    elif isinstance(value, datetime.datetime):
+        lines.append("%s\tdate\t%s" % (path, value.isoformat()))
+    elif isinstance(value, plistlib.UID):
+        lines.append("%s\tuid\t%d" % (path, value.data))
+    else:
+        lines.append("%s\t%s\t%r" % (path, type(value).__name__, value))
+
+
+def main(argv):
+    if len(argv) == 4 and argv[1] == "write-fixture" and argv[2] in ("binary", "xml"):
+        binary = argv[2] == "binary"
+        with open(argv[3], "wb") as out:
+            plistlib.dump(fixture(binary), out,
+                          fmt=plistlib.FMT_BINARY if binary else plistlib.FMT_XML)
+        return 0
+    if len(argv) == 3 and argv[1] == "dump":
+        with open(argv[2], "rb") as source:
+            root = plistlib.load(source)
+        lines = []
+        describe(root, "", lines)
+        sys.stdout.buffer.write(("\n".join(lines) + "\n").encode("utf-8"))
+        return 0
+    sys.stderr.write(__doc__)
+    return 2
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
