@@ -1,5 +1,9 @@
 // The settings file format through libplist (see PListFormat.h).
 //
+// Every key and string of a settings file must be well-formed UTF-8: libplist
+// 2.2 writes other bytes, and lone surrogates, back altered or broken, so a
+// file holding them is refused as unreadable (and so kept, not rewritten).
+//
 // libplist keeps integers as 64 bits plus a width: values of 2^63 and more
 // that a file holds as 16-byte unsigned integers are told apart from
 // negative 8-byte ones only by that width, which its API shows through
@@ -18,6 +22,7 @@
 #include <memory>
 
 #include "PListInputCheck.h"
+#include "SettingsText.h"
 
 namespace mvcs {
 
@@ -50,29 +55,72 @@ plist_t NewWideInteger(std::uint64_t value) {
 
 bool ToTree(plist_t node, PListValue& value, std::size_t depth);
 
-bool DictionaryToTree(plist_t node, PListValue& value, std::size_t depth) {
-  if (depth > kMaxNesting) return false;
-  PListDictionaryRef dictionary;
-  dictionary.Assign(new PListDictionary);
+// Calls visit(key, child) for each entry of a dictionary node, in order,
+// until it returns false; returns whether every call returned true.
+template <class Visit>
+bool ForEachEntry(plist_t dictionary, Visit visit) {
   plist_dict_iter iterator = NULL;
-  plist_dict_new_iter(node, &iterator);
+  plist_dict_new_iter(dictionary, &iterator);
   if (iterator == NULL) return false;
   bool ok = true;
-  for (;;) {
-    char* key = NULL;
+  while (ok) {
+    char* key = NULL;  // a copy, ours to free
     plist_t child = NULL;
-    plist_dict_next_item(node, iterator, &key, &child);
+    plist_dict_next_item(dictionary, iterator, &key, &child);
     if (child == NULL) {
       std::free(key);
       break;
     }
-    PListValue entry;
-    ok = key != NULL && ToTree(child, entry, depth + 1);
-    if (ok) dictionary->Set(key, entry);
+    ok = key != NULL && visit(key, child);
     std::free(key);
-    if (!ok) break;
   }
   std::free(iterator);
+  return ok;
+}
+
+// Whether libplist writes `text` back unchanged: well-formed UTF-8 without
+// U+0000 (it alters other bytes and lone surrogates when it writes them).
+bool IsWritableText(const char* text, std::size_t length) {
+  return text != NULL && std::strlen(text) == length &&
+         IsWellFormedUTF8(std::string(text, length));
+}
+
+// Whether every string and key inside an entry kept as it was read (an
+// array, say) is writable text.
+bool HasOnlyWritableText(plist_t node, std::size_t depth) {
+  if (depth > kMaxNesting) return false;
+  switch (plist_get_node_type(node)) {
+    case PLIST_STRING: {
+      uint64_t length = 0;
+      const char* text = plist_get_string_ptr(node, &length);
+      return IsWritableText(text, (std::size_t)length);
+    }
+    case PLIST_ARRAY: {
+      const uint32_t size = plist_array_get_size(node);
+      for (uint32_t i = 0; i < size; ++i) {
+        if (!HasOnlyWritableText(plist_array_get_item(node, i), depth + 1)) return false;
+      }
+      return true;
+    }
+    case PLIST_DICT:
+      return ForEachEntry(node, [depth](const char* key, plist_t child) {
+        return IsWritableText(key, std::strlen(key)) && HasOnlyWritableText(child, depth + 1);
+      });
+    default:
+      return true;
+  }
+}
+
+bool DictionaryToTree(plist_t node, PListValue& value, std::size_t depth) {
+  if (depth > kMaxNesting) return false;
+  PListDictionaryRef dictionary;
+  dictionary.Assign(new PListDictionary);
+  const bool ok = ForEachEntry(node, [&](const char* key, plist_t child) {
+    PListValue entry;
+    if (!IsWritableText(key, std::strlen(key)) || !ToTree(child, entry, depth + 1)) return false;
+    dictionary->Set(key, entry);
+    return true;
+  });
   if (ok) value = dictionary;
   return ok;
 }
@@ -104,7 +152,8 @@ bool ToTree(plist_t node, PListValue& value, std::size_t depth) {
     case PLIST_STRING: {
       uint64_t length = 0;
       const char* text = plist_get_string_ptr(node, &length);
-      value = text != NULL ? std::string(text, (std::size_t)length) : std::string();
+      if (!IsWritableText(text, (std::size_t)length)) return false;
+      value = std::string(text, (std::size_t)length);
       return true;
     }
     case PLIST_DATA: {
@@ -115,6 +164,7 @@ bool ToTree(plist_t node, PListValue& value, std::size_t depth) {
     }
     default: {
       // Arrays, dates, UIDs: kept as they are.
+      if (!HasOnlyWritableText(node, depth)) return false;
       plist_t copy = plist_copy(node);
       if (copy == NULL) return false;
       value = std::make_shared<const PListOpaque>(copy);
@@ -183,9 +233,13 @@ bool WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes) {
   uint32_t length = 0;
   plist_to_bin(node.get(), &binary, &length);
   if (binary == NULL) return false;
-  bytes.assign(binary, length);
+  // Never write what could not be read back: libplist shares equal values
+  // in the file, so a tree with very many uses of one long text can make a
+  // file small enough for the reading budget to refuse.
+  const bool readable = IsSafeBinaryPList(reinterpret_cast<const unsigned char*>(binary), length);
+  if (readable) bytes.assign(binary, length);
   plist_to_bin_free(binary);
-  return true;
+  return readable;
 }
 
 }  // namespace mvcs

@@ -19,7 +19,9 @@ namespace mvcs {
 bool ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDictionary>& root);
 
 // Serialises the tree in the binary format, version 1.0. False (with
-// `bytes` untouched) if libplist cannot.
+// `bytes` untouched) if libplist cannot, or if ParsePropertyList would
+// refuse the result (a tree far larger than its file: see
+// PListInputCheck.h), so that whatever is written can be read back.
 bool WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes);
 
 }  // namespace mvcs

@@ -52,6 +52,30 @@ std::uint64_t ReadBigEndian(const unsigned char* p, std::size_t size) {
   return value;
 }
 
+// Whether `size` bytes are ASCII text without U+0000.
+bool IsPlainAscii(const unsigned char* p, std::size_t size) {
+  for (std::size_t i = 0; i < size; ++i) {
+    if (p[i] == 0 || p[i] >= 0x80) return false;
+  }
+  return true;
+}
+
+// Whether `units` big-endian UTF-16 units are text without U+0000 and with
+// every surrogate in a pair.
+bool IsPairedUtf16(const unsigned char* p, std::size_t units) {
+  for (std::size_t i = 0; i < units; ++i) {
+    const unsigned unit = (unsigned)p[2 * i] << 8 | p[2 * i + 1];
+    if (unit == 0 || (unit >= 0xDC00 && unit <= 0xDFFF)) return false;
+    if (unit >= 0xD800 && unit <= 0xDBFF) {
+      if (i + 1 >= units) return false;
+      const unsigned next = (unsigned)p[2 * i + 2] << 8 | p[2 * i + 3];
+      if (next < 0xDC00 || next > 0xDFFF) return false;
+      ++i;
+    }
+  }
+  return true;
+}
+
 std::uint64_t SaturatingAdd(std::uint64_t a, std::uint64_t b) {
   return a + b < a ? UINT64_MAX : a + b;
 }
@@ -152,12 +176,16 @@ class BinaryWalk {
         length = 8;
         break;
       case kData:
-      case kAsciiString:
+        length = count;
+        object.leafCost = SaturatingAdd(kNodeCost, count);
+        break;
+      case kAsciiString:  // strings must be text libplist can write back
+        if (count > room || !IsPlainAscii(m_bytes + position, (std::size_t)count)) return false;
         length = count;
         object.leafCost = SaturatingAdd(kNodeCost, count);
         break;
       case kUtf16String:
-        if (count > room / 2) return false;
+        if (count > room / 2 || !IsPairedUtf16(m_bytes + position, (std::size_t)count)) return false;
         length = count * 2;
         object.leafCost = SaturatingAdd(kNodeCost, count * 3);  // as UTF-8
         break;
@@ -265,6 +293,7 @@ bool IsSafeBinaryPList(const unsigned char* bytes, std::size_t size) {
 }
 
 bool IsSafeXmlPList(const char* text, std::size_t size) {
+  if (std::memchr(text, 0, size) != NULL) return false;  // no XML holds a NUL
   const char* const end = text + size;
   std::size_t depth = 0;
   for (const char* p = text; p < end;) {

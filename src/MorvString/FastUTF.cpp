@@ -75,10 +75,6 @@ constexpr Rows MakeRows() {
 
 constexpr Rows kRows = MakeRows();
 
-inline unsigned Step(unsigned state, unsigned char byte) {
-  return (unsigned)(kRows.row[byte] >> state) & 63;
-}
-
 // Subtracted from the summed bytes of a two-, three- and four-byte sequence.
 const UTF32 kOffset2 = 0x00003080UL;
 const UTF32 kOffset3 = 0x000E2080UL;

@@ -1,0 +1,382 @@
+// Hostile settings files: truncated, garbage, non-dictionary roots, cycles,
+// shared-reference blow-ups, absurd counts and offsets, deep nesting. Each
+// must make the open fail exactly as an unreadable file does: no crash, no
+// hang, memory bounded by a small multiple of the file's size, the file
+// untouched. Files just inside the limits must still load.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "BinaryPListBuilder.h"
+#include "MorvSettingsNode.h"
+#include "PListFormat.h"
+#include "SettingsFixtures.h"
+#include "SettingsSandbox.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define MORV_UNDER_ASAN 1
+#else
+#define MORV_UNDER_ASAN 0
+#endif
+
+namespace {
+
+using fixtures::Node;
+
+const std::string kCorpus = MORV_TEST_SOURCE_DIR "/data/hostile";
+
+std::vector<std::string> CorpusFiles() {
+  std::vector<std::string> names;
+  for (const std::string& name : sandbox::List(kCorpus)) {
+    if (name.size() > 6 && name.compare(name.size() - 6, 6, ".plist") == 0) names.push_back(name);
+  }
+  return names;
+}
+
+// Builders of hostile files that are best made in code (too large to keep,
+// or parameterised).
+// `levels` arrays, each holding the next one `width` times: width^levels
+// nodes once every shared reference is expanded.
+std::string SharedReferenceBlowup(int levels, int width) {
+  bplist::Builder builder(2, 2);
+  const std::size_t top = builder.Dictionary({1}, {2});
+  builder.Ascii("k");
+  for (int i = 0; i < levels; ++i) {
+    const std::uint64_t next = i + 1 < levels ? (std::uint64_t)(3 + i) : 1;
+    builder.Array(std::vector<std::uint64_t>(width, next));
+  }
+  return builder.Bytes(top);
+}
+
+std::string NestedArrays(std::size_t depth) {
+  bplist::Builder builder(4, 4);
+  const std::size_t top = builder.Dictionary({1}, {2});
+  builder.Ascii("k");
+  for (std::size_t i = 0; i < depth; ++i) {
+    builder.Array(i + 1 < depth ? std::vector<std::uint64_t>{3 + i} : std::vector<std::uint64_t>{});
+  }
+  return builder.Bytes(top);
+}
+
+// Nested dictionaries: `depth` containers including the root.
+std::string NestedDictionariesXml(std::size_t depth) {
+  std::string body;  // depth - 1 levels below the root: the last one empty
+  for (std::size_t i = 2; i < depth; ++i) body += "<dict><key>k</key>";
+  body += "<dict/>";
+  for (std::size_t i = 2; i < depth; ++i) body += "</dict>";
+  return "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>k</key>" + body +
+         "</dict></plist>";
+}
+
+std::string NestedDictionariesBinary(std::size_t depth) {
+  bplist::Builder builder(4, 4);
+  const std::size_t key = builder.Ascii("k");
+  // Dictionary i (object key + 1 + i) holds dictionary i+1 under "k".
+  for (std::size_t i = 0; i < depth; ++i) {
+    if (i + 1 < depth) {
+      builder.Dictionary({key}, {key + 2 + i});
+    } else {
+      builder.Dictionary({}, {});
+    }
+  }
+  return builder.Bytes(key + 1);
+}
+
+// A valid file written by the store, with a little of everything.
+std::string ValidStoreFile() {
+  mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+  const std::string xml = fixtures::Plist(
+      fixtures::Key("Settings", fixtures::Dict(fixtures::Key("P", fixtures::Dict(
+          fixtures::Key("i", fixtures::Integer(-5)) + fixtures::Key("s", fixtures::String("text")) +
+          fixtures::Key("r", "<real>2.5</real>") + fixtures::Key("b", "<true/>") +
+          fixtures::Key("d", "<data>AAEC</data>") +
+          fixtures::Key("a", "<array><integer>1</integer><dict><key>x</key><string>y</string></dict></array>") +
+          fixtures::Key("t", "<date>2026-11-21T12:00:00Z</date>"))))));
+  if (!mvcs::ParsePropertyList(xml, tree)) return std::string();
+  std::string bytes;
+  mvcs::WriteBinaryPropertyList(*tree, bytes);
+  return bytes;
+}
+
+class HostilePList : public sandbox::SettingsSandbox {
+ protected:
+  // Puts `bytes` in the product's per-user file and checks that opening it
+  // behaves as for an unreadable file, touches nothing, and is quick.
+  void ExpectRefusedLikeUnreadable(const std::string& bytes, const std::string& what) {
+    SCOPED_TRACE(what);
+    const std::string path = UserFile("P");
+    sandbox::WriteFile(path, bytes);
+    struct stat before;
+    ASSERT_EQ(stat(path.c_str(), &before), 0);
+
+    const auto start = std::chrono::steady_clock::now();
+    mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+    EXPECT_FALSE(mvcs::ParsePropertyList(bytes, tree));
+    EXPECT_EQ(tree.Get(), nullptr);
+    EXPECT_EQ(fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER).Get(), nullptr);
+    {
+      // Opening with create starts from an empty dictionary, as for a file
+      // that cannot be read.
+      Node created = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+      ASSERT_NE(created.Get(), nullptr);
+      unsigned long count = 9;
+      EXPECT_TRUE(created->GetValueCount(count));
+      EXPECT_EQ(count, 0ul);
+    }
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_LT(seconds, 5.0);
+
+    struct stat after;
+    ASSERT_EQ(stat(path.c_str(), &after), 0);
+    EXPECT_EQ(sandbox::ReadFile(path), bytes);
+    EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
+  }
+};
+
+// How much the resident set grows (in bytes) while a child process parses
+// `bytes`. (Not meaningful under AddressSanitizer, whose shadow memory and
+// quarantine dominate.)
+long ParseMemoryGrowth(const std::string& bytes) {
+  const pid_t child = fork();
+  if (child == 0) {
+    long pages = 0, resident = 0;
+    FILE* statm = fopen("/proc/self/statm", "r");
+    if (statm == NULL || fscanf(statm, "%ld %ld", &pages, &resident) != 2) _exit(255);
+    fclose(statm);
+    const long before = resident * sysconf(_SC_PAGESIZE) / 1024;
+    mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+    mvcs::ParsePropertyList(bytes, tree);
+    struct rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    const long growthMiB = (usage.ru_maxrss - before) / 1024;
+    _exit(growthMiB > 250 ? 250 : (int)(growthMiB < 0 ? 0 : growthMiB));
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? (long)WEXITSTATUS(status) << 20 : -1;
+}
+
+TEST_F(HostilePList, CorpusIsRefusedLikeUnreadableFiles) {
+  const std::vector<std::string> files = CorpusFiles();
+  ASSERT_GE(files.size(), 15u);
+  for (const std::string& name : files) {
+    ExpectRefusedLikeUnreadable(sandbox::ReadFile(kCorpus + "/" + name), name);
+  }
+}
+
+TEST_F(HostilePList, SharedReferenceBlowupsAreRefused) {
+  ExpectRefusedLikeUnreadable(SharedReferenceBlowup(64, 2), "2^64 nodes from 64 levels");
+  ExpectRefusedLikeUnreadable(SharedReferenceBlowup(12, 16), "16^12 nodes from 12 levels");
+  ExpectRefusedLikeUnreadable(SharedReferenceBlowup(3, 3000), "3000^3 nodes from 3 levels");
+}
+
+TEST_F(HostilePList, DeepNestingIsRefused) {
+  ExpectRefusedLikeUnreadable(NestedArrays(100000), "100000 nested arrays");
+  ExpectRefusedLikeUnreadable(NestedDictionariesBinary(mvcs::kMaxNesting + 1),
+                              "binary dictionaries one level too deep");
+  ExpectRefusedLikeUnreadable(NestedDictionariesXml(mvcs::kMaxNesting + 1),
+                              "XML dictionaries one level too deep");
+  std::string deepXml = "<?xml version=\"1.0\"?><plist version=\"1.0\">";
+  for (int i = 0; i < 200000; ++i) deepXml += "<array>";
+  ExpectRefusedLikeUnreadable(deepXml, "200000 unclosed XML arrays");
+}
+
+TEST_F(HostilePList, NestingAtTheLimitLoads) {
+  for (const std::string& bytes : {NestedDictionariesBinary(mvcs::kMaxNesting),
+                                   NestedDictionariesXml(mvcs::kMaxNesting)}) {
+    mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+    EXPECT_TRUE(mvcs::ParsePropertyList(bytes, tree));
+  }
+}
+
+TEST_F(HostilePList, AbsurdCountsOffsetsAndSizesAreRefused) {
+  bplist::Builder builder;
+  const std::size_t top = builder.Dictionary({1}, {2});
+  builder.Ascii("k");
+  builder.Ascii("v");
+  const std::string good = builder.Bytes(top);
+  mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+  ASSERT_TRUE(mvcs::ParsePropertyList(good, tree));  // the unmodified file loads
+
+  struct {
+    const char* what;
+    std::int64_t objectCount, topObject, tableOffset;
+    int offsetSize, referenceSize;
+  } cases[] = {
+      {"object count 2^62", 1ll << 62, -1, -1, -1, -1},
+      {"object count 0", 0, -1, -1, -1, -1},
+      {"more objects than the table holds", 4, -1, -1, -1, -1},
+      {"top object past the count", -1, 3, -1, -1, -1},
+      {"offset table past the end", -1, -1, 1ll << 40, -1, -1},
+      {"offset table inside the header", -1, -1, 3, -1, -1},
+      {"offset size 0", -1, -1, -1, 0, -1},
+      {"offset size 9", -1, -1, -1, 9, -1},
+      {"reference size 0", -1, -1, -1, -1, 0},
+      {"reference size 9", -1, -1, -1, -1, 9},
+  };
+  for (const auto& c : cases) {
+    bplist::Builder::Trailer t;
+    t.objectCount = c.objectCount;
+    t.topObject = c.topObject;
+    t.tableOffset = c.tableOffset;
+    t.offsetSize = c.offsetSize;
+    t.referenceSize = c.referenceSize;
+    ExpectRefusedLikeUnreadable(builder.Bytes(top, t), c.what);
+  }
+
+  // Objects whose counts run past the file.
+  for (unsigned type : {0x4u, 0x5u, 0x6u, 0xAu, 0xDu}) {
+    bplist::Builder absurd;
+    const std::size_t root = absurd.Dictionary({1}, {2});
+    absurd.Ascii("k");
+    absurd.Add(bplist::Marker(type, 0x7FFFFFFFFFFFFFFFull) + "\x01\x01\x01");
+    ExpectRefusedLikeUnreadable(absurd.Bytes(root), "count 2^63-1 of type " + std::to_string(type));
+  }
+  // A reference to an object that does not exist, and a key that is no string.
+  bplist::Builder dangling;
+  dangling.Dictionary({1}, {9});
+  dangling.Ascii("k");
+  ExpectRefusedLikeUnreadable(dangling.Bytes(0), "reference past the objects");
+  bplist::Builder integerKey;
+  integerKey.Dictionary({1}, {1});
+  integerKey.Integer(3);
+  ExpectRefusedLikeUnreadable(integerKey.Bytes(0), "integer key");
+}
+
+// libplist keeps a string that holds U+0000 with a length its text does not
+// have: its dictionary iteration asserts on such a key, and its copies cut
+// such a value short. Files with them are refused.
+TEST_F(HostilePList, StringsHoldingZeroAreRefused) {
+  bplist::Builder asciiKey;
+  asciiKey.Dictionary({1}, {2});
+  asciiKey.Ascii(std::string("a\0b", 3));
+  asciiKey.Ascii("v");
+  ExpectRefusedLikeUnreadable(asciiKey.Bytes(0), "ASCII key with a zero byte");
+
+  bplist::Builder utf16Value;
+  utf16Value.Dictionary({1}, {2});
+  utf16Value.Ascii("k");
+  utf16Value.Add(bplist::Marker(0x6, 2) + std::string("\0A\0\0", 4));
+  ExpectRefusedLikeUnreadable(utf16Value.Bytes(0), "UTF-16 value with a zero unit");
+
+  bplist::Builder inArray;
+  inArray.Dictionary({1}, {2});
+  inArray.Ascii("k");
+  inArray.Array({3});
+  inArray.Ascii(std::string("x\0", 2));
+  ExpectRefusedLikeUnreadable(inArray.Bytes(0), "zero byte in a string inside an array");
+
+  ExpectRefusedLikeUnreadable(
+      fixtures::Plist(fixtures::Key("k", "<array><string>a" + std::string(1, '\0') +
+                                             "b</string></array>")),
+      "NUL byte in an XML string inside an array");
+  ExpectRefusedLikeUnreadable(fixtures::Plist(fixtures::Key("a" + std::string(1, '\0') + "b",
+                                                            fixtures::String("v"))),
+                              "NUL byte in an XML key");
+}
+
+TEST_F(HostilePList, EveryTruncationOfAValidFileIsRefused) {
+  const std::string whole = ValidStoreFile();
+  ASSERT_GT(whole.size(), 100u);
+  mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+  ASSERT_TRUE(mvcs::ParsePropertyList(whole, tree));
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    mvtl::RefCountedPtr<mvcs::PListDictionary> cut;
+    EXPECT_FALSE(mvcs::ParsePropertyList(whole.substr(0, length), cut)) << length;
+  }
+  ExpectRefusedLikeUnreadable(whole.substr(0, whole.size() / 2), "half of a valid file");
+}
+
+TEST_F(HostilePList, GarbageIsRefused) {
+  std::mt19937 random(7);
+  for (std::size_t size : {0u, 1u, 7u, 8u, 40u, 41u, 100u, 4096u, 65536u}) {
+    std::string noise(size, '\0');
+    for (char& c : noise) c = (char)random();
+    ExpectRefusedLikeUnreadable(noise, "random bytes: " + std::to_string(size));
+    if (size >= 8) {
+      noise.replace(0, 8, "bplist00");
+      ExpectRefusedLikeUnreadable(noise, "magic then random bytes: " + std::to_string(size));
+    }
+  }
+  ExpectRefusedLikeUnreadable(std::string(1000, '\0'), "zeros");
+  ExpectRefusedLikeUnreadable(std::string(1000, '\xFF'), "0xFF bytes");
+  ExpectRefusedLikeUnreadable("<?xml version=\"1.0\"?><plist><dict><key>", "unclosed XML");
+}
+
+// Random damage to valid files (binary and XML) must never crash, hang or
+// leak; the parser either refuses the bytes or yields a dictionary.
+TEST_F(HostilePList, MutatedValidFilesNeverCrash) {
+  const std::string binary = ValidStoreFile();
+  const std::string xml = fixtures::Plist(fixtures::Key("a", fixtures::Dict(
+      fixtures::Key("b", "<array><integer>1</integer><real>1.5</real></array>") +
+      fixtures::Key("c", fixtures::String("d")) + fixtures::Key("e", "<data>AAEC</data>"))));
+  std::mt19937 random(11);
+  int accepted = 0, refused = 0;
+  for (const std::string& original : {binary, xml}) {
+    ASSERT_FALSE(original.empty());
+    for (int round = 0; round < 20000; ++round) {
+      std::string mutated = original;
+      const int changes = 1 + (int)(random() % 6);
+      for (int i = 0; i < changes; ++i) {
+        const std::size_t at = random() % mutated.size();
+        switch (random() % 4) {
+          case 0: mutated[at] = (char)random(); break;
+          case 1: mutated[at] ^= (char)(1 << (random() % 8)); break;
+          case 2: mutated.erase(at, 1 + random() % 4); break;
+          default: mutated.insert(at, 1, (char)random()); break;
+        }
+        if (mutated.empty()) mutated = "x";
+      }
+      mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+      if (mvcs::ParsePropertyList(mutated, tree)) {
+        ++accepted;
+        std::string again;
+        EXPECT_TRUE(mvcs::WriteBinaryPropertyList(*tree, again));
+      } else {
+        ++refused;
+      }
+    }
+  }
+  EXPECT_GT(refused, 0);
+  EXPECT_GT(accepted, 0);
+}
+
+TEST_F(HostilePList, ParsingMemoryStaysProportionalToTheFile) {
+  if (MORV_UNDER_ASAN) GTEST_SKIP() << "resident memory is not measurable under AddressSanitizer";
+  const std::string blowup = SharedReferenceBlowup(64, 2);
+  const std::string nested = NestedArrays(100000);
+  EXPECT_LE(ParseMemoryGrowth(blowup), 16l << 20);
+  EXPECT_LE(ParseMemoryGrowth(nested), 16l << 20);
+  for (const std::string& name : CorpusFiles()) {
+    EXPECT_LE(ParseMemoryGrowth(sandbox::ReadFile(kCorpus + "/" + name)), 16l << 20) << name;
+  }
+}
+
+// Legitimate sharing (one string used as the value of many entries, as
+// writers that unique their objects produce) stays well inside the budget.
+TEST_F(HostilePList, SharedLeafObjectsWithinBudgetLoad) {
+  bplist::Builder builder(2, 4);
+  const std::size_t value = builder.Ascii(std::string(200, 'v'));
+  std::vector<std::uint64_t> keys, values;
+  for (int i = 0; i < 2000; ++i) {
+    keys.push_back(builder.Ascii("key" + std::to_string(i)));
+    values.push_back(value);
+  }
+  const std::size_t top = builder.Dictionary(keys, values);
+  mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+  ASSERT_TRUE(mvcs::ParsePropertyList(builder.Bytes(top), tree));
+  EXPECT_EQ(tree->GetEntries().size(), 2000u);
+}
+
+}  // namespace

@@ -1,0 +1,135 @@
+// The store's file handling: bounded reads that never block, the atomic
+// write (modes, owner, symbolic links, failures), the folder walk, and
+// moving unreadable files aside.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+
+#include "SettingsFiles.h"
+#include "SettingsSandbox.h"
+
+namespace {
+
+class SettingsFiles : public sandbox::SettingsSandbox {};
+
+mode_t ModeOf(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : (mode_t)-1;
+}
+
+TEST_F(SettingsFiles, ReadDistinguishesMissingFromUnreadable) {
+  std::string bytes = "unchanged";
+  EXPECT_EQ(mvcs::ReadSettingsFile(m_root + "/none", 100, bytes), mvcs::kFileMissing);
+  sandbox::WriteFile(m_root + "/file", "x");
+  EXPECT_EQ(mvcs::ReadSettingsFile(m_root + "/file/below", 100, bytes), mvcs::kFileMissing);
+  EXPECT_EQ(mvcs::ReadSettingsFile(m_root, 100, bytes), mvcs::kFileUnreadable);  // a folder
+  EXPECT_EQ(bytes, "unchanged");
+}
+
+TEST_F(SettingsFiles, ReadGivesTheWholeFileUpToTheLimit) {
+  const std::string content(5000, 'z');
+  sandbox::WriteFile(m_root + "/file", content);
+  std::string bytes;
+  EXPECT_EQ(mvcs::ReadSettingsFile(m_root + "/file", 5000, bytes), mvcs::kFileRead);
+  EXPECT_EQ(bytes, content);
+  bytes = "unchanged";
+  EXPECT_EQ(mvcs::ReadSettingsFile(m_root + "/file", 4999, bytes), mvcs::kFileUnreadable);
+  EXPECT_EQ(bytes, "unchanged");
+  sandbox::WriteFile(m_root + "/empty", "");
+  EXPECT_EQ(mvcs::ReadSettingsFile(m_root + "/empty", 10, bytes), mvcs::kFileRead);
+  EXPECT_EQ(bytes, "");
+}
+
+TEST_F(SettingsFiles, ReadOfAFifoNeitherBlocksNorReads) {
+  const std::string fifo = m_root + "/fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
+  std::string bytes;
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(mvcs::ReadSettingsFile(fifo, 100, bytes), mvcs::kFileUnreadable);
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 2.0);
+}
+
+TEST_F(SettingsFiles, NewFileGets0666LessTheUmask) {
+  const mode_t old = umask(027);
+  EXPECT_TRUE(mvcs::WriteFileAtomically(m_root + "/new", "data"));
+  umask(old);
+  EXPECT_EQ(ModeOf(m_root + "/new"), (mode_t)0640);
+  EXPECT_EQ(sandbox::ReadFile(m_root + "/new"), "data");
+}
+
+TEST_F(SettingsFiles, ReplacedFileKeepsItsMode) {
+  const std::string path = m_root + "/kept";
+  sandbox::WriteFile(path, "old");
+  ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+  EXPECT_TRUE(mvcs::WriteFileAtomically(path, "new"));
+  EXPECT_EQ(ModeOf(path), (mode_t)0600);
+  EXPECT_EQ(sandbox::ReadFile(path), "new");
+  EXPECT_EQ(sandbox::List(m_root), std::set<std::string>({"kept"}));  // no temporary left
+}
+
+TEST_F(SettingsFiles, ReplacedFileKeepsItsOwnerWhenPermitted) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can give files to other users";
+  const std::string path = m_root + "/owned";
+  sandbox::WriteFile(path, "old");
+  ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+  EXPECT_TRUE(mvcs::WriteFileAtomically(path, "new"));
+  struct stat info;
+  ASSERT_EQ(stat(path.c_str(), &info), 0);
+  EXPECT_EQ(info.st_uid, 65534u);
+  EXPECT_EQ(info.st_gid, 65534u);
+}
+
+TEST_F(SettingsFiles, SymbolicLinkIsFollowedAndKept) {
+  const std::string target = m_root + "/real";
+  const std::string link = m_root + "/link";
+  sandbox::WriteFile(target, "old");
+  ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
+  EXPECT_TRUE(mvcs::WriteFileAtomically(link, "new"));
+  struct stat info;
+  ASSERT_EQ(lstat(link.c_str(), &info), 0);
+  EXPECT_TRUE(S_ISLNK(info.st_mode));
+  EXPECT_EQ(sandbox::ReadFile(target), "new");
+}
+
+TEST_F(SettingsFiles, FailedWriteLeavesNothing) {
+  EXPECT_FALSE(mvcs::WriteFileAtomically(m_root + "/no/such/folder/file", "data"));
+  EXPECT_EQ(sandbox::List(m_root), std::set<std::string>());
+}
+
+TEST_F(SettingsFiles, AncestorFoldersAreMadeButNotTheFile) {
+  const std::string path = m_root + "/a/b/c.plist";
+  mvcs::MakeAncestorDirectories(path);
+  struct stat info;
+  ASSERT_EQ(stat((m_root + "/a/b").c_str(), &info), 0);
+  EXPECT_TRUE(S_ISDIR(info.st_mode));
+  EXPECT_FALSE(sandbox::Exists(path));
+  mvcs::MakeAncestorDirectories(path);  // existing folders are left alone
+  EXPECT_EQ(sandbox::List(m_root + "/a"), std::set<std::string>({"b"}));
+}
+
+TEST_F(SettingsFiles, MoveAsideRenamesToAFreshName) {
+  const std::string path = m_root + "/bad.plist";
+  sandbox::WriteFile(path, "garbage");
+  ASSERT_TRUE(mvcs::MoveFileAside(path));
+  ASSERT_TRUE(mvcs::MoveFileAside(path));  // nothing there any more: fine
+  const std::set<std::string> names = sandbox::List(m_root);
+  ASSERT_EQ(names.size(), 1u);
+  EXPECT_EQ(names.begin()->rfind("bad.plist.unreadable-", 0), 0u);
+  EXPECT_EQ(sandbox::ReadFile(m_root + "/" + *names.begin()), "garbage");
+  // A second unreadable file gets another name; the first stays.
+  sandbox::WriteFile(path, "more garbage");
+  ASSERT_TRUE(mvcs::MoveFileAside(path));
+  EXPECT_EQ(sandbox::List(m_root).size(), 2u);
+}
+
+TEST_F(SettingsFiles, MoveAsideRefusesFolders) {
+  mkdir((m_root + "/folder").c_str(), 0755);
+  EXPECT_FALSE(mvcs::MoveFileAside(m_root + "/folder"));
+  EXPECT_EQ(sandbox::List(m_root), std::set<std::string>({"folder"}));
+}
+
+}  // namespace

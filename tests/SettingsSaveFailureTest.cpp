@@ -1,0 +1,206 @@
+// Saves that cannot write: a read-only folder, a full disk, a folder or a
+// file that cannot be read. The save reports false, keeps the file dirty and
+// the change in memory, leaves the old file as it was, and leaves no
+// temporary file behind.
+//
+// Permission bits do not stop root, so these scenarios run in a child
+// process that gives up its privileges first (when the tests run as root).
+// A full disk is simulated with a file-size limit (RLIMIT_FSIZE), which makes
+// writes fail the way a full disk does.
+
+#include <gtest/gtest.h>
+#include <grp.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+
+#include "MorvSettingsNode.h"
+#include "PList.h"
+#include "SettingsFixtures.h"
+#include "SettingsSandbox.h"
+
+namespace {
+
+using fixtures::Dict;
+using fixtures::Integer;
+using fixtures::Key;
+using fixtures::Node;
+using fixtures::Plist;
+using mvcs::MorvSettings;
+using mvcs::PList;
+using mvcs::PListInteger;
+
+const uid_t kNobody = 65534;
+
+// Runs `scenario` in a child process, without privileges when the test runs
+// as root. The scenario returns the first problem it found, or "".
+std::string RunInChild(const std::function<std::string()>& scenario, bool dropPrivileges) {
+  int channel[2];
+  if (pipe(channel) != 0) return "pipe failed";
+  const pid_t child = fork();
+  if (child == 0) {
+    close(channel[0]);
+    std::string problem;
+    if (dropPrivileges && geteuid() == 0 &&
+        (setgroups(0, NULL) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
+      problem = "could not drop privileges";
+    } else {
+      problem = scenario();
+    }
+    if (write(channel[1], problem.data(), problem.size()) < 0) _exit(2);
+    _exit(problem.empty() ? 0 : 1);
+  }
+  close(channel[1]);
+  std::string problem;
+  char buffer[512];
+  ssize_t got;
+  while ((got = read(channel[0], buffer, sizeof(buffer))) > 0) problem.append(buffer, got);
+  close(channel[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (!WIFEXITED(status)) return "the child process died: " + problem;
+  return problem;
+}
+
+#define CHECK(condition)                              \
+  do {                                                \
+    if (!(condition)) return std::string("failed: " #condition); \
+  } while (0)
+
+class SettingsSaveFailure : public sandbox::SettingsSandbox {
+ protected:
+  // The product's file, with Settings/P {old: 1}, readable by everyone.
+  void WriteProductFile() {
+    sandbox::WriteFile(UserFile("P"), Plist(Key("Settings", Dict(Key("P", Dict(
+        Key("old", Integer(1))))))));
+    chmod(UserFile("P").c_str(), 0644);
+    m_original = sandbox::ReadFile(UserFile("P"));
+  }
+
+  // A save that cannot write keeps everything as it was, in memory and on
+  // disk; returns the first problem.
+  std::string SaveFailsAndKeepsEverything() {
+    const std::string path = UserFile("P");
+    mvtl::RefCountedPtr<PList> file;
+    PList::GetPList(path, &file);
+    CHECK(file->Open(false));
+    file->GetRoot()->Set("new", PListInteger{2, false});
+    file->SetDirty(true);
+    CHECK(!file->Save());
+    CHECK(file->IsDirty());                            // tried again by the next save
+    CHECK(file->GetRoot()->Find("new") != NULL);       // the change is still in memory
+    CHECK(sandbox::ReadFile(path) == m_original);      // the old file is intact
+    CHECK(sandbox::List(UserFolder()) == std::set<std::string>({"com.morv.P.plist"}));
+    CHECK(!file->Save());                              // and again
+    CHECK(sandbox::List(UserFolder()) == std::set<std::string>({"com.morv.P.plist"}));
+
+    // Through a node: the store succeeds in memory, the close reports the
+    // failed save, and a second node on the file still sees the change.
+    Node keeper = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
+    Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
+    CHECK(node.Get() != NULL && keeper.Get() != NULL);
+    CHECK(node->StoreInteger(std::string("viaNode"), 3));
+    CHECK(!dynamic_cast<MorvSettings*>(node.Get())->Close());
+    long long value = 0;
+    CHECK(keeper->FetchInteger(std::string("viaNode"), value) && value == 3);
+    CHECK(sandbox::ReadFile(path) == m_original);
+    return std::string();
+  }
+
+  std::string m_original;
+};
+
+TEST_F(SettingsSaveFailure, ReadOnlyFolder) {
+  WriteProductFile();
+  chmod(m_userConfig.c_str(), 0755);
+  chmod(UserFolder().c_str(), 0555);
+  EXPECT_EQ(RunInChild([this] { return SaveFailsAndKeepsEverything(); }, true), "");
+  EXPECT_EQ(sandbox::ReadFile(UserFile("P")), m_original);
+}
+
+TEST_F(SettingsSaveFailure, FullDisk) {
+  WriteProductFile();
+  chmod(m_userConfig.c_str(), 0777);
+  chmod(UserFolder().c_str(), 0777);
+  EXPECT_EQ(RunInChild(
+                [this] {
+                  // Writes beyond a few bytes now fail with EFBIG, as on a
+                  // full disk (the signal that would announce it is ignored).
+                  signal(SIGXFSZ, SIG_IGN);
+                  struct rlimit limit = {16, 16};
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  return SaveFailsAndKeepsEverything();
+                },
+                false),
+            "");
+  EXPECT_EQ(sandbox::ReadFile(UserFile("P")), m_original);
+}
+
+TEST_F(SettingsSaveFailure, UnreadableFolderOpensNothingAndWritesNothing) {
+  WriteProductFile();
+  chmod(m_userConfig.c_str(), 0755);
+  chmod(UserFolder().c_str(), 0000);
+  EXPECT_EQ(RunInChild(
+                [this] {
+                  CHECK(fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER).Get() == NULL);
+                  Node created = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+                  CHECK(created.Get() != NULL);  // starts empty, as for a missing file
+                  CHECK(created->StoreInteger(std::string("x"), 1));
+                  CHECK(!dynamic_cast<MorvSettings*>(created.Get())->Close());
+                  return std::string();
+                },
+                true),
+            "");
+  chmod(UserFolder().c_str(), 0755);
+  EXPECT_EQ(sandbox::ReadFile(UserFile("P")), m_original);
+  EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
+}
+
+TEST_F(SettingsSaveFailure, UnreadableFileIsKeptWhenReplaced) {
+  WriteProductFile();
+  chmod(m_userConfig.c_str(), 0777);
+  chmod(UserFolder().c_str(), 0777);
+  chmod(UserFile("P").c_str(), 0000);
+  EXPECT_EQ(RunInChild(
+                [this] {
+                  CHECK(fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER).Get() == NULL);
+                  {
+                    Node created =
+                        fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+                    CHECK(created.Get() != NULL);
+                    CHECK(created->StoreInteger(std::string("fresh"), 5));
+                  }
+                  Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
+                  long long fresh = 0;
+                  CHECK(reread.Get() != NULL);
+                  CHECK(reread->FetchInteger(std::string("fresh"), fresh) && fresh == 5);
+                  return std::string();
+                },
+                true),
+            "");
+  std::string aside;
+  for (const std::string& name : sandbox::List(UserFolder())) {
+    if (name.rfind("com.morv.P.plist.unreadable-", 0) == 0) aside = name;
+  }
+  ASSERT_FALSE(aside.empty());
+  EXPECT_EQ(sandbox::ReadFile(UserFolder() + "/" + aside), m_original);
+}
+
+TEST_F(SettingsSaveFailure, FolderInTheWayOfTheFile) {
+  sandbox::WriteFile(UserFile("P") + "/inside", "x");  // a folder where the file goes
+  {
+    Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+    ASSERT_NE(node.Get(), nullptr);
+    ASSERT_TRUE(node->StoreInteger(std::string("x"), 1));
+    EXPECT_FALSE(dynamic_cast<MorvSettings*>(node.Get())->Close());
+  }
+  EXPECT_EQ(sandbox::ReadFile(UserFile("P") + "/inside"), "x");
+  EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
+}
+
+}  // namespace
