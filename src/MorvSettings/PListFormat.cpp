@@ -81,8 +81,7 @@ bool ForEachEntry(plist_t dictionary, Visit visit) {
 // Whether libplist writes `text` back unchanged: well-formed UTF-8 without
 // U+0000 (it alters other bytes and lone surrogates when it writes them).
 bool IsWritableText(const char* text, std::size_t length) {
-  return text != NULL && std::strlen(text) == length &&
-         IsWellFormedUTF8(std::string(text, length));
+  return text != NULL && std::strlen(text) == length && IsWellFormedUTF8(text, length);
 }
 
 // Whether every string and key inside an entry kept as it was read (an
@@ -118,7 +117,7 @@ bool DictionaryToTree(plist_t node, PListValue& value, std::size_t depth) {
   const bool ok = ForEachEntry(node, [&](const char* key, plist_t child) {
     PListValue entry;
     if (!IsWritableText(key, std::strlen(key)) || !ToTree(child, entry, depth + 1)) return false;
-    dictionary->Set(key, entry);
+    dictionary->Set(key, std::move(entry));
     return true;
   });
   if (ok) value = dictionary;

@@ -97,11 +97,12 @@ class BinaryWalk {
     Object top;
     if (!ReadObject(m_topObject, top) || top.type != kDictionary) return false;
     m_state.assign(m_objectCount, kUnvisited);
+    m_isString.assign(m_objectCount, false);
     m_cost.assign(m_objectCount, 0);
     m_height.assign(m_objectCount, 0);
     std::uint64_t cost = 0;
     std::size_t height = 0;
-    return Visit(m_topObject, 1, cost, height);
+    return Visit(m_topObject, 1, false, cost, height);
   }
 
  private:
@@ -218,8 +219,11 @@ class BinaryWalk {
   // `cost` receives the modelled size of the tree parsing builds from it,
   // `height` the nesting of containers it holds (itself included). Each
   // object is walked once; a shared one adds its cost at every use.
-  bool Visit(std::size_t index, std::size_t depth, std::uint64_t& cost, std::size_t& height) {
+  // With `asKey`, the object must be a string (a dictionary key).
+  bool Visit(std::size_t index, std::size_t depth, bool asKey, std::uint64_t& cost,
+             std::size_t& height) {
     if (m_state[index] == kDone) {
+      if (asKey && !m_isString[index]) return false;
       cost = m_cost[index];
       height = m_height[index];
       return depth - 1 + height <= kMaxNesting;
@@ -227,6 +231,8 @@ class BinaryWalk {
     if (m_state[index] == kVisiting) return false;  // an object inside itself
     Object object;
     if (!ReadObject(index, object)) return false;
+    const bool isString = object.type == kAsciiString || object.type == kUtf16String;
+    if (asKey && !isString) return false;
     const bool container =
         object.type == kArray || object.type == kSet || object.type == kDictionary;
     if (!container) {
@@ -241,25 +247,19 @@ class BinaryWalk {
       for (std::uint64_t i = 0; i < object.count; ++i) {
         const std::size_t child = Reference(object, i);
         if (child >= m_objectCount) return false;
-        if (i < keys && !IsString(child)) return false;
         std::uint64_t childCost = 0;
         std::size_t childHeight = 0;
-        if (!Visit(child, depth + 1, childCost, childHeight)) return false;
+        if (!Visit(child, depth + 1, i < keys, childCost, childHeight)) return false;
         cost = SaturatingAdd(cost, childCost);
         if (childHeight + 1 > height) height = childHeight + 1;
         if (cost > m_budget) return false;
       }
     }
     m_state[index] = kDone;
+    m_isString[index] = isString;
     m_cost[index] = cost;
     m_height[index] = height;
     return cost <= m_budget;
-  }
-
-  bool IsString(std::size_t index) const {
-    Object object;
-    return ReadObject(index, object) &&
-           (object.type == kAsciiString || object.type == kUtf16String);
   }
 
   const unsigned char* m_bytes;
@@ -271,8 +271,9 @@ class BinaryWalk {
   std::size_t m_tableOffset = 0;
   std::uint64_t m_budget = 0;
   std::vector<State> m_state;
+  std::vector<bool> m_isString;
   std::vector<std::uint64_t> m_cost;
-  std::vector<std::size_t> m_height;
+  std::vector<std::uint32_t> m_height;
 };
 
 // Whether the tag that starts at `p` (just after '<') is `name` followed by

@@ -17,7 +17,13 @@ const PListValue* PListDictionary::Find(const std::string& key) const {
 }
 
 void PListDictionary::Set(const std::string& key, PListValue value) {
-  m_entries[key] = std::move(value);
+  // Files the store writes list keys in order, so loading them appends: the
+  // hint makes each of those insertions constant time.
+  if (m_entries.empty() || m_entries.rbegin()->first < key) {
+    m_entries.emplace_hint(m_entries.end(), key, std::move(value));
+  } else {
+    m_entries.insert_or_assign(key, std::move(value));
+  }
 }
 
 void PListDictionary::Remove(const std::string& key) { m_entries.erase(key); }

@@ -61,9 +61,9 @@ std::string DecimalPrefix(const std::string& text) {
 
 }  // namespace
 
-bool IsWellFormedUTF8(const std::string& text) {
-  const unsigned char* p = reinterpret_cast<const unsigned char*>(text.data());
-  const unsigned char* const end = p + text.size();
+bool IsWellFormedUTF8(const char* text, std::size_t size) {
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
+  const unsigned char* const end = p + size;
   while (p < end) {
     const unsigned char b0 = *p;
     if (b0 < 0x80) {

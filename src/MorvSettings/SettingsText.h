@@ -6,13 +6,17 @@
 #ifndef MORVSETTINGS_SETTINGSTEXT_H
 #define MORVSETTINGS_SETTINGSTEXT_H
 
+#include <cstddef>
 #include <string>
 
 namespace mvcs {
 
 // Whether `text` is well-formed UTF-8 (Unicode's definition: no overlong
 // forms, no surrogates, nothing above U+10FFFF, nothing cut off).
-bool IsWellFormedUTF8(const std::string& text);
+bool IsWellFormedUTF8(const char* text, std::size_t size);
+inline bool IsWellFormedUTF8(const std::string& text) {
+  return IsWellFormedUTF8(text.data(), text.size());
+}
 
 // The key or string that the store keeps for `text`: the text up to its
 // first zero character (names and values are C strings to the store).

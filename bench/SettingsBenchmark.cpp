@@ -1,0 +1,178 @@
+// Settings store costs, on settings files of about 4 KiB, 100 KiB and 1 MiB:
+//
+//   OneCall        create a node, fetch one value, release it: what a
+//                  one-call function costs end to end (the file is read and
+//                  parsed on every call, since nothing else holds it)
+//     Morv           the store
+//     libplist_parse plist_from_bin of the same bytes, then plist_free
+//     plain_read     reading the file into memory (the floor)
+//   StoreAndSave   one store and the save that follows when the node closes
+//     Morv           the store (the file stays cached by another node)
+//     plain_write    write, fsync and rename of the same bytes (the floor)
+//   FetchOpenNode  one fetch on a node that is already open
+//
+// Names read Op/Implementation/Input; times are per call. The files live in
+// a temporary folder (XDG_CONFIG_HOME), removed at exit.
+
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <plist/plist.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "MorvSettings/MorvSettings.h"
+
+namespace {
+
+struct SettingsFile {
+  std::string name;      // "4KiB", ...
+  std::string product;   // its product id
+  std::string path;      // the per-user file
+  std::string bytes;     // its contents
+};
+
+std::string g_root;
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Fills Settings/<product> with typical settings (numbers, flags, names,
+// paths, small blobs, a few child keys) until the file reaches `bytes`.
+SettingsFile MakeFile(const std::string& name, std::size_t bytes) {
+  SettingsFile file;
+  file.name = name;
+  file.product = "Bench" + name;
+  file.path = g_root + "/config/Preferences/com.morv." + file.product + ".plist";
+  for (int round = 0;; ++round) {
+    {
+      mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
+      mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER_CREATE,
+                               &node);
+      for (int i = round * 8; i < round * 8 + 8; ++i) {
+        const std::string n = std::to_string(i);
+        node->StoreInteger("Count" + n, i * 37);
+        node->StoreBoolean("Enabled" + n, i % 3 == 0);
+        node->StoreUTF8String("Name" + n, "Media library folder number " + n);
+        node->StoreUTF8String("Path" + n, "/srv/media/library/section-" + n + "/index.db");
+        node->StoreDouble("Ratio" + n, i / 7.0);
+        const unsigned char blob[16] = {(unsigned char)i, 1, 2, 3, 4, 5, 6, 7};
+        node->StoreBuffer("Blob" + n, blob, sizeof(blob));
+        if (i % 16 == 0) {
+          mvtl::RefCountedPtr<mvcs::IMorvSettings> child;
+          node->GetChild("Section" + n + "/Options", &child);
+          child->StoreInteger(std::string("Level"), i);
+        }
+      }
+    }
+    file.bytes = ReadAll(file.path);
+    if (file.bytes.size() >= bytes) return file;
+  }
+}
+
+const std::vector<SettingsFile>& Files() {
+  static const std::vector<SettingsFile> files = {
+      MakeFile("4KiB", 4 << 10), MakeFile("100KiB", 100 << 10), MakeFile("1MiB", 1 << 20)};
+  return files;
+}
+
+void OneCallMorv(benchmark::State& state, const SettingsFile& file) {
+  for (auto _ : state) {
+    mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
+    mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER, &node);
+    long long value = 0;
+    if (!node->FetchInteger(std::string("Count5"), value)) state.SkipWithError("fetch failed");
+    benchmark::DoNotOptimize(value);
+  }
+}
+
+void OneCallLibplist(benchmark::State& state, const SettingsFile& file) {
+  for (auto _ : state) {
+    plist_t root = NULL;
+    plist_from_bin(file.bytes.data(), (uint32_t)file.bytes.size(), &root);
+    if (root == NULL) state.SkipWithError("libplist failed");
+    plist_free(root);
+  }
+}
+
+void OneCallRead(benchmark::State& state, const SettingsFile& file) {
+  for (auto _ : state) benchmark::DoNotOptimize(ReadAll(file.path));
+}
+
+void StoreAndSaveMorv(benchmark::State& state, const SettingsFile& file) {
+  // Another node holds the file, so that each iteration saves it but does
+  // not read it again.
+  mvtl::RefCountedPtr<mvcs::IMorvSettings> keeper;
+  mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER, &keeper);
+  long long counter = 0;
+  for (auto _ : state) {
+    mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
+    mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER, &node);
+    node->StoreInteger(std::string("Counter"), ++counter);
+  }
+}
+
+void StoreAndSavePlain(benchmark::State& state, const SettingsFile& file) {
+  const std::string temporary = file.path + ".plain";
+  const std::string target = file.path + ".plain-target";
+  for (auto _ : state) {
+    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0 || write(fd, file.bytes.data(), file.bytes.size()) < 0 || fsync(fd) != 0) {
+      state.SkipWithError("write failed");
+    }
+    close(fd);
+    rename(temporary.c_str(), target.c_str());
+  }
+  unlink(target.c_str());
+}
+
+void FetchOpenNode(benchmark::State& state, const SettingsFile& file) {
+  mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
+  mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER, &node);
+  for (auto _ : state) {
+    long long value = 0;
+    node->FetchInteger(std::string("Count5"), value);
+    benchmark::DoNotOptimize(value);
+  }
+}
+
+void RemoveRoot() {
+  if (!g_root.empty()) std::system(("rm -rf '" + g_root + "'").c_str());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  char pattern[] = "/tmp/morv-bench-XXXXXX";
+  if (mkdtemp(pattern) == NULL) return 1;
+  g_root = pattern;
+  std::atexit(RemoveRoot);
+  setenv("XDG_CONFIG_HOME", (g_root + "/config").c_str(), 1);
+  setenv("XDG_CONFIG_DIRS", (g_root + "/xdg").c_str(), 1);
+
+  for (const SettingsFile& file : Files()) {
+    const std::string size = file.name;
+    benchmark::RegisterBenchmark(("OneCall/Morv/" + size).c_str(), OneCallMorv, file);
+    benchmark::RegisterBenchmark(("OneCall/libplist_parse/" + size).c_str(), OneCallLibplist, file);
+    benchmark::RegisterBenchmark(("OneCall/plain_read/" + size).c_str(), OneCallRead, file);
+    benchmark::RegisterBenchmark(("StoreAndSave/Morv/" + size).c_str(), StoreAndSaveMorv, file);
+    benchmark::RegisterBenchmark(("StoreAndSave/plain_write/" + size).c_str(), StoreAndSavePlain,
+                                 file);
+    benchmark::RegisterBenchmark(("FetchOpenNode/Morv/" + size).c_str(), FetchOpenNode, file);
+  }
+  for (const SettingsFile& file : Files()) {
+    std::fprintf(stderr, "%s file: %zu bytes\n", file.name.c_str(), file.bytes.size());
+  }
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
