@@ -17,7 +17,10 @@ endfunction()
 
 set(prefix ${MORV_WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${MORV_WORK_DIR})
-file(MAKE_DIRECTORY ${MORV_WORK_DIR})
+file(MAKE_DIRECTORY ${MORV_WORK_DIR} ${MORV_WORK_DIR}/config)
+# The consumer stores a setting: keep it in this folder.
+set(ENV{XDG_CONFIG_HOME} ${MORV_WORK_DIR}/config)
+set(ENV{XDG_CONFIG_DIRS} ${MORV_WORK_DIR}/xdg)
 
 run(${CMAKE_COMMAND} --install ${MORV_BINARY_DIR} --prefix ${prefix})
 
@@ -35,7 +38,7 @@ endif()
 file(GLOB pc_dirs ${prefix}/lib*/pkgconfig ${prefix}/lib*/*/pkgconfig)
 list(JOIN pc_dirs ":" pc_path)
 set(ENV{PKG_CONFIG_PATH} ${pc_path})
-run(pkg-config --cflags --libs MorvString)
+run(pkg-config --cflags --libs MorvSettings MorvString)
 string(STRIP "${last_output}" pc_flags)
 separate_arguments(pc_flags UNIX_COMMAND "${pc_flags}")
 separate_arguments(extra_flags UNIX_COMMAND "${MORV_EXTRA_FLAGS}")

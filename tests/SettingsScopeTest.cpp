@@ -118,6 +118,22 @@ TEST_F(SettingsScope, OutOfRangeScopeOpensNothing) {
   EXPECT_FALSE(sandbox::Exists(SharedFile()));
 }
 
+TEST_F(SettingsScope, ScopesFourToSixStayDistinctFromOneToThree) {
+  const std::string tree = Plist(Key("Settings", Dict(Key("P", Dict(Key("Kid", Dict("")))))));
+  sandbox::WriteFile(UserFile("P"), tree);
+  sandbox::WriteFile(SharedFile(), tree);
+  for (int scope : {4, 5, 6}) {
+    Node node = fixtures::Open("Settings/P", (MORVSETTINGSTYPE)scope);
+    ASSERT_NE(node.Get(), nullptr);
+    EXPECT_EQ(Impl(node)->GetScope(), scope);
+    Node child;
+    ASSERT_TRUE(node->GetChild(std::string("Kid"), &child));
+    EXPECT_EQ(Impl(child)->GetScope(), scope);  // children keep the value too
+  }
+  EXPECT_NE(mvcs::MORVSETTINGSTYPE_USER_ALT, mvcs::MORVSETTINGSTYPE_USER);
+  EXPECT_EQ(mvcs::MORVSETTINGSTYPE_SHARED_ALT, 6);
+}
+
 TEST_F(SettingsScope, CreateScopesCreateMissingFiles) {
   for (MORVSETTINGSTYPE scope :
        {mvcs::MORVSETTINGSTYPE_USER, mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED,
