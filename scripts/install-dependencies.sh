@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libbenchmark-dev      # tests, benchmarks
   libicu-dev                         # ICU headers; ICU as the benchmarks' peer
   libplist-dev                       # property-list files (libplist 2.2)
+  qt6-base-dev                       # the launcher (Qt 6 Core)
   python3                            # plistlib, an independent reader in the tests
 )
 
