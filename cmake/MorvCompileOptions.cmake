@@ -13,6 +13,13 @@ function(morv_set_warnings target)
                          $<$<BOOL:${MORV_WERROR}>:-Werror>)
 endfunction()
 
+# An installed program finds the Morv libraries in the installation's
+# library folder, wherever the installation is.
+function(morv_install_program target)
+  set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  install(TARGETS ${target} EXPORT MorvTargets RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endfunction()
+
 # The support templates are header-only.
 add_library(mvtl INTERFACE)
 add_library(Morv::mvtl ALIAS mvtl)
@@ -50,7 +57,8 @@ function(morv_add_library name)
   add_library(Morv::${name} ALIAS ${name})
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR})
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    INSTALL_RPATH "$ORIGIN")  # finds the other Morv libraries beside it
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

@@ -56,4 +56,13 @@ run(${MORV_WORK_DIR}/consumer-pc)
 if(NOT last_output MATCHES "consumer ok")
   message(FATAL_ERROR "consumer built with pkg-config printed: ${last_output}")
 endif()
+# The installed launcher finds its libraries by itself (no search path set):
+# with no server anywhere it prints nothing and exits 0.
+unset(ENV{LD_LIBRARY_PATH})
+file(MAKE_DIRECTORY ${MORV_WORK_DIR}/empty)
+execute_process(COMMAND ${prefix}/bin/MMSLaunch WORKING_DIRECTORY ${MORV_WORK_DIR}/empty
+                RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT result EQUAL 0 OR NOT err STREQUAL "")
+  message(FATAL_ERROR "installed MMSLaunch: status ${result}, stderr: ${err}")
+endif()
 message(STATUS "installed package works from CMake and pkg-config")
