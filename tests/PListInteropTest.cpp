@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "MorvSettings/MorvSettings.h"
+#include "Plistlib.h"
 #include "SettingsFixtures.h"
 #include "SettingsSandbox.h"
 
@@ -19,19 +20,7 @@ namespace {
 
 using fixtures::Node;
 
-const std::string kScript = MORV_TEST_SOURCE_DIR "/plist_interop.py";
-
-// plistlib's canonical listing of a file: one "path\ttype\tvalue" line per
-// entry.
-std::vector<std::string> Dump(const std::string& path) {
-  std::string output;
-  const int status = sandbox::Run("python3 '" + kScript + "' dump '" + path + "'", &output);
-  EXPECT_EQ(status, 0) << "plistlib could not read " << path;
-  std::vector<std::string> lines;
-  std::istringstream in(output);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
+using plistlib::Dump;
 
 std::set<std::string> Minus(const std::vector<std::string>& a, const std::vector<std::string>& b) {
   std::set<std::string> difference(a.begin(), a.end());
@@ -43,9 +32,7 @@ class PListInterop : public sandbox::SettingsSandbox {
  protected:
   void WriteFixture(const char* format) {
     sandbox::WriteFile(UserFile("Product"), "");  // makes the folders
-    ASSERT_EQ(sandbox::Run("python3 '" + kScript + "' write-fixture " + format + " '" +
-                           UserFile("Product") + "'"),
-              0);
+    ASSERT_EQ(plistlib::WriteFixture(format, UserFile("Product")), 0);
   }
 
   // Reads the plistlib fixture through the store and checks every kind.

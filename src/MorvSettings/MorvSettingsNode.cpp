@@ -70,13 +70,8 @@ MorvSettings::MorvSettings(MORVSETTINGSTYPE scope, const std::string& name,
     parent->m_children[name].Assign(this);  // replaces an earlier child of that name
     return;
   }
-  const std::string userDirectory = UserPreferencesDirectory();
-  if (!userDirectory.empty()) {
-    m_userFilePath = userDirectory + "/" +
-                     (productId.empty() ? std::string("com.morv.plist")
-                                        : "com.morv." + productId + ".plist");
-  }
-  m_sharedFilePath = SharedPreferencesDirectory() + "/com.morv.plist";
+  m_userFilePath = UserSettingsFile(productId);
+  m_sharedFilePath = SharedSettingsFile();
 }
 
 MorvSettings::~MorvSettings() { Close(); }

@@ -2,6 +2,8 @@
 
 #include "PList.h"
 
+#include <cerrno>
+
 #include "PListFormat.h"
 #include "SettingsFiles.h"
 
@@ -62,6 +64,12 @@ bool PList::Save() {
   }
   std::string bytes;
   bool ok = WriteBinaryPropertyList(*m_root, bytes);
+  if (!ok) errno = EINVAL;
+  // Never write a file that the store would refuse to read.
+  if (ok && bytes.size() > kMaxSettingsFileSize) {
+    errno = EFBIG;
+    ok = false;
+  }
   if (ok && m_unreadableFile) {
     ok = MoveFileAside(m_path);
     if (ok) m_unreadableFile = false;

@@ -44,7 +44,9 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // file atomically. A file that exists but could not be loaded is first
   // moved aside (see MoveFileAside), never overwritten. True on success or
   // when there was nothing to write; false with no root dictionary, or when
-  // the write failed, in which case the object stays dirty.
+  // the write failed, in which case the object stays dirty and errno says
+  // why (as the failing call set it; EFBIG for a file larger than the store
+  // reads, EINVAL for a tree that cannot be written so as to read back).
   bool Save();
 
   // Counting, with the cache step described above.

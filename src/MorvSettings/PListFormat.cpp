@@ -14,6 +14,7 @@
 
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -225,20 +226,92 @@ bool ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDictio
   return true;
 }
 
-bool WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes) {
+namespace {
+
+// Serialises the tree with libplist's `write` (plist_to_bin, plist_to_xml),
+// frees libplist's copy with `release`, and keeps the result only if
+// `readable` (the matching input check) accepts it.
+template <class Write, class Release, class Readable>
+bool WritePropertyList(const PListDictionary& root, std::string& bytes, Write write,
+                       Release release, Readable readable) {
   const Node node(NodeBuilder().Build(root));
   if (!node) return false;
-  char* binary = NULL;
+  char* written = NULL;
   uint32_t length = 0;
-  plist_to_bin(node.get(), &binary, &length);
-  if (binary == NULL) return false;
+  write(node.get(), &written, &length);
+  if (written == NULL) return false;
+  const bool ok = readable(written, length);
+  if (ok) bytes.assign(written, length);
+  release(written);
+  return ok;
+}
+
+}  // namespace
+
+bool WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes) {
   // Never write what could not be read back: libplist shares equal values
   // in the file, so a tree with very many uses of one long text can make a
   // file small enough for the reading budget to refuse.
-  const bool readable = IsSafeBinaryPList(reinterpret_cast<const unsigned char*>(binary), length);
-  if (readable) bytes.assign(binary, length);
-  plist_to_bin_free(binary);
-  return readable;
+  return WritePropertyList(root, bytes, plist_to_bin, plist_to_bin_free,
+                           [](const char* written, uint32_t length) {
+                             return IsSafeBinaryPList(
+                                 reinterpret_cast<const unsigned char*>(written), length);
+                           });
+}
+
+bool WriteXmlPropertyList(const PListDictionary& root, std::string& bytes) {
+  return WritePropertyList(root, bytes, plist_to_xml, plist_to_xml_free, IsSafeXmlPList);
+}
+
+namespace {
+
+// The nesting of a libplist node: 1 for a container holding no container,
+// 0 for anything else.
+std::size_t NodeNesting(plist_t node) {
+  std::size_t deepest = 0;
+  switch (plist_get_node_type(node)) {
+    case PLIST_ARRAY: {
+      const uint32_t size = plist_array_get_size(node);
+      for (uint32_t i = 0; i < size; ++i) {
+        deepest = std::max(deepest, NodeNesting(plist_array_get_item(node, i)));
+      }
+      return deepest + 1;
+    }
+    case PLIST_DICT:
+      ForEachEntry(node, [&deepest](const char*, plist_t child) {
+        deepest = std::max(deepest, NodeNesting(child));
+        return true;
+      });
+      return deepest + 1;
+    default:
+      return 0;
+  }
+}
+
+}  // namespace
+
+std::size_t NestingDepth(const PListDictionary& root) {
+  std::size_t deepest = 0;
+  for (const auto& entry : root.GetEntries()) {
+    if (const PListDictionary* child = AsDictionary(entry.second)) {
+      deepest = std::max(deepest, NestingDepth(*child));
+    } else if (const auto* opaque =
+                   std::get_if<std::shared_ptr<const PListOpaque>>(&entry.second)) {
+      deepest = std::max(deepest, NodeNesting(static_cast<plist_t>((*opaque)->GetNode())));
+    }
+  }
+  return deepest + 1;
+}
+
+OpaqueKind KindOf(const PListOpaque& opaque) {
+  switch (plist_get_node_type(static_cast<plist_t>(opaque.GetNode()))) {
+    case PLIST_ARRAY:
+      return OpaqueKind::kArray;
+    case PLIST_DATE:
+      return OpaqueKind::kDate;
+    default:
+      return OpaqueKind::kOther;
+  }
 }
 
 }  // namespace mvcs

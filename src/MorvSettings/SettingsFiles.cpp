@@ -15,6 +15,8 @@
 #include <cstring>
 #include <fstream>
 
+#include "FileDescriptor.h"
+
 namespace mvcs {
 
 namespace {
@@ -55,39 +57,8 @@ mode_t CurrentUmask() {
   return mask;
 }
 
-// Closes a descriptor on every way out.
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int fd) : m_fd(fd) {}
-  ~FileDescriptor() {
-    if (m_fd >= 0) close(m_fd);
-  }
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  int Get() const { return m_fd; }
-  // Closes now and reports whether the close succeeded.
-  bool Close() {
-    const int fd = m_fd;
-    m_fd = -1;
-    return fd < 0 || close(fd) == 0;
-  }
-
- private:
-  int m_fd;
-};
-
-bool WriteAll(int fd, const char* data, std::size_t size) {
-  while (size > 0) {
-    const ssize_t written = write(fd, data, size);
-    if (written < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    data += written;
-    size -= (std::size_t)written;
-  }
-  return true;
-}
+using morv_common::FileDescriptor;
+using morv_common::WriteAll;
 
 // Flushes a folder's entries (the rename) to disk.
 void SyncDirectory(const std::string& directory) {
@@ -125,6 +96,15 @@ std::string SharedPreferencesDirectory() {
   }
   return base + "/Morv/Preferences";
 }
+
+std::string UserSettingsFile(const std::string& productId) {
+  const std::string directory = UserPreferencesDirectory();
+  if (directory.empty()) return std::string();
+  return directory + "/" +
+         (productId.empty() ? std::string("com.morv.plist") : "com.morv." + productId + ".plist");
+}
+
+std::string SharedSettingsFile() { return SharedPreferencesDirectory() + "/com.morv.plist"; }
 
 FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize,
                                 std::string& bytes) {
@@ -198,7 +178,9 @@ bool WriteFileAtomically(const std::string& requestedPath, const std::string& by
   ok = fd.Close() && ok;
   ok = ok && rename(temporary.c_str(), path.c_str()) == 0;
   if (!ok) {
+    const int reason = errno;  // the failure's, not the clean-up's
     unlink(temporary.c_str());
+    errno = reason;
     return false;
   }
   SyncDirectory(directory);

@@ -18,6 +18,14 @@ std::string UserPreferencesDirectory();
 // $XDG_CONFIG_DIRS, else /etc/xdg, followed by "/Morv/Preferences".
 std::string SharedPreferencesDirectory();
 
+// The per-user file of a product, "com.morv.<productId>.plist" in the
+// user's settings folder ("com.morv.plist" for an empty id); empty when
+// there is no user folder.
+std::string UserSettingsFile(const std::string& productId);
+
+// The machine-wide file, "com.morv.plist" in the machine-wide folder.
+std::string SharedSettingsFile();
+
 // Settings files above this size are not read: they count as unreadable.
 constexpr std::size_t kMaxSettingsFileSize = 64u << 20;
 
@@ -43,7 +51,8 @@ void MakeAncestorDirectories(const std::string& path);
 // keeps the mode (and, where permitted, the owner) of the file it replaces;
 // a new file gets 0666 less the umask. A symbolic link at `path` is
 // followed. On any failure (full disk, read-only folder, ...) the temporary
-// file is removed, the old file is untouched, and the result is false.
+// file is removed, the old file is untouched, the result is false, and
+// errno is what the failing call set.
 bool WriteFileAtomically(const std::string& path, const std::string& bytes);
 
 // Moves a file that could not be read out of the way before it is

@@ -1,0 +1,97 @@
+// Inspecting and exchanging settings: what kind of entry a name holds,
+// where a product's files are, saving a node's changes now (with the
+// outcome), and a node's entries as a property list, out and in.
+//
+// These serve tools (morv-settings is one) and programs that show or move
+// settings; the typed operations of MorvSettings.h remain the way to read
+// and write values. Each function takes a node made by CreateMorvSettings or
+// CreateSimpleSettings; for any other IMorvSettings it fails. Use nodes from
+// one thread at a time.
+
+#ifndef MORVSETTINGS_MORVSETTINGSINSPECT_H
+#define MORVSETTINGS_MORVSETTINGSINSPECT_H
+
+#include <string>
+
+#include "MorvSettings/MorvSettings.h"
+#include "MorvSettings/MorvSettingsExport.h"
+
+namespace mvcs {
+
+// The kind of an entry, as a node's typed operations see it.
+enum MORVVALUEKIND {
+  MORVVALUEKIND_NONE = 0,          // no entry of that name
+  MORVVALUEKIND_INTEGER,           // FetchInteger (and the integer widths)
+  MORVVALUEKIND_UNSIGNED_INTEGER,  // an integer of 2^63 or more held as unsigned
+                                   // (other writers make these): FetchUint64
+  MORVVALUEKIND_REAL,              // FetchDouble, FetchFloat
+  MORVVALUEKIND_BOOLEAN,           // FetchBoolean
+  MORVVALUEKIND_STRING,            // FetchUTF8String, FetchWideString
+  MORVVALUEKIND_DATA,              // FetchBuffer
+  MORVVALUEKIND_DICTIONARY,        // a child key: GetChild
+  MORVVALUEKIND_ARRAY,             // kept in the file, but no operation reads it
+  MORVVALUEKIND_DATE,              // likewise
+  MORVVALUEKIND_OTHER              // likewise (UIDs and the like)
+};
+
+// The kind of the entry `name` (one entry, as the typed operations take
+// names) of `node`: the entry of the node's own dictionary, or, for scopes
+// with the shared file as fallback (2, 5, 8) when the own dictionary has no
+// entry of that name, the shared one. Opens the node if needed.
+// MORVVALUEKIND_NONE for no such entry, an empty name, or a node that does
+// not open.
+MORVSETTINGS_API MORVVALUEKIND GetValueKind(IMorvSettings* node, const std::string& name);
+
+// The per-user settings file of product `productId`
+// ($XDG_CONFIG_HOME/Preferences/com.morv.<productId>.plist), and the
+// machine-wide shared file; whether or not they exist. Empty when there is
+// no folder for them (neither XDG_CONFIG_HOME nor HOME is set), or for an
+// empty product id.
+MORVSETTINGS_API std::string GetProductSettingsFile(const std::string& productId);
+MORVSETTINGS_API std::string GetSharedSettingsFile();
+
+// Writes the files of `node` that hold changes now, instead of when the
+// node closes, and says whether that worked: true when every file with
+// changes was written (or none had any). On false the files on disk are as
+// they were, the changes stay in memory (a later close tries again), and
+// errno tells why: as the failing system call set it (EACCES, EROFS,
+// ENOSPC, ...), EFBIG for a file that would be larger than the store reads
+// (64 MiB), or EINVAL for settings that cannot be written so as to read
+// back. False, with errno EINVAL, for a node not made by this library.
+MORVSETTINGS_API bool SaveSettings(IMorvSettings* node);
+
+enum MORVPLISTFORMAT {
+  MORVPLISTFORMAT_BINARY = 0,  // binary property list, version 1.0
+  MORVPLISTFORMAT_XML = 1      // XML property list, version 1.0
+};
+
+// The entries of the node's own dictionary (the per-user file's for scopes
+// 1, 2, 4, 5, 7, 8; the shared file's for 3, 6, 9), child keys included, as
+// a property list whose root dictionary holds them: every entry exactly as
+// the file holds it, kinds that no operation reads included. Entries that
+// the node reads from the shared file as fallback are not part of it. On
+// success `bytes` receives the property list. False, with `bytes`
+// untouched, when the node does not open or has no dictionary of its own.
+MORVSETTINGS_API bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format,
+                                     std::string& bytes);
+
+enum MORVIMPORTRESULT {
+  MORVIMPORT_OK = 0,
+  MORVIMPORT_NOT_A_SETTINGS_FILE,  // not a property list with a dictionary at its
+                                   // root that the store reads (binary or XML)
+  MORVIMPORT_TOO_DEEP,             // the node's path and the list's nesting together
+                                   // would go deeper than a settings file may (128)
+  MORVIMPORT_NO_NODE               // the node does not open, or has no own dictionary
+};
+
+// Merges the property list `bytes` (binary or XML) into the node's own
+// dictionary: each dictionary of the list merges into the child key of its
+// name (made when missing, replacing a value of that name), every other
+// entry replaces the entry of its name. Entries the list does not name are
+// kept. The change is written when the node closes (or by SaveSettings).
+// On any result but MORVIMPORT_OK nothing has changed.
+MORVSETTINGS_API MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std::string& bytes);
+
+}  // namespace mvcs
+
+#endif  // MORVSETTINGS_MORVSETTINGSINSPECT_H

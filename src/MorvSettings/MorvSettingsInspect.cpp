@@ -1,0 +1,127 @@
+// Inspecting and exchanging settings (see MorvSettingsInspect.h): entry
+// kinds, file locations, saving now, and export and import of a node's own
+// dictionary as a property list.
+
+#include "MorvSettings/MorvSettingsInspect.h"
+
+#include <cerrno>
+
+#include "MorvSettingsNode.h"
+#include "PListFormat.h"
+#include "SettingsFiles.h"
+
+namespace mvcs {
+
+namespace {
+
+// The library's node behind the interface, or null for another
+// implementation.
+MorvSettings* OwnNode(IMorvSettings* node) { return dynamic_cast<MorvSettings*>(node); }
+
+// The node's own dictionary (opened if needed), or null.
+PListDictionary* OwnDictionary(MorvSettings* node) {
+  if (node == NULL || !node->Open()) return NULL;
+  return node->GetReadWriteKey();
+}
+
+struct KindOfEntry {
+  MORVVALUEKIND operator()(const PListDictionaryRef&) const { return MORVVALUEKIND_DICTIONARY; }
+  MORVVALUEKIND operator()(const PListInteger& integer) const {
+    return integer.wide ? MORVVALUEKIND_UNSIGNED_INTEGER : MORVVALUEKIND_INTEGER;
+  }
+  MORVVALUEKIND operator()(const PListReal&) const { return MORVVALUEKIND_REAL; }
+  MORVVALUEKIND operator()(bool) const { return MORVVALUEKIND_BOOLEAN; }
+  MORVVALUEKIND operator()(const std::string&) const { return MORVVALUEKIND_STRING; }
+  MORVVALUEKIND operator()(const PListData&) const { return MORVVALUEKIND_DATA; }
+  MORVVALUEKIND operator()(const std::shared_ptr<const PListOpaque>& opaque) const {
+    switch (KindOf(*opaque)) {
+      case OpaqueKind::kArray:
+        return MORVVALUEKIND_ARRAY;
+      case OpaqueKind::kDate:
+        return MORVVALUEKIND_DATE;
+      default:
+        return MORVVALUEKIND_OTHER;
+    }
+  }
+};
+
+// Merges `from` into `into`: dictionaries into dictionaries of the same
+// name, every other entry replacing. `from` is a freshly parsed tree that
+// nothing else holds, so its dictionaries can be taken over as they are.
+void Merge(PListDictionary& into, const PListDictionary& from) {
+  for (const auto& entry : from.GetEntries()) {
+    const PListDictionary* incoming = AsDictionary(entry.second);
+    const PListValue* existing = into.Find(entry.first);
+    PListDictionary* target = existing != NULL ? AsDictionary(*existing) : NULL;
+    if (incoming != NULL && target != NULL) {
+      Merge(*target, *incoming);
+    } else {
+      into.Set(entry.first, entry.second);
+    }
+  }
+}
+
+// The number of dictionaries from the file's root down to the node's own
+// (the root counted).
+std::size_t NodeDepth(const MorvSettings& node) {
+  return tokenize(node.GetFullKeyPath(), "/").size() + 1;
+}
+
+}  // namespace
+
+MORVVALUEKIND GetValueKind(IMorvSettings* node, const std::string& name) {
+  MorvSettings* own = OwnNode(node);
+  if (own == NULL || name.empty() || !own->Open()) return MORVVALUEKIND_NONE;
+  for (const PListDictionary* dictionary : {own->GetReadWriteKey(), own->GetReadKeyFallback()}) {
+    const PListValue* entry = dictionary != NULL ? dictionary->Find(name) : NULL;
+    if (entry != NULL) return std::visit(KindOfEntry(), *entry);
+  }
+  return MORVVALUEKIND_NONE;
+}
+
+std::string GetProductSettingsFile(const std::string& productId) {
+  return productId.empty() ? std::string() : UserSettingsFile(productId);
+}
+
+std::string GetSharedSettingsFile() { return SharedSettingsFile(); }
+
+bool SaveSettings(IMorvSettings* node) {
+  MorvSettings* own = OwnNode(node);
+  if (own == NULL) {
+    errno = EINVAL;
+    return false;
+  }
+  bool ok = true;
+  int reason = 0;
+  for (PList* file : {own->GetUserFile(), own->GetSharedFile()}) {
+    if (file == NULL || file->GetRoot() == NULL || !file->IsDirty()) continue;
+    if (!file->Save() && ok) {
+      ok = false;
+      reason = errno;
+    }
+  }
+  if (!ok) errno = reason;
+  return ok;
+}
+
+bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format, std::string& bytes) {
+  const PListDictionary* dictionary = OwnDictionary(OwnNode(node));
+  if (dictionary == NULL) return false;
+  return format == MORVPLISTFORMAT_XML ? WriteXmlPropertyList(*dictionary, bytes)
+                                       : WriteBinaryPropertyList(*dictionary, bytes);
+}
+
+MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std::string& bytes) {
+  MorvSettings* own = OwnNode(node);
+  PListDictionary* dictionary = OwnDictionary(own);
+  if (dictionary == NULL) return MORVIMPORT_NO_NODE;
+  mvtl::RefCountedPtr<PListDictionary> incoming;
+  if (!ParsePropertyList(bytes, incoming)) return MORVIMPORT_NOT_A_SETTINGS_FILE;
+  // The list's root stands for the node's own dictionary.
+  if (NodeDepth(*own) - 1 + NestingDepth(*incoming) > kMaxNesting) return MORVIMPORT_TOO_DEEP;
+  Merge(*dictionary, *incoming);
+  own->SetDirty(dictionary);
+  return MORVIMPORT_OK;
+}
+
+}  // namespace mvcs

@@ -1,0 +1,280 @@
+// The inspection and exchange functions of the settings store: entry kinds
+// (own entries shadowing the machine-wide ones), file locations, saving now
+// with its outcome and errno, and export and import of a node's own
+// dictionary.
+
+#include "MorvSettings/MorvSettingsInspect.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "MorvSettings/MorvSettingsSimple.h"
+#include "Plistlib.h"
+#include "SettingsFixtures.h"
+#include "SettingsSandbox.h"
+
+namespace {
+
+using fixtures::Dict;
+using fixtures::Integer;
+using fixtures::Key;
+using fixtures::Node;
+using fixtures::Open;
+using fixtures::Plist;
+using fixtures::String;
+
+class SettingsInspect : public sandbox::SettingsSandbox {
+ protected:
+  // The product P's node with scope 8 (per-user, creating, shared fallback).
+  Node Product(const std::string& product = "P") {
+    return Open("Settings/" + product, mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_CREATE);
+  }
+};
+
+// --- Kinds -----------------------------------------------------------------------
+
+TEST_F(SettingsInspect, KindOfEveryStoredValue) {
+  Node node = Product();
+  ASSERT_TRUE(node);
+  node->StoreInteger(std::string("int"), -1);
+  node->StoreUint64(std::string("uint64"), 18446744073709551615ull);
+  node->StoreFloat(std::string("float"), 0.5f);
+  node->StoreDouble(std::string("double"), 0.1);
+  node->StoreBoolean(std::string("bool"), true);
+  node->StoreUTF8String(std::string("string"), "text");
+  node->StoreBuffer(std::string("data"), "ab", 2);
+  Node child;
+  ASSERT_TRUE(node->GetChild(std::string("child"), &child));
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "int"), mvcs::MORVVALUEKIND_INTEGER);
+  // The store keeps every integer as signed 64 bits.
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "uint64"), mvcs::MORVVALUEKIND_INTEGER);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "float"), mvcs::MORVVALUEKIND_REAL);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "double"), mvcs::MORVVALUEKIND_REAL);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "bool"), mvcs::MORVVALUEKIND_BOOLEAN);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "string"), mvcs::MORVVALUEKIND_STRING);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "data"), mvcs::MORVVALUEKIND_DATA);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "child"), mvcs::MORVVALUEKIND_DICTIONARY);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "missing"), mvcs::MORVVALUEKIND_NONE);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), ""), mvcs::MORVVALUEKIND_NONE);
+  EXPECT_EQ(mvcs::GetValueKind(nullptr, "int"), mvcs::MORVVALUEKIND_NONE);
+}
+
+TEST_F(SettingsInspect, KindsOfEntriesOtherWritersMake) {
+  sandbox::WriteFile(UserFile("P"), Plist(Key("Settings", Dict(Key("P", Dict(
+      Key("huge", "<integer>18446744073709551615</integer>") +
+      Key("list", "<array><integer>1</integer></array>") +
+      Key("when", "<date>2026-11-21T12:00:00Z</date>")))))));
+  Node node = Product();
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "huge"), mvcs::MORVVALUEKIND_UNSIGNED_INTEGER);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "list"), mvcs::MORVVALUEKIND_ARRAY);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "when"), mvcs::MORVVALUEKIND_DATE);
+  unsigned long long huge = 0;
+  EXPECT_TRUE(node->FetchUint64(std::string("huge"), huge));
+  EXPECT_EQ(huge, 18446744073709551615ull);
+}
+
+TEST_F(SettingsInspect, OwnEntryShadowsTheSharedOne) {
+  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(
+      Key("a", String("shared")) + Key("b", Integer(1))))))));
+  Node node = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT);
+  ASSERT_TRUE(node);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "a"), mvcs::MORVVALUEKIND_STRING);
+  node = Product();
+  node->StoreBoolean(std::string("a"), true);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "a"), mvcs::MORVVALUEKIND_BOOLEAN);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "b"), mvcs::MORVVALUEKIND_INTEGER);
+  // Without the fallback scope, only the own file counts.
+  Node own = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+  EXPECT_EQ(mvcs::GetValueKind(own.Get(), "b"), mvcs::MORVVALUEKIND_NONE);
+}
+
+// --- File locations -----------------------------------------------------------------
+
+TEST_F(SettingsInspect, FileLocationsFollowTheEnvironment) {
+  EXPECT_EQ(mvcs::GetProductSettingsFile("MorvMediaServer"), UserFile("MorvMediaServer"));
+  EXPECT_EQ(mvcs::GetProductSettingsFile(""), "");
+  EXPECT_EQ(mvcs::GetSharedSettingsFile(), SharedFile());
+  const std::string home = getenv("HOME") != nullptr ? getenv("HOME") : "";
+  unsetenv("XDG_CONFIG_HOME");
+  setenv("HOME", "/home/someone", 1);
+  EXPECT_EQ(mvcs::GetProductSettingsFile("P"), "/home/someone/.config/Preferences/com.morv.P.plist");
+  unsetenv("HOME");
+  EXPECT_EQ(mvcs::GetProductSettingsFile("P"), "");
+  unsetenv("XDG_CONFIG_DIRS");
+  EXPECT_EQ(mvcs::GetSharedSettingsFile(), "/etc/xdg/Morv/Preferences/com.morv.plist");
+  setenv("HOME", home.c_str(), 1);
+}
+
+// --- Saving now ------------------------------------------------------------------------
+
+TEST_F(SettingsInspect, SaveWritesBeforeTheNodeCloses) {
+  Node node = Product();
+  node->StoreInteger(std::string("n"), 5);
+  EXPECT_FALSE(sandbox::Exists(UserFile("P")));
+  EXPECT_TRUE(mvcs::SaveSettings(node.Get()));
+  const std::vector<std::string> dump = plistlib::Dump(UserFile("P"));
+  EXPECT_NE(std::find(dump.begin(), dump.end(), "/Settings/P/n\tint\t5"), dump.end());
+  EXPECT_TRUE(mvcs::SaveSettings(node.Get()));  // nothing left to write
+}
+
+TEST_F(SettingsInspect, SaveOfANodeWithoutFilesOrNotTheLibrarysNode) {
+  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1))))))));
+  Node node = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT);
+  ASSERT_TRUE(node);  // only the shared file has it: the per-user file is not loaded
+  EXPECT_TRUE(mvcs::SaveSettings(node.Get()));
+  errno = 0;
+  EXPECT_FALSE(mvcs::SaveSettings(nullptr));
+  EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(SettingsInspect, FailedSaveReportsWhyAndKeepsTheChange) {
+  // A file where the settings folder should be: no write can succeed, as
+  // root or not.
+  sandbox::WriteFile(UserFolder(), "in the way");
+  Node node = Product();
+  ASSERT_TRUE(node);
+  node->StoreInteger(std::string("n"), 5);
+  errno = 0;
+  EXPECT_FALSE(mvcs::SaveSettings(node.Get()));
+  EXPECT_EQ(errno, ENOTDIR);
+  EXPECT_EQ(sandbox::ReadFile(UserFolder()), "in the way");
+  // Once the way is clear, the kept change is written.
+  unlink(UserFolder().c_str());
+  mkdir(UserFolder().c_str(), 0755);
+  EXPECT_TRUE(mvcs::SaveSettings(node.Get()));
+  long long n = 0;
+  node = Node();
+  EXPECT_TRUE(mvcs::FetchInteger(std::string("P"), std::string("n"), n));
+  EXPECT_EQ(n, 5);
+}
+
+TEST_F(SettingsInspect, SettingsLargerThanTheStoreReadsAreNotWritten) {
+  Node node = Product();
+  std::vector<char> big((64u << 20) + 1, 'x');
+  ASSERT_TRUE(node->StoreBuffer(std::string("big"), big.data(), big.size()));
+  errno = 0;
+  EXPECT_FALSE(mvcs::SaveSettings(node.Get()));
+  EXPECT_EQ(errno, EFBIG);
+  EXPECT_FALSE(sandbox::Exists(UserFile("P")));
+  node->Delete(std::string("big"));
+  node->StoreInteger(std::string("small"), 1);
+  EXPECT_TRUE(mvcs::SaveSettings(node.Get()));
+}
+
+// --- Export and import --------------------------------------------------------------------
+
+TEST_F(SettingsInspect, ExportHoldsTheOwnEntriesOnly) {
+  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(
+      Key("fromShared", Integer(1))))))));
+  Node node = Product();
+  node->StoreUTF8String(std::string("name"), "value");
+  Node child;
+  node->GetChild(std::string("sub"), &child);
+  child->StoreInteger(std::string("n"), 7);
+  std::string xml;
+  ASSERT_TRUE(mvcs::ExportSettings(node.Get(), mvcs::MORVPLISTFORMAT_XML, xml));
+  sandbox::WriteFile(m_root + "/out.xml", xml);
+  EXPECT_EQ(xml.rfind("<?xml", 0), 0u);
+  EXPECT_EQ(plistlib::Dump(m_root + "/out.xml"),
+            std::vector<std::string>({"\tdict\t2", "/name\tstr\t'value'", "/sub\tdict\t1",
+                                      "/sub/n\tint\t7"}));
+  std::string binary;
+  ASSERT_TRUE(mvcs::ExportSettings(node.Get(), mvcs::MORVPLISTFORMAT_BINARY, binary));
+  EXPECT_EQ(binary.rfind("bplist00", 0), 0u);
+}
+
+TEST_F(SettingsInspect, ExportWithoutAnOwnDictionaryFails) {
+  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1))))))));
+  Node node = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT);
+  std::string bytes = "untouched";
+  EXPECT_FALSE(mvcs::ExportSettings(node.Get(), mvcs::MORVPLISTFORMAT_XML, bytes));
+  EXPECT_FALSE(mvcs::ExportSettings(nullptr, mvcs::MORVPLISTFORMAT_XML, bytes));
+  EXPECT_EQ(bytes, "untouched");
+}
+
+TEST_F(SettingsInspect, ImportMergesAndIsWrittenWhenTheNodeCloses) {
+  Node node = Product();
+  node->StoreInteger(std::string("kept"), 1);
+  node->StoreInteger(std::string("becomesKey"), 2);
+  Node child;
+  node->GetChild(std::string("becomesValue"), &child);
+  child = Node();
+  node->GetChild(std::string("merged"), &child);
+  child->StoreInteger(std::string("old"), 3);
+  child = Node();
+  const std::string list = Plist(Key("becomesKey", Dict(Key("x", Integer(4)))) +
+                                 Key("becomesValue", String("v")) +
+                                 Key("merged", Dict(Key("new", Integer(5)))) +
+                                 Key("list", "<array><string>a</string></array>"));
+  EXPECT_EQ(mvcs::ImportSettings(node.Get(), list), mvcs::MORVIMPORT_OK);
+  node = Node();
+  EXPECT_EQ(plistlib::Dump(UserFile("P")),
+            std::vector<std::string>({"\tdict\t1", "/Settings\tdict\t1", "/Settings/P\tdict\t5",
+                                      "/Settings/P/becomesKey\tdict\t1",
+                                      "/Settings/P/becomesKey/x\tint\t4",
+                                      "/Settings/P/becomesValue\tstr\t'v'",
+                                      "/Settings/P/kept\tint\t1", "/Settings/P/list\tarray\t1",
+                                      "/Settings/P/list[0]\tstr\t'a'",
+                                      "/Settings/P/merged\tdict\t2",
+                                      "/Settings/P/merged/new\tint\t5",
+                                      "/Settings/P/merged/old\tint\t3"}));
+}
+
+TEST_F(SettingsInspect, ImportOfWhatIsNotASettingsFileChangesNothing) {
+  Node node = Product();
+  node->StoreInteger(std::string("kept"), 1);
+  std::string before;
+  ASSERT_TRUE(mvcs::ExportSettings(node.Get(), mvcs::MORVPLISTFORMAT_BINARY, before));
+  for (const std::string& bad :
+       {std::string("garbage"), std::string(""), std::string("bplist00"),
+        std::string("<plist><array></array></plist>"),
+        sandbox::ReadFile(std::string(MORV_TEST_SOURCE_DIR) + "/data/hostile/cycle_self.plist")}) {
+    EXPECT_EQ(mvcs::ImportSettings(node.Get(), bad), mvcs::MORVIMPORT_NOT_A_SETTINGS_FILE);
+  }
+  std::string after;
+  ASSERT_TRUE(mvcs::ExportSettings(node.Get(), mvcs::MORVPLISTFORMAT_BINARY, after));
+  EXPECT_EQ(after, before);
+  EXPECT_EQ(mvcs::ImportSettings(nullptr, Plist("")), mvcs::MORVIMPORT_NO_NODE);
+}
+
+TEST_F(SettingsInspect, ImportNestingLimitCountsTheNodesDepth) {
+  // Settings/P/a is the file's fourth level: a list of 125 levels fits.
+  auto nested = [](int levels) {
+    std::string entries = Key("leaf", Integer(1));
+    for (int i = 1; i < levels; ++i) entries = Key("k", Dict(entries));
+    return Plist(entries);
+  };
+  Node deep = Open("Settings/P/a", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+  ASSERT_TRUE(deep);
+  EXPECT_EQ(mvcs::ImportSettings(deep.Get(), nested(126)), mvcs::MORVIMPORT_TOO_DEEP);
+  EXPECT_EQ(mvcs::GetValueKind(deep.Get(), "k"), mvcs::MORVVALUEKIND_NONE);
+  EXPECT_EQ(mvcs::ImportSettings(deep.Get(), nested(125)), mvcs::MORVIMPORT_OK);
+  EXPECT_TRUE(mvcs::SaveSettings(deep.Get()));
+  // Arrays count as levels too.
+  Node other = Open("Settings/Q/a", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+  std::string array = "<integer>1</integer>";
+  for (int i = 0; i < 125; ++i) array = "<array>" + array + "</array>";
+  EXPECT_EQ(mvcs::ImportSettings(other.Get(), Plist(Key("list", array))),
+            mvcs::MORVIMPORT_TOO_DEEP);
+}
+
+TEST_F(SettingsInspect, ExportThenImportReproducesEveryKindOfEntry) {
+  sandbox::WriteFile(UserFile("Product"), "");
+  ASSERT_EQ(plistlib::WriteFixture("binary", UserFile("Product")), 0);
+  Node source = Open("Settings/Product", mvcs::MORVSETTINGSTYPE_USER);
+  ASSERT_TRUE(source);
+  std::string exported;
+  ASSERT_TRUE(mvcs::ExportSettings(source.Get(), mvcs::MORVPLISTFORMAT_XML, exported));
+  Node target = Product("Copy");
+  ASSERT_EQ(mvcs::ImportSettings(target.Get(), exported), mvcs::MORVIMPORT_OK);
+  std::string again;
+  ASSERT_TRUE(mvcs::ExportSettings(target.Get(), mvcs::MORVPLISTFORMAT_XML, again));
+  EXPECT_EQ(again, exported);
+}
+
+}  // namespace
