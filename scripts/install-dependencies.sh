@@ -10,6 +10,7 @@ packages=(
   libicu-dev                         # ICU headers; ICU as the benchmarks' peer
   libplist-dev                       # property-list files (libplist 2.2)
   qt6-base-dev                       # the launcher (Qt 6 Core)
+  libcli11-dev                       # morv-settings' command line
   python3                            # plistlib, an independent reader in the tests
 )
 

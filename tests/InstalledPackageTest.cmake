@@ -65,4 +65,10 @@ execute_process(COMMAND ${prefix}/bin/MMSLaunch WORKING_DIRECTORY ${MORV_WORK_DI
 if(NOT result EQUAL 0 OR NOT err STREQUAL "")
   message(FATAL_ERROR "installed MMSLaunch: status ${result}, stderr: ${err}")
 endif()
+# The installed settings tool too: it writes a value and reads it back.
+run(${prefix}/bin/morv-settings write Consumer Installed/Check string "from the tool")
+run(${prefix}/bin/morv-settings read Consumer Installed/Check)
+if(NOT last_output STREQUAL "from the tool\n")
+  message(FATAL_ERROR "installed morv-settings read back: ${last_output}")
+endif()
 message(STATUS "installed package works from CMake and pkg-config")

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "ProcessRunner.h"
 #include "SettingsSandbox.h"
 
 namespace launcher {
@@ -77,47 +78,16 @@ inline void StopServer(const Record& record) {
   if (!pid.empty()) kill((pid_t)std::stol(pid), SIGKILL);
 }
 
-struct Result {
-  int exitStatus = -1;       // -1 when it did not exit normally
-  std::string errorOutput;   // what it wrote on standard error
-  double seconds = 0;        // from start to exit
-};
+typedef process::Result Result;
 
 // Runs `arguments` (the program first) in folder `directory`, with the
 // test's environment plus `environment`; waits for it to exit.
 inline Result RunProgram(const std::vector<std::string>& arguments, const std::string& directory,
                          const std::vector<std::pair<std::string, std::string>>& environment) {
-  Result result;
-  int errorPipe[2];
-  if (pipe(errorPipe) != 0) return result;
-  const auto start = std::chrono::steady_clock::now();
-  const pid_t child = fork();
-  if (child == 0) {
-    close(errorPipe[0]);
-    dup2(errorPipe[1], 2);
-    close(errorPipe[1]);
-    if (chdir(directory.c_str()) != 0) _exit(126);
-    for (const auto& variable : environment) setenv(variable.first.c_str(), variable.second.c_str(), 1);
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(NULL);
-    execv(argv[0], argv.data());
-    _exit(127);
-  }
-  close(errorPipe[1]);
-  // Wait for the program itself, then take what it wrote: a detached child
-  // may hold the pipe open much longer.
-  int status = 0;
-  waitpid(child, &status, 0);
-  result.seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  fcntl(errorPipe[0], F_SETFL, O_NONBLOCK);
-  char buffer[4096];
-  ssize_t got;
-  while ((got = read(errorPipe[0], buffer, sizeof(buffer))) > 0) result.errorOutput.append(buffer, got);
-  close(errorPipe[0]);
-  if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
-  return result;
+  process::Options options;
+  options.directory = directory;
+  options.environment = environment;
+  return process::Run(arguments, options);
 }
 
 // A settings sandbox with a working folder for the launcher (m_work) and a

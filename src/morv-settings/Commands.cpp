@@ -1,0 +1,304 @@
+// The commands of morv-settings (see Commands.h), on the settings store's
+// public interface: nodes, their typed operations, and the inspection
+// functions of MorvSettingsInspect.h.
+
+#include "Commands.h"
+
+#include <cerrno>
+#include <cstring>
+#include <set>
+#include <vector>
+
+#include "MorvSettings/MorvSettingsInspect.h"
+#include "ToolError.h"
+#include "ToolFiles.h"
+#include "ValueTypes.h"
+
+namespace morvtool {
+
+namespace {
+
+std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
+
+// `"a/b" in the settings of product "P"`.
+std::string Where(const SettingsTarget& target, const std::string& key) {
+  return Quoted(key) + " in " + target.Describe();
+}
+
+ToolError NotFound(const SettingsTarget& target, const std::string& key) {
+  if (key.empty()) {
+    return Failure("nothing is stored in " + target.Describe() + " " + target.DescribeFiles());
+  }
+  return Failure("there is no " + Where(target, key) + " " + target.DescribeFiles());
+}
+
+// A save that did not happen: nothing on disk changed.
+ToolError NotWritten(const SettingsTarget& target, int reason) {
+  std::string message = "cannot write " + target.OwnFile();
+  if (reason != 0) message += std::string(": ") + std::strerror(reason);
+  return Failure(message + "; nothing was changed");
+}
+
+const ValueType& RequireType(const std::string& name) {
+  const ValueType* type = FindValueType(name);
+  if (type == NULL) {
+    std::string names;
+    for (const ValueType& known : ValueTypes()) names += std::string(names.empty() ? "" : ", ") + known.name;
+    throw UsageError("unknown type " + Quoted(name) + " (the types are " + names + ")");
+  }
+  return *type;
+}
+
+// "a string", "an integer": the kind's name with its article.
+std::string WithArticle(mvcs::MORVVALUEKIND kind) {
+  const std::string name = KindName(kind);
+  return (std::string("aeiou").find(name[0]) != std::string::npos ? "an " : "a ") + name;
+}
+
+// Splits a key path into the node's path and the entry's name.
+struct Entry {
+  std::vector<std::string> parent;
+  std::string name;
+};
+Entry SplitEntry(const std::string& key) {
+  Entry entry;
+  entry.parent = SettingsTarget::SplitKeyPath(key, false);
+  entry.name = entry.parent.back();
+  entry.parent.pop_back();
+  return entry;
+}
+
+// The kind of the entry, as the access opens its parent (none when the
+// parent does not open); `parent` receives the parent node.
+mvcs::MORVVALUEKIND KindAt(const SettingsTarget& target, const Entry& entry, Access access,
+                           Node& parent) {
+  parent = target.Open(entry.parent, access);
+  return parent ? mvcs::GetValueKind(parent.Get(), entry.name) : mvcs::MORVVALUEKIND_NONE;
+}
+
+void PrintTree(mvcs::IMorvSettings& node, const std::string& indent, std::ostream& out) {
+  std::set<std::string> values;
+  std::set<std::string> children;
+  node.GetValueNames(values);
+  node.GetChildNames(children);
+  for (const std::string& name : values) {
+    const mvcs::MORVVALUEKIND kind = mvcs::GetValueKind(&node, name);
+    out << indent << name << " (" << KindName(kind) << ")";
+    const ValueType* type = TypeForKind(kind);
+    Value value;
+    if (type != NULL && type->fetch(node, name, value)) out << " = " << FormatQuoted(value);
+    out << "\n";
+  }
+  for (const std::string& name : children) {
+    out << indent << name << "/\n";
+    Node child;
+    if (node.GetChild(name, &child)) PrintTree(*child, indent + "  ", out);
+  }
+}
+
+// Throws when the file that changes go to exists but cannot be read: the
+// store would take it for missing (and a write would start it afresh).
+void CheckOwnFile(const SettingsTarget& target, bool changing) {
+  const std::string problem = ReadProblem(target.OwnFile());
+  if (!problem.empty()) throw Failure(problem + (changing ? "; nothing was changed" : ""));
+}
+
+// Opens the product's node as `access` would, or throws not-found.
+Node RequireNode(const SettingsTarget& target, Access access) {
+  Node node = target.Open({}, access);
+  if (!node) throw NotFound(target, "");
+  return node;
+}
+
+// For an entry that the per-user file lacks but the product reads from the
+// machine-wide defaults: says so; otherwise not-found.
+ToolError NotInOwnFile(const SettingsTarget& target, const std::string& key, bool found) {
+  if (!target.IsInstaller() && found) {
+    const std::string what = key.empty() ? std::string("the settings come") : Quoted(key) + " comes";
+    return Failure("not in the per-user file of product " + Quoted(target.GetProduct()) + " (" +
+                   target.OwnFile() + "): " + what + " from the machine-wide defaults in " +
+                   target.SharedFile() + ", which this command does not change");
+  }
+  return NotFound(target, key);
+}
+
+}  // namespace
+
+void ReadCommand(const SettingsTarget& target, const std::string& key,
+                 const std::string& typeName, std::ostream& out) {
+  const ValueType* type = typeName.empty() ? NULL : &RequireType(typeName);
+  CheckOwnFile(target, false);
+  if (key.empty()) {
+    if (type != NULL) throw UsageError("--type needs a KEY: a node holds many values");
+    Node node = RequireNode(target, Access::kRead);
+    PrintTree(*node, "", out);
+    return;
+  }
+  const Entry entry = SplitEntry(key);
+  Node parent;
+  const mvcs::MORVVALUEKIND kind = KindAt(target, entry, Access::kRead, parent);
+  if (kind == mvcs::MORVVALUEKIND_NONE) throw NotFound(target, key);
+  if (kind == mvcs::MORVVALUEKIND_DICTIONARY && type == NULL) {
+    Node child;
+    if (!parent->GetChild(entry.name, &child)) throw NotFound(target, key);
+    PrintTree(*child, "", out);
+    return;
+  }
+  if (type == NULL) type = TypeForKind(kind);
+  if (type == NULL) {
+    throw Failure(Where(target, key) + " is " + WithArticle(kind) +
+                  ", which the settings interface cannot read (export shows it)");
+  }
+  Value value;
+  if (!type->fetch(*parent, entry.name, value)) {
+    throw Failure(Where(target, key) + " is " + WithArticle(kind) +
+                  ", which cannot be read as " + type->name);
+  }
+  out << FormatPlain(value) << "\n";
+}
+
+void WriteCommand(const SettingsTarget& target, const std::string& key,
+                  const std::string& typeName, bool hasValue, const std::string& text,
+                  const std::string& file) {
+  const ValueType& type = RequireType(typeName);
+  const Entry entry = SplitEntry(key);
+  const bool bytesType = std::strcmp(type.name, "data") == 0 || std::strcmp(type.name, "string") == 0;
+  if (hasValue == !file.empty()) {
+    throw UsageError(hasValue ? "give the VALUE or --file, not both"
+                              : "no VALUE (give it, or --file FILE for string and data)");
+  }
+  if (!file.empty() && !bytesType) throw UsageError("--file is for string and data values");
+
+  Value value;
+  std::string error;
+  if (!file.empty()) {
+    const std::string bytes = ReadInput(file);
+    if (std::strcmp(type.name, "data") == 0) {
+      value = Bytes(bytes.begin(), bytes.end());
+    } else if (!type.parse(bytes, value, error)) {
+      throw UsageError("cannot write " + Where(target, key) + ": the text in " + file + " " +
+                       error + "; nothing was changed");
+    }
+  } else if (!type.parse(text, value, error)) {
+    throw UsageError("cannot write " + Where(target, key) + ": " + Quoted(text) + " " + error +
+                     " (type " + type.name + "); nothing was changed");
+  }
+
+  CheckOwnFile(target, true);
+  Node parent;
+  const mvcs::MORVVALUEKIND kind = KindAt(target, entry, Access::kWrite, parent);
+  if (!parent) {
+    throw Failure("cannot make the key " + Quoted(JoinKeyPath(entry.parent)) + " in " +
+                  target.Describe() + " " + target.DescribeFiles() +
+                  ": a value of that name is in the way");
+  }
+  if (kind == mvcs::MORVVALUEKIND_DICTIONARY) {
+    throw Failure(Where(target, key) + " is a key with settings below it; delete it first "
+                  "to replace it with a value");
+  }
+  if (!type.store(*parent, entry.name, value)) {
+    throw UsageError("the settings store refused " + Quoted(key) +
+                     " (names must be well-formed UTF-8); nothing was changed");
+  }
+  if (!mvcs::SaveSettings(parent.Get())) throw NotWritten(target, errno);
+}
+
+void DeleteCommand(const SettingsTarget& target, const std::string& key) {
+  CheckOwnFile(target, true);
+  if (key.empty()) {
+    Node node = target.Open({}, Access::kOwn);
+    if (!node) throw NotInOwnFile(target, "", (bool)target.Open({}, Access::kRead));
+    errno = 0;
+    node->Delete();  // removes the key and writes the file
+    const int reason = errno;
+    node = Node();
+    // Read back from the disk: the delete happened only if the key is gone.
+    if (target.Open({}, Access::kOwn)) throw NotWritten(target, reason);
+    return;
+  }
+  const Entry entry = SplitEntry(key);
+  Node parent;
+  if (KindAt(target, entry, Access::kOwn, parent) == mvcs::MORVVALUEKIND_NONE) {
+    Node reader;
+    throw NotInOwnFile(target, key,
+                       KindAt(target, entry, Access::kRead, reader) != mvcs::MORVVALUEKIND_NONE);
+  }
+  parent->Delete(entry.name);
+  if (!mvcs::SaveSettings(parent.Get())) throw NotWritten(target, errno);
+}
+
+void ListCommand(const SettingsTarget& target, const std::string& keyPath, std::ostream& out) {
+  const std::vector<std::string> path = SettingsTarget::SplitKeyPath(keyPath, true);
+  CheckOwnFile(target, false);
+  Node node = target.Open(path, Access::kRead);
+  if (!node) {
+    if (!path.empty()) {
+      Node parent;
+      const mvcs::MORVVALUEKIND kind = KindAt(target, SplitEntry(keyPath), Access::kRead, parent);
+      if (kind != mvcs::MORVVALUEKIND_NONE) {
+        throw Failure(Where(target, keyPath) + " is " + WithArticle(kind) +
+                      ", not a key; read shows it");
+      }
+    }
+    throw NotFound(target, keyPath);
+  }
+  std::set<std::string> children;
+  std::set<std::string> values;
+  node->GetChildNames(children);
+  node->GetValueNames(values);
+  for (const std::string& name : children) out << name << "/\n";
+  for (const std::string& name : values) out << name << "\n";
+}
+
+void ExportCommand(const SettingsTarget& target, const std::string& format,
+                   const std::string& file) {
+  CheckOwnFile(target, false);
+  Node node = target.Open({}, Access::kOwn);
+  if (!node) throw NotInOwnFile(target, "", (bool)target.Open({}, Access::kRead));
+  std::string bytes;
+  const mvcs::MORVPLISTFORMAT kind =
+      format == "binary" ? mvcs::MORVPLISTFORMAT_BINARY : mvcs::MORVPLISTFORMAT_XML;
+  if (!mvcs::ExportSettings(node.Get(), kind, bytes)) {
+    throw Failure("cannot export " + target.Describe() + " " + target.DescribeFiles());
+  }
+  WriteOutput(file.empty() ? std::string("-") : file, bytes);
+}
+
+void ImportCommand(const SettingsTarget& target, const std::string& file) {
+  const std::string bytes = ReadInput(file);
+  const std::string source = file == "-" ? std::string("standard input") : file;
+  CheckOwnFile(target, true);
+  Node node = target.Open({}, Access::kWrite);
+  if (!node) throw NotFound(target, "");
+  switch (mvcs::ImportSettings(node.Get(), bytes)) {
+    case mvcs::MORVIMPORT_OK:
+      break;
+    case mvcs::MORVIMPORT_NOT_A_SETTINGS_FILE:
+      throw Failure(source + " is not a property list with a dictionary at its root that the "
+                    "settings store can read; nothing was changed");
+    case mvcs::MORVIMPORT_TOO_DEEP:
+      throw Failure(source + " nests too deep to go into " + target.Describe() +
+                    " (a settings file nests at most 128 levels); nothing was changed");
+    default:
+      throw NotFound(target, "");
+  }
+  if (!mvcs::SaveSettings(node.Get())) throw NotWritten(target, errno);
+}
+
+void WhereCommand(const SettingsTarget& target, std::ostream& out) {
+  auto line = [&out](const char* label, const std::string& path) {
+    out << label << path << (Exists(path) ? " (exists)" : " (missing)") << "\n";
+  };
+  if (!target.IsInstaller()) {
+    const std::string own = target.OwnFile();
+    if (own.empty()) {
+      out << "per-user file: none (neither XDG_CONFIG_HOME nor HOME is set)\n";
+    } else {
+      line("per-user file: ", own);
+    }
+  }
+  line("shared file:   ", target.SharedFile());
+  out << "key:           " << target.NodePath({}) << "\n";
+}
+
+}  // namespace morvtool

@@ -1,0 +1,51 @@
+// The commands of morv-settings. Each works on one product's settings (or
+// the installer's record of it), writes its results to `out`, and fails by
+// throwing ToolError (see ToolError.h) with the exit status and a message
+// that names the product, the key and the file. A command that fails has
+// changed nothing on disk.
+
+#ifndef MORV_SETTINGS_TOOL_COMMANDS_H
+#define MORV_SETTINGS_TOOL_COMMANDS_H
+
+#include <ostream>
+#include <string>
+
+#include "SettingsTarget.h"
+
+namespace morvtool {
+
+// Prints the value at `key` ("a/b/name"), or the node at `key` (or the
+// whole product's node for an empty key) as an indented tree of entries
+// with their kinds. With `type`, reads the value through that type's fetch.
+void ReadCommand(const SettingsTarget& target, const std::string& key, const std::string& type,
+                 std::ostream& out);
+
+// Stores a value of `type` at `key`, parsed from `value` (when `hasValue`)
+// or taken from the bytes of `file` (string and data), creating the file
+// and keys as needed, and writes the file.
+void WriteCommand(const SettingsTarget& target, const std::string& key, const std::string& type,
+                  bool hasValue, const std::string& value, const std::string& file);
+
+// Deletes the value or key at `key`, or, for an empty key, the product's
+// whole node, and writes the file.
+void DeleteCommand(const SettingsTarget& target, const std::string& key);
+
+// Prints the child keys (with a trailing "/") and the value names of the
+// node at `keyPath` (the product's node for an empty path).
+void ListCommand(const SettingsTarget& target, const std::string& keyPath, std::ostream& out);
+
+// Writes the product's own entries as a property list ("xml" or "binary")
+// to `file` ("-" for standard output).
+void ExportCommand(const SettingsTarget& target, const std::string& format,
+                   const std::string& file);
+
+// Merges the property list in `file` ("-" for standard input) into the
+// product's node and writes the file.
+void ImportCommand(const SettingsTarget& target, const std::string& file);
+
+// Prints the files that the product's settings use and its key path.
+void WhereCommand(const SettingsTarget& target, std::ostream& out);
+
+}  // namespace morvtool
+
+#endif  // MORV_SETTINGS_TOOL_COMMANDS_H

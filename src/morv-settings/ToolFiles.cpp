@@ -1,0 +1,120 @@
+// The files morv-settings reads and writes itself (see ToolFiles.h).
+
+#include "ToolFiles.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "FileDescriptor.h"
+#include "ToolError.h"
+
+namespace morvtool {
+
+namespace {
+
+std::string NameOf(const std::string& path) {
+  return path == "-" ? std::string("standard input") : path;
+}
+
+using morv_common::WriteAll;
+typedef morv_common::FileDescriptor Descriptor;
+
+// Reads `fd` to its end, at most kMaxInputSize bytes.
+std::string ReadAll(int fd, const std::string& path) {
+  std::string bytes;
+  char buffer[65536];
+  for (;;) {
+    const ssize_t got = read(fd, buffer, sizeof(buffer));
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      throw Failure("cannot read " + NameOf(path) + ": " + ErrnoText());
+    }
+    if (got == 0) return bytes;
+    if (bytes.size() + (std::size_t)got > kMaxInputSize) {
+      throw Failure(NameOf(path) + " is larger than " + std::to_string(kMaxInputSize >> 20) +
+                    " MiB, the most a settings file may hold");
+    }
+    bytes.append(buffer, (std::size_t)got);
+  }
+}
+
+}  // namespace
+
+std::string ErrnoText() { return std::strerror(errno); }
+
+bool Exists(const std::string& path) {
+  struct stat info;
+  return !path.empty() && lstat(path.c_str(), &info) == 0;
+}
+
+std::string ReadProblem(const std::string& path) {
+  if (path.empty()) return std::string();
+  Descriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (fd.Get() < 0) {
+    return errno == ENOENT || errno == ENOTDIR ? std::string()
+                                               : "cannot read " + path + ": " + ErrnoText();
+  }
+  struct stat info;
+  if (fstat(fd.Get(), &info) == 0 && !S_ISREG(info.st_mode)) {
+    return "cannot read " + path + ": not a regular file";
+  }
+  return std::string();
+}
+
+std::string ReadInput(const std::string& path) {
+  if (path == "-") return ReadAll(0, path);
+  Descriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (fd.Get() < 0) throw Failure("cannot read " + path + ": " + ErrnoText());
+  struct stat info;
+  if (fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    throw Failure("cannot read " + path + ": not a regular file");
+  }
+  if ((std::size_t)info.st_size > kMaxInputSize) {
+    throw Failure(path + " is larger than " + std::to_string(kMaxInputSize >> 20) +
+                  " MiB, the most a settings file may hold");
+  }
+  return ReadAll(fd.Get(), path);
+}
+
+void WriteOutput(const std::string& path, const std::string& bytes) {
+  if (path == "-") {
+    if (!WriteAll(1, bytes.data(), bytes.size())) {
+      throw Failure("cannot write standard output: " + ErrnoText());
+    }
+    return;
+  }
+  struct stat info;
+  const bool exists = stat(path.c_str(), &info) == 0;
+  if (exists && !S_ISREG(info.st_mode)) {
+    // A device or a pipe: written in place.
+    Descriptor fd(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+    if (fd.Get() < 0 || !WriteAll(fd.Get(), bytes.data(), bytes.size()) || !fd.Close()) {
+      throw Failure("cannot write " + path + ": " + ErrnoText());
+    }
+    return;
+  }
+  std::string temporary = path + ".XXXXXX";
+  Descriptor fd(mkostemp(&temporary[0], O_CLOEXEC));
+  if (fd.Get() < 0) throw Failure("cannot write " + path + ": " + ErrnoText());
+  mode_t mode = exists ? (info.st_mode & 07777) : 0;
+  if (!exists) {
+    const mode_t mask = umask(0);  // reading the mask means setting it
+    umask(mask);
+    mode = 0666 & ~mask;
+  }
+  bool ok = fchmod(fd.Get(), mode) == 0 && WriteAll(fd.Get(), bytes.data(), bytes.size()) &&
+            fsync(fd.Get()) == 0;
+  ok = fd.Close() && ok;
+  ok = ok && rename(temporary.c_str(), path.c_str()) == 0;
+  if (!ok) {
+    const std::string reason = ErrnoText();
+    unlink(temporary.c_str());
+    throw Failure("cannot write " + path + ": " + reason);
+  }
+}
+
+}  // namespace morvtool

@@ -1,0 +1,39 @@
+// The files morv-settings reads and writes itself (values from files,
+// imports, exports), standard input and output included: the tool's only
+// file-system code.
+
+#ifndef MORV_SETTINGS_TOOL_TOOLFILES_H
+#define MORV_SETTINGS_TOOL_TOOLFILES_H
+
+#include <cstddef>
+#include <string>
+
+namespace morvtool {
+
+// The largest file the tool reads: as large as a settings file may be.
+constexpr std::size_t kMaxInputSize = 64u << 20;
+
+// The bytes of the file at `path` ("-" for standard input). Throws a
+// failure naming the file when it cannot be read, is not a regular file
+// (or standard input), or is larger than kMaxInputSize.
+std::string ReadInput(const std::string& path);
+
+// Writes `bytes` to the file at `path` ("-" for standard output). A regular
+// file is replaced atomically (a temporary file beside it, then a rename),
+// so that a failed write leaves the old one whole. Throws a failure naming
+// the file.
+void WriteOutput(const std::string& path, const std::string& bytes);
+
+// Whether something exists at `path`.
+bool Exists(const std::string& path);
+
+// Why the file at `path` cannot be read ("cannot read <path>: Permission
+// denied"), or "" when it can be, or when there is none.
+std::string ReadProblem(const std::string& path);
+
+// The text of the current errno ("Permission denied").
+std::string ErrnoText();
+
+}  // namespace morvtool
+
+#endif  // MORV_SETTINGS_TOOL_TOOLFILES_H
