@@ -443,6 +443,17 @@ TEST_F(SettingsToolBadInput, UnreadableFile) {
   chmod(UserFile("P").c_str(), 0644);
 }
 
+TEST_F(SettingsToolBadInput, UnreadableFolder) {
+  chmod(UserFolder().c_str(), 0);
+  process::Options nobody;
+  nobody.dropPrivileges = true;
+  const std::string denied = "cannot read " + UserFile("P") + ": Permission denied";
+  Fails({"read", "P"}, 1, denied, nobody);
+  Fails({"write", "P", "Name", "string", "x"}, 1, denied + "; nothing was changed", nobody);
+  Fails({"import", "P", "-"}, 1, denied + "; nothing was changed", nobody);
+  chmod(UserFolder().c_str(), 0755);
+}
+
 // --- delete -------------------------------------------------------------------------
 
 TEST_F(SettingsTool, DeleteAValueKeepsTheOthers) {
