@@ -31,21 +31,24 @@ const std::size_t kTextBytes = 1 << 20;
 // Words that windows-1252 holds: Western European text with its
 // typographic marks.
 std::string WesternText() {
-  return corpus::Words({"Ça", "coûte", "très", "cher", "à", "Paris", "où", "l'été", "est",
-                        "chaud", "Größere", "Übungen", "für", "Äpfel", "und", "Öfen", "in",
-                        "München", "Señora", "Núñez", "añadió", "piñones", "al", "guiso", "São",
-                        "Paulo", "coração", "ação", "Ærø", "smørrebrød", "fjörður", "12,50 €",
-                        "„Zitat“", "‰", "the", "and", "de", "la", "der", "die", "el", "y", "et"},
-                       {" ", " ", " ", ", ", ". ", "; ", "\n"}, kTextBytes, 5);
+  return corpus::Words(
+      {"Ça",      "coûte",   "très",    "cher",    "à",      "Paris",      "où",      "l'été",
+       "est",     "chaud",   "Größere", "Übungen", "für",    "Äpfel",      "und",     "Öfen",
+       "in",      "München", "Señora",  "Núñez",   "añadió", "piñones",    "al",      "guiso",
+       "São",     "Paulo",   "coração", "ação",    "Ærø",    "smørrebrød", "fjörður", "12,50 €",
+       "„Zitat“", "‰",       "the",     "and",     "de",     "la",         "der",     "die",
+       "el",      "y",       "et"},
+      {" ", " ", " ", ", ", ". ", "; ", "\n"}, kTextBytes, 5);
 }
 
 // Words that Shift_JIS holds: Japanese with some ASCII.
 std::string JapaneseText() {
-  return corpus::Words({"設定", "ファイル", "は", "ユーザー", "ごと", "に", "保存", "されます",
-                        "東京", "媒体", "サーバー", "の", "索引", "ライブラリ", "を", "記録",
-                        "製品", "インストール", "経路", "値", "整数", "文字列", "MMS", "2026",
-                        "HTTP", "ポート", "8080"},
-                       {"", "", "、", "。", " ", "\n"}, kTextBytes, 6);
+  return corpus::Words(
+      {"設定",     "ファイル", "は",   "ユーザー",     "ごと",   "に",   "保存",
+       "されます", "東京",     "媒体", "サーバー",     "の",     "索引", "ライブラリ",
+       "を",       "記録",     "製品", "インストール", "経路",   "値",   "整数",
+       "文字列",   "MMS",      "2026", "HTTP",         "ポート", "8080"},
+      {"", "", "、", "。", " ", "\n"}, kTextBytes, 6);
 }
 
 // The text in both forms.
@@ -136,8 +139,8 @@ void UTF8ToCodePageIcu(benchmark::State& state, const Input& (*input)()) {
     const std::size_t capacity = 4 * in.utf8.size() + 1;
     std::unique_ptr<char[]> out(new char[capacity]);
     UErrorCode error = U_ZERO_ERROR;
-    int32_t length = ucnv_convert(in.codePage, "utf8", out.get(), (int32_t)capacity,
-                                  in.utf8.data(), (int32_t)in.utf8.size(), &error);
+    int32_t length = ucnv_convert(in.codePage, "utf8", out.get(), (int32_t)capacity, in.utf8.data(),
+                                  (int32_t)in.utf8.size(), &error);
     benchmark::DoNotOptimize(length);
     benchmark::DoNotOptimize(out.get());
   }

@@ -3,14 +3,13 @@
 // untouched outputs, and every function's failure result when the converter
 // library (or one of its entry points) is missing.
 
-#include "MorvString/MorvString.h"
-
 #include <dlfcn.h>
-#include <malloc.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <string>
 
+#include "MorvString/MorvString.h"
 #include "UCNVLibrary.h"
 
 namespace {
@@ -116,17 +115,17 @@ TEST_P(KnownEncodings, RoundTripThroughUTF8AndWide) {
 
 INSTANTIATE_TEST_SUITE_P(
     SystemICU, KnownEncodings,
-    ::testing::Values(
-        KnownEncoding{"ISO-8859-1", u"caf\u00E9", Bytes({0x63, 0x61, 0x66, 0xE9})},
-        KnownEncoding{"windows-1252", u"\u20AC\u201E\u2030", Bytes({0x80, 0x84, 0x89})},
-        KnownEncoding{"ISO-8859-5", u"\u041F\u0440\u0438\u0432\u0435\u0442",
-                      Bytes({0xBF, 0xE0, 0xD8, 0xD2, 0xD5, 0xE2})},
-        KnownEncoding{"Shift_JIS", u"\u65E5\u672C\u8A9E",
-                      Bytes({0x93, 0xFA, 0x96, 0x7B, 0x8C, 0xEA})},
-        KnownEncoding{"GB18030", u"\u4E2D\u6587\U0001F600",
-                      Bytes({0xD6, 0xD0, 0xCE, 0xC4, 0x94, 0x39, 0xFC, 0x36})},
-        KnownEncoding{"UTF-16LE", u"A\u20AC\U0001F600",
-                      Bytes({0x41, 0x00, 0xAC, 0x20, 0x3D, 0xD8, 0x00, 0xDE})}),
+    ::testing::Values(KnownEncoding{"ISO-8859-1", u"caf\u00E9", Bytes({0x63, 0x61, 0x66, 0xE9})},
+                      KnownEncoding{"windows-1252", u"\u20AC\u201E\u2030",
+                                    Bytes({0x80, 0x84, 0x89})},
+                      KnownEncoding{"ISO-8859-5", u"\u041F\u0440\u0438\u0432\u0435\u0442",
+                                    Bytes({0xBF, 0xE0, 0xD8, 0xD2, 0xD5, 0xE2})},
+                      KnownEncoding{"Shift_JIS", u"\u65E5\u672C\u8A9E",
+                                    Bytes({0x93, 0xFA, 0x96, 0x7B, 0x8C, 0xEA})},
+                      KnownEncoding{"GB18030", u"\u4E2D\u6587\U0001F600",
+                                    Bytes({0xD6, 0xD0, 0xCE, 0xC4, 0x94, 0x39, 0xFC, 0x36})},
+                      KnownEncoding{"UTF-16LE", u"A\u20AC\U0001F600",
+                                    Bytes({0x41, 0x00, 0xAC, 0x20, 0x3D, 0xD8, 0x00, 0xDE})}),
     [](const ::testing::TestParamInfo<KnownEncoding>& info) {
       std::string name = info.param.name;
       for (char& c : name) {
@@ -194,8 +193,8 @@ TEST_F(CodePage, OutputLargerThanRoomIsCutAtTheRoomAndStillSucceeds) {
   std::u16string text;
   for (int i = 0; i < 8; ++i) text += u"a\u65E5";
   Output<char> result;
-  result.ok = mvcs::UnicodeToCodePage("ISO-2022-JP", Units(text), text.size(), &result.out,
-                                      &result.length);
+  result.ok =
+      mvcs::UnicodeToCodePage("ISO-2022-JP", Units(text), text.size(), &result.out, &result.length);
   ASSERT_TRUE(result.ok);
   EXPECT_EQ(result.length, 4 * text.size());
   EXPECT_EQ(result.out[result.length], '\0');
@@ -208,8 +207,8 @@ TEST_F(CodePage, ByteOrderMarkAloneGivesNoUnits) {
   // "UTF-16" reads the byte order mark and writes nothing for it.
   Output<unsigned short> result;
   const std::string bom = Bytes({0xFF, 0xFE});
-  result.ok = mvcs::CodePageToUnicode("UTF-16", bom.data(), bom.size(), &result.out,
-                                      &result.length);
+  result.ok =
+      mvcs::CodePageToUnicode("UTF-16", bom.data(), bom.size(), &result.out, &result.length);
   ASSERT_TRUE(result.ok);
   ASSERT_NE(result.out, nullptr);
   EXPECT_EQ(result.length, 0u);

@@ -3,8 +3,6 @@
 // with its outcome and errno, and export and import of a node's own
 // dictionary.
 
-#include "MorvSettings/MorvSettingsInspect.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -13,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "MorvSettings/MorvSettingsInspect.h"
 #include "MorvSettings/MorvSettingsSimple.h"
 #include "Plistlib.h"
 #include "SettingsFixtures.h"
@@ -65,10 +64,12 @@ TEST_F(SettingsInspect, KindOfEveryStoredValue) {
 }
 
 TEST_F(SettingsInspect, KindsOfEntriesOtherWritersMake) {
-  sandbox::WriteFile(UserFile("P"), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("huge", "<integer>18446744073709551615</integer>") +
-      Key("list", "<array><integer>1</integer></array>") +
-      Key("when", "<date>2026-11-21T12:00:00Z</date>")))))));
+  sandbox::WriteFile(
+      UserFile("P"),
+      Plist(Key("Settings",
+                Dict(Key("P", Dict(Key("huge", "<integer>18446744073709551615</integer>") +
+                                   Key("list", "<array><integer>1</integer></array>") +
+                                   Key("when", "<date>2026-11-21T12:00:00Z</date>")))))));
   Node node = Product();
   EXPECT_EQ(mvcs::GetValueKind(node.Get(), "huge"), mvcs::MORVVALUEKIND_UNSIGNED_INTEGER);
   EXPECT_EQ(mvcs::GetValueKind(node.Get(), "list"), mvcs::MORVVALUEKIND_ARRAY);
@@ -79,8 +80,10 @@ TEST_F(SettingsInspect, KindsOfEntriesOtherWritersMake) {
 }
 
 TEST_F(SettingsInspect, OwnEntryShadowsTheSharedOne) {
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("a", String("shared")) + Key("b", Integer(1))))))));
+  sandbox::WriteFile(
+      SharedFile(),
+      Plist(Key("Settings",
+                Dict(Key("P", Dict(Key("a", String("shared")) + Key("b", Integer(1))))))));
   Node node = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT);
   ASSERT_TRUE(node);
   EXPECT_EQ(mvcs::GetValueKind(node.Get(), "a"), mvcs::MORVVALUEKIND_STRING);
@@ -102,7 +105,8 @@ TEST_F(SettingsInspect, FileLocationsFollowTheEnvironment) {
   const std::string home = getenv("HOME") != nullptr ? getenv("HOME") : "";
   unsetenv("XDG_CONFIG_HOME");
   setenv("HOME", "/home/someone", 1);
-  EXPECT_EQ(mvcs::GetProductSettingsFile("P"), "/home/someone/.config/Preferences/com.morv.P.plist");
+  EXPECT_EQ(mvcs::GetProductSettingsFile("P"),
+            "/home/someone/.config/Preferences/com.morv.P.plist");
   unsetenv("HOME");
   EXPECT_EQ(mvcs::GetProductSettingsFile("P"), "");
   unsetenv("XDG_CONFIG_DIRS");
@@ -123,7 +127,8 @@ TEST_F(SettingsInspect, SaveWritesBeforeTheNodeCloses) {
 }
 
 TEST_F(SettingsInspect, SaveOfANodeWithoutFilesOrNotTheLibrarysNode) {
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1))))))));
+  sandbox::WriteFile(SharedFile(),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1))))))));
   Node node = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT);
   ASSERT_TRUE(node);  // only the shared file has it: the per-user file is not loaded
   EXPECT_TRUE(mvcs::SaveSettings(node.Get()));
@@ -169,8 +174,8 @@ TEST_F(SettingsInspect, SettingsLargerThanTheStoreReadsAreNotWritten) {
 // --- Export and import --------------------------------------------------------------------
 
 TEST_F(SettingsInspect, ExportHoldsTheOwnEntriesOnly) {
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("fromShared", Integer(1))))))));
+  sandbox::WriteFile(SharedFile(),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("fromShared", Integer(1))))))));
   Node node = Product();
   node->StoreUTF8String(std::string("name"), "value");
   Node child;
@@ -181,15 +186,16 @@ TEST_F(SettingsInspect, ExportHoldsTheOwnEntriesOnly) {
   sandbox::WriteFile(m_root + "/out.xml", xml);
   EXPECT_EQ(xml.rfind("<?xml", 0), 0u);
   EXPECT_EQ(plistlib::Dump(m_root + "/out.xml"),
-            std::vector<std::string>({"\tdict\t2", "/name\tstr\t'value'", "/sub\tdict\t1",
-                                      "/sub/n\tint\t7"}));
+            std::vector<std::string>(
+                {"\tdict\t2", "/name\tstr\t'value'", "/sub\tdict\t1", "/sub/n\tint\t7"}));
   std::string binary;
   ASSERT_TRUE(mvcs::ExportSettings(node.Get(), mvcs::MORVPLISTFORMAT_BINARY, binary));
   EXPECT_EQ(binary.rfind("bplist00", 0), 0u);
 }
 
 TEST_F(SettingsInspect, ExportWithoutAnOwnDictionaryFails) {
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1))))))));
+  sandbox::WriteFile(SharedFile(),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1))))))));
   Node node = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT);
   std::string bytes = "untouched";
   EXPECT_FALSE(mvcs::ExportSettings(node.Get(), mvcs::MORVPLISTFORMAT_XML, bytes));
@@ -207,22 +213,20 @@ TEST_F(SettingsInspect, ImportMergesAndIsWrittenWhenTheNodeCloses) {
   node->GetChild(std::string("merged"), &child);
   child->StoreInteger(std::string("old"), 3);
   child = Node();
-  const std::string list = Plist(Key("becomesKey", Dict(Key("x", Integer(4)))) +
-                                 Key("becomesValue", String("v")) +
-                                 Key("merged", Dict(Key("new", Integer(5)))) +
-                                 Key("list", "<array><string>a</string></array>"));
+  const std::string list =
+      Plist(Key("becomesKey", Dict(Key("x", Integer(4)))) + Key("becomesValue", String("v")) +
+            Key("merged", Dict(Key("new", Integer(5)))) +
+            Key("list", "<array><string>a</string></array>"));
   EXPECT_EQ(mvcs::ImportSettings(node.Get(), list), mvcs::MORVIMPORT_OK);
   node = Node();
   EXPECT_EQ(plistlib::Dump(UserFile("P")),
-            std::vector<std::string>({"\tdict\t1", "/Settings\tdict\t1", "/Settings/P\tdict\t5",
-                                      "/Settings/P/becomesKey\tdict\t1",
-                                      "/Settings/P/becomesKey/x\tint\t4",
-                                      "/Settings/P/becomesValue\tstr\t'v'",
-                                      "/Settings/P/kept\tint\t1", "/Settings/P/list\tarray\t1",
-                                      "/Settings/P/list[0]\tstr\t'a'",
-                                      "/Settings/P/merged\tdict\t2",
-                                      "/Settings/P/merged/new\tint\t5",
-                                      "/Settings/P/merged/old\tint\t3"}));
+            std::vector<std::string>(
+                {"\tdict\t1", "/Settings\tdict\t1", "/Settings/P\tdict\t5",
+                 "/Settings/P/becomesKey\tdict\t1", "/Settings/P/becomesKey/x\tint\t4",
+                 "/Settings/P/becomesValue\tstr\t'v'", "/Settings/P/kept\tint\t1",
+                 "/Settings/P/list\tarray\t1", "/Settings/P/list[0]\tstr\t'a'",
+                 "/Settings/P/merged\tdict\t2", "/Settings/P/merged/new\tint\t5",
+                 "/Settings/P/merged/old\tint\t3"}));
 }
 
 TEST_F(SettingsInspect, ImportOfWhatIsNotASettingsFileChangesNothing) {

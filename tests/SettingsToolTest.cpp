@@ -114,7 +114,8 @@ TEST_F(SettingsTool, UnknownCommandIsAUsageError) {
 
 TEST_F(SettingsTool, MissingArgumentsAndUnknownOptionsAreUsageErrors) {
   for (const std::vector<std::string>& arguments :
-       std::vector<std::vector<std::string>>{{"read"}, {"write", "P", "Name"},
+       std::vector<std::vector<std::string>>{{"read"},
+                                             {"write", "P", "Name"},
                                              {"write", "P", "Name", "int", "1", "2"},
                                              {"read", "P", "--color"},
                                              {"export", "P", "--format", "json"}}) {
@@ -131,9 +132,9 @@ TEST_F(SettingsTool, MissingArgumentsAndUnknownOptionsAreUsageErrors) {
 struct TypedCase {
   const char* type;
   const char* text;
-  const char* shown;      // read without --type
-  const char* kind;       // in the tree
-  const char* plistlib;   // plistlib's type and value
+  const char* shown;     // read without --type
+  const char* kind;      // in the tree
+  const char* plistlib;  // plistlib's type and value
 };
 
 TEST_F(SettingsTool, EveryTypeIsWrittenAndReadBack) {
@@ -148,8 +149,14 @@ TEST_F(SettingsTool, EveryTypeIsWrittenAndReadBack) {
       {"float", "0.1", "0.10000000149011612", "real", "real\t0.10000000149011612"},
       {"double", "-2.5e-3", "-0.0025", "real", "real\t-0.0025"},
       {"bool", "yes", "true", "boolean", "bool\tTrue"},
-      {"string", "Gr\xC3\xBC\xC3\x9F" "e \"x\"", "Gr\xC3\xBC\xC3\x9F" "e \"x\"", "string",
-       "str\t'Gr\xC3\xBC\xC3\x9F" "e \"x\"'"},
+      {"string",
+       "Gr\xC3\xBC\xC3\x9F"
+       "e \"x\"",
+       "Gr\xC3\xBC\xC3\x9F"
+       "e \"x\"",
+       "string",
+       "str\t'Gr\xC3\xBC\xC3\x9F"
+       "e \"x\"'"},
       {"data", "00ff1a", "00ff1a", "data", "bytes\t00ff1a"},
   };
   for (const TypedCase& c : cases) {
@@ -244,8 +251,9 @@ TEST_F(SettingsTool, ReadOfSomethingMissingFailsNamingProductKeyAndFiles) {
 }
 
 TEST_F(SettingsTool, ReadFallsBackToMachineWideDefaults) {
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("Default", String("shared")) + Key("Name", String("shadowed"))))))));
+  sandbox::WriteFile(SharedFile(),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("Default", String("shared")) +
+                                                              Key("Name", String("shadowed"))))))));
   Ok({"write", "P", "Name", "string", "mine"});
   EXPECT_EQ(Ok({"read", "P", "Default"}), "shared\n");
   EXPECT_EQ(Ok({"read", "P", "Name"}), "mine\n");
@@ -253,9 +261,11 @@ TEST_F(SettingsTool, ReadFallsBackToMachineWideDefaults) {
 }
 
 TEST_F(SettingsTool, EntriesNoOperationReadsAreNamedButNotShown) {
-  sandbox::WriteFile(UserFile("P"), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("List", "<array><integer>1</integer></array>") +
-      Key("When", "<date>2026-11-21T12:00:00Z</date>")))))));
+  sandbox::WriteFile(
+      UserFile("P"),
+      Plist(
+          Key("Settings", Dict(Key("P", Dict(Key("List", "<array><integer>1</integer></array>") +
+                                             Key("When", "<date>2026-11-21T12:00:00Z</date>")))))));
   EXPECT_EQ(Ok({"read", "P"}), "List (array)\nWhen (date)\n");
   Fails({"read", "P", "List"}, 1,
         "\"List\" in the settings of product \"P\" is an array, which the settings interface "
@@ -387,8 +397,7 @@ TEST_F(SettingsToolBadInput, NamesThatWouldBePaths) {
 }
 
 TEST_F(SettingsToolBadInput, ValueAndFileTogetherOrNeither) {
-  Fails({"write", "P", "N", "string", "x", "--file", "f"}, 2,
-        "give the VALUE or --file, not both");
+  Fails({"write", "P", "N", "string", "x", "--file", "f"}, 2, "give the VALUE or --file, not both");
   Fails({"write", "P", "N", "string"}, 2, "no VALUE (give it, or --file FILE for string and data)");
   Fails({"write", "P", "N", "int", "--file", "f"}, 2, "--file is for string and data values");
   Fails({"write", "P", "N", "data", "--file", m_root + "/missing"}, 1,
@@ -459,7 +468,8 @@ TEST_F(SettingsToolBadInput, UnreadableFolder) {
 TEST_F(SettingsTool, DeleteAValueKeepsTheOthers) {
   WriteSample();
   Ok({"delete", "P", "Network/HttpPort"});
-  EXPECT_EQ(Ok({"read", "P"}), "Name (string) = \"Caf\xC3\xA9\"\nNetwork/\n  Enabled (boolean) = true\n");
+  EXPECT_EQ(Ok({"read", "P"}),
+            "Name (string) = \"Caf\xC3\xA9\"\nNetwork/\n  Enabled (boolean) = true\n");
   long long port = 0;
   EXPECT_FALSE(mvcs::FetchInteger(std::string("P"), std::string("Network/HttpPort"), port));
 }
@@ -486,13 +496,13 @@ TEST_F(SettingsTool, DeleteOfSomethingMissingFails) {
   Fails({"delete", "P", "Missing"}, 1,
         "there is no \"Missing\" in the settings of product \"P\" " + Files());
   Fails({"delete", "--installer", "P", "InstallPath"}, 1,
-        "there is no \"InstallPath\" in the installer record of product \"P\" (" +
-            SharedFile() + ")");
+        "there is no \"InstallPath\" in the installer record of product \"P\" (" + SharedFile() +
+            ")");
 }
 
 TEST_F(SettingsTool, DeleteLeavesMachineWideDefaultsAlone) {
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("Default", String("shared"))))))));
+  sandbox::WriteFile(
+      SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(Key("Default", String("shared"))))))));
   const std::string shared = sandbox::ReadFile(SharedFile());
   Fails({"delete", "P", "Default"}, 1,
         "not in the per-user file of product \"P\" (" + UserFile("P") +
@@ -530,10 +540,10 @@ TEST_F(SettingsTool, ExportWritesAPropertyListThatPlistlibReads) {
   WriteSample();
   Ok({"export", "P", m_root + "/p.xml"});
   EXPECT_EQ(sandbox::ReadFile(m_root + "/p.xml").rfind("<?xml", 0), 0u);
-  EXPECT_EQ(plistlib::Dump(m_root + "/p.xml"),
-            std::vector<std::string>({"\tdict\t2", "/Name\tstr\t'Caf\xC3\xA9'",
-                                      "/Network\tdict\t2", "/Network/Enabled\tbool\tTrue",
-                                      "/Network/HttpPort\tint\t8080"}));
+  EXPECT_EQ(
+      plistlib::Dump(m_root + "/p.xml"),
+      std::vector<std::string>({"\tdict\t2", "/Name\tstr\t'Caf\xC3\xA9'", "/Network\tdict\t2",
+                                "/Network/Enabled\tbool\tTrue", "/Network/HttpPort\tint\t8080"}));
   Ok({"export", "P", "--format", "binary", m_root + "/p.bin"});
   EXPECT_EQ(sandbox::ReadFile(m_root + "/p.bin").rfind("bplist00", 0), 0u);
   EXPECT_EQ(plistlib::Dump(m_root + "/p.bin"), plistlib::Dump(m_root + "/p.xml"));
@@ -569,11 +579,11 @@ TEST_F(SettingsTool, ExportThenImportIntoAnotherProductReproducesTheNode) {
 
 TEST_F(SettingsTool, ImportMergesIntoTheNode) {
   WriteSample();
-  sandbox::WriteFile(m_root + "/in.plist",
-                     Plist(Key("Name", String("replaced")) +
-                           Key("Network", Dict(Key("HttpPort", Integer(81)) +
-                                               Key("Added", String("new")))) +
-                           Key("Fresh", Dict(Key("Deep", Integer(1))))));
+  sandbox::WriteFile(
+      m_root + "/in.plist",
+      Plist(Key("Name", String("replaced")) +
+            Key("Network", Dict(Key("HttpPort", Integer(81)) + Key("Added", String("new")))) +
+            Key("Fresh", Dict(Key("Deep", Integer(1))))));
   Ok({"import", "P", m_root + "/in.plist"});
   EXPECT_EQ(Ok({"read", "P"}),
             "Name (string) = \"replaced\"\n"
@@ -618,8 +628,9 @@ TEST_F(SettingsToolBadInput, ImportNestingTooDeepForTheNode) {
   for (int i = 1; i < 127; ++i) entries = Key("k", Dict(entries));
   sandbox::WriteFile(m_root + "/deep", Plist(entries));
   Fails({"import", "P", m_root + "/deep"}, 1,
-        m_root + "/deep nests too deep to go into the settings of product \"P\" (a settings "
-                 "file nests at most 128 levels); nothing was changed");
+        m_root +
+            "/deep nests too deep to go into the settings of product \"P\" (a settings "
+            "file nests at most 128 levels); nothing was changed");
 }
 
 TEST_F(SettingsTool, ImportNestingUpToTheLimit) {
@@ -657,9 +668,12 @@ TEST_F(SettingsTool, WhereWithoutAHomeHasNoPerUserFile) {
   noHome.unset = {"HOME", "XDG_CONFIG_HOME"};
   const process::Result result = Tool({"where", "P"}, noHome);
   EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_EQ(result.output, "per-user file: none (neither XDG_CONFIG_HOME nor HOME is set)\n"
-                           "shared file:   " + SharedFile() + " (missing)\n"
-                           "key:           Settings/P\n");
+  EXPECT_EQ(result.output,
+            "per-user file: none (neither XDG_CONFIG_HOME nor HOME is set)\n"
+            "shared file:   " +
+                SharedFile() +
+                " (missing)\n"
+                "key:           Settings/P\n");
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 // morv-settings' value types: strict parsing of every type's text (never a
 // silent 0), range limits at their exact edges, and how values are shown.
 
-#include "ValueTypes.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
+
+#include "ValueTypes.h"
 
 namespace {
 
@@ -43,7 +43,8 @@ void ExpectError(const char* type, const std::string& text, const std::string& e
 
 TEST(ToolValueTypes, EveryTypeIsNamedInOrder) {
   std::string names;
-  for (const morvtool::ValueType& type : morvtool::ValueTypes()) names += std::string(type.name) + " ";
+  for (const morvtool::ValueType& type : morvtool::ValueTypes())
+    names += std::string(type.name) + " ";
   EXPECT_EQ(names, "int uint int32 uint32 int64 uint64 float double bool string data ");
   EXPECT_EQ(FindValueType("integer"), nullptr);
   EXPECT_EQ(FindValueType("INT"), nullptr);
@@ -79,8 +80,8 @@ TEST(ToolValueTypes, IntegersOneBeyondTheirLimitsAreOutOfRange) {
 }
 
 TEST(ToolValueTypes, IntegersRefuseAnythingButDecimalDigits) {
-  for (const char* text : {"", " 5", "5 ", "12abc", "0x10", "1.5", "1e3", "--5", "+-5", "-",
-                           "+", "five", "5\n"}) {
+  for (const char* text :
+       {"", " 5", "5 ", "12abc", "0x10", "1.5", "1e3", "--5", "+-5", "-", "+", "five", "5\n"}) {
     ExpectError("int", text, "is not a whole number");
     ExpectError("uint32", text, "is not a whole number");
   }
@@ -112,8 +113,10 @@ TEST(ToolValueTypes, RealsBeyondTheirRangeAreOutOfRange) {
 }
 
 TEST(ToolValueTypes, BooleansInTheirSixSpellings) {
-  for (const char* text : {"true", "TRUE", "yes", "Yes", "1"}) ExpectValue<bool>("bool", text, true);
-  for (const char* text : {"false", "False", "no", "NO", "0"}) ExpectValue<bool>("bool", text, false);
+  for (const char* text : {"true", "TRUE", "yes", "Yes", "1"})
+    ExpectValue<bool>("bool", text, true);
+  for (const char* text : {"false", "False", "no", "NO", "0"})
+    ExpectValue<bool>("bool", text, false);
   for (const char* text : {"", "2", "y", "on", "truth", " true"}) {
     ExpectError("bool", text, "is not a boolean (true, false, yes, no, 1 or 0)");
   }
@@ -132,7 +135,8 @@ TEST(ToolValueTypes, DataIsPairsOfHexDigits) {
   ExpectValue<Bytes>("data", "00ff1A", Bytes({0x00, 0xFF, 0x1A}));
   ExpectValue<Bytes>("data", "", Bytes());
   for (const char* text : {"abc", "zz", "0x00", "00 ff", "g0"}) {
-    ExpectError("data", text, "is not hexadecimal data (pairs of the digits 0-9 and a-f, such as 00ff1a)");
+    ExpectError("data", text,
+                "is not hexadecimal data (pairs of the digits 0-9 and a-f, such as 00ff1a)");
   }
 }
 

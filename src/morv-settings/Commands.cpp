@@ -43,7 +43,9 @@ const ValueType& RequireType(const std::string& name) {
   const ValueType* type = FindValueType(name);
   if (type == NULL) {
     std::string names;
-    for (const ValueType& known : ValueTypes()) names += std::string(names.empty() ? "" : ", ") + known.name;
+    for (const ValueType& known : ValueTypes()) {
+      names += std::string(names.empty() ? "" : ", ") + known.name;
+    }
     throw UsageError("unknown type " + Quoted(name) + " (the types are " + names + ")");
   }
   return *type;
@@ -103,18 +105,12 @@ void CheckOwnFile(const SettingsTarget& target, bool changing) {
   if (!problem.empty()) throw Failure(problem + (changing ? "; nothing was changed" : ""));
 }
 
-// Opens the product's node as `access` would, or throws not-found.
-Node RequireNode(const SettingsTarget& target, Access access) {
-  Node node = target.Open({}, access);
-  if (!node) throw NotFound(target, "");
-  return node;
-}
-
 // For an entry that the per-user file lacks but the product reads from the
 // machine-wide defaults: says so; otherwise not-found.
 ToolError NotInOwnFile(const SettingsTarget& target, const std::string& key, bool found) {
   if (!target.IsInstaller() && found) {
-    const std::string what = key.empty() ? std::string("the settings come") : Quoted(key) + " comes";
+    const std::string what =
+        key.empty() ? std::string("the settings come") : Quoted(key) + " comes";
     return Failure("not in the per-user file of product " + Quoted(target.GetProduct()) + " (" +
                    target.OwnFile() + "): " + what + " from the machine-wide defaults in " +
                    target.SharedFile() + ", which this command does not change");
@@ -122,10 +118,25 @@ ToolError NotInOwnFile(const SettingsTarget& target, const std::string& key, boo
   return NotFound(target, key);
 }
 
+// Opens the product's node as `access` would, or throws not-found.
+Node RequireNode(const SettingsTarget& target, Access access) {
+  Node node = target.Open({}, access);
+  if (!node) throw NotFound(target, "");
+  return node;
+}
+
+// Opens the product's node in the file that changes go to, or throws
+// (saying so when the product has only machine-wide defaults).
+Node RequireOwnNode(const SettingsTarget& target) {
+  Node node = target.Open({}, Access::kOwn);
+  if (!node) throw NotInOwnFile(target, "", (bool)target.Open({}, Access::kRead));
+  return node;
+}
+
 }  // namespace
 
-void ReadCommand(const SettingsTarget& target, const std::string& key,
-                 const std::string& typeName, std::ostream& out) {
+void ReadCommand(const SettingsTarget& target, const std::string& key, const std::string& typeName,
+                 std::ostream& out) {
   const ValueType* type = typeName.empty() ? NULL : &RequireType(typeName);
   CheckOwnFile(target, false);
   if (key.empty()) {
@@ -151,18 +162,18 @@ void ReadCommand(const SettingsTarget& target, const std::string& key,
   }
   Value value;
   if (!type->fetch(*parent, entry.name, value)) {
-    throw Failure(Where(target, key) + " is " + WithArticle(kind) +
-                  ", which cannot be read as " + type->name);
+    throw Failure(Where(target, key) + " is " + WithArticle(kind) + ", which cannot be read as " +
+                  type->name);
   }
   out << FormatPlain(value) << "\n";
 }
 
-void WriteCommand(const SettingsTarget& target, const std::string& key,
-                  const std::string& typeName, bool hasValue, const std::string& text,
-                  const std::string& file) {
+void WriteCommand(const SettingsTarget& target, const std::string& key, const std::string& typeName,
+                  bool hasValue, const std::string& text, const std::string& file) {
   const ValueType& type = RequireType(typeName);
   const Entry entry = SplitEntry(key);
-  const bool bytesType = std::strcmp(type.name, "data") == 0 || std::strcmp(type.name, "string") == 0;
+  const bool bytesType =
+      std::strcmp(type.name, "data") == 0 || std::strcmp(type.name, "string") == 0;
   if (hasValue == !file.empty()) {
     throw UsageError(hasValue ? "give the VALUE or --file, not both"
                               : "no VALUE (give it, or --file FILE for string and data)");
@@ -193,7 +204,8 @@ void WriteCommand(const SettingsTarget& target, const std::string& key,
                   ": a value of that name is in the way");
   }
   if (kind == mvcs::MORVVALUEKIND_DICTIONARY) {
-    throw Failure(Where(target, key) + " is a key with settings below it; delete it first "
+    throw Failure(Where(target, key) +
+                  " is a key with settings below it; delete it first "
                   "to replace it with a value");
   }
   if (!type.store(*parent, entry.name, value)) {
@@ -206,8 +218,7 @@ void WriteCommand(const SettingsTarget& target, const std::string& key,
 void DeleteCommand(const SettingsTarget& target, const std::string& key) {
   CheckOwnFile(target, true);
   if (key.empty()) {
-    Node node = target.Open({}, Access::kOwn);
-    if (!node) throw NotInOwnFile(target, "", (bool)target.Open({}, Access::kRead));
+    Node node = RequireOwnNode(target);
     errno = 0;
     node->Delete();  // removes the key and writes the file
     const int reason = errno;
@@ -253,8 +264,7 @@ void ListCommand(const SettingsTarget& target, const std::string& keyPath, std::
 void ExportCommand(const SettingsTarget& target, const std::string& format,
                    const std::string& file) {
   CheckOwnFile(target, false);
-  Node node = target.Open({}, Access::kOwn);
-  if (!node) throw NotInOwnFile(target, "", (bool)target.Open({}, Access::kRead));
+  Node node = RequireOwnNode(target);
   std::string bytes;
   const mvcs::MORVPLISTFORMAT kind =
       format == "binary" ? mvcs::MORVPLISTFORMAT_BINARY : mvcs::MORVPLISTFORMAT_XML;
@@ -274,7 +284,8 @@ void ImportCommand(const SettingsTarget& target, const std::string& file) {
     case mvcs::MORVIMPORT_OK:
       break;
     case mvcs::MORVIMPORT_NOT_A_SETTINGS_FILE:
-      throw Failure(source + " is not a property list with a dictionary at its root that the "
+      throw Failure(source +
+                    " is not a property list with a dictionary at its root that the "
                     "settings store can read; nothing was changed");
     case mvcs::MORVIMPORT_TOO_DEEP:
       throw Failure(source + " nests too deep to go into " + target.Describe() +

@@ -41,14 +41,14 @@ SettingsTarget::SettingsTarget(const std::string& product, bool installer)
   }
 }
 
-std::vector<std::string> SettingsTarget::SplitKeyPath(const std::string& keyPath,
-                                                      bool allowEmpty) {
+std::vector<std::string> SettingsTarget::SplitKeyPath(const std::string& keyPath, bool allowEmpty) {
   std::vector<std::string> components;
   if (keyPath.empty()) {
     if (allowEmpty) return components;
     throw UsageError("the key is empty");
   }
-  if (!mvcs::IsUTF8(keyPath)) throw UsageError("the key " + Quoted(keyPath) + " is not valid UTF-8");
+  if (!mvcs::IsUTF8(keyPath))
+    throw UsageError("the key " + Quoted(keyPath) + " is not valid UTF-8");
   if (keyPath.find('\\') != std::string::npos) {
     throw UsageError("the key " + Quoted(keyPath) +
                      " holds \\, which the settings store takes as a separator; use /");

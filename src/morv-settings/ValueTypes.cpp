@@ -49,7 +49,8 @@ bool ParseInteger(const std::string& text, Value& value, std::string& error) {
   const std::from_chars_result result = std::from_chars(begin, end, wide);
   if (result.ec == std::errc::result_out_of_range ||
       (result.ec == std::errc() && result.ptr == end &&
-       (wide < (Wide)std::numeric_limits<T>::min() || wide > (Wide)std::numeric_limits<T>::max()))) {
+       (wide < (Wide)std::numeric_limits<T>::min() ||
+        wide > (Wide)std::numeric_limits<T>::max()))) {
     error = "is out of range " + RangeOf<T>();
     return false;
   }

@@ -6,7 +6,6 @@
 // the operation failed, 2 for a usage error. Messages go to standard error.
 
 #include <CLI/CLI.hpp>
-
 #include <iostream>
 #include <string>
 
@@ -97,13 +96,12 @@ int main(int argc, char** argv) {
   app.require_subcommand(1, 1);
   app.footer(kFooter);
 
-  CLI::App* read = app.add_subcommand(
-      "read", "Print a value, or a key's entries as a tree with their kinds");
+  CLI::App* read =
+      app.add_subcommand("read", "Print a value, or a key's entries as a tree with their kinds");
   AddTarget(read, options);
   read->add_option("KEY", options.key,
                    "The value or key to print (a/b/name); the product's whole node if left out");
-  read->add_option("--type,-t", options.type,
-                   "Read the value as this type (see below)");
+  read->add_option("--type,-t", options.type, "Read the value as this type (see below)");
   read->footer(TypeList() +
                "\nWithout --type, a value prints as its kind: numbers in decimal (reals in\n"
                "the shortest form that reads back exactly), true or false, text as it is,\n"
@@ -116,8 +114,7 @@ int main(int argc, char** argv) {
   write->add_option("KEY", options.key, "Where to store it (a/b/name)")->required();
   write->add_option("TYPE", options.type, "The value's type (see below)")->required();
   CLI::Option* value = write->add_option(
-      "VALUE", options.value,
-      "The value (a decimal number, a boolean, text, or hex bytes)");
+      "VALUE", options.value, "The value (a decimal number, a boolean, text, or hex bytes)");
   write->add_option("--file,-f", options.file,
                     "Take a string or data value from FILE (-: standard input)");
   write->footer(TypeList() +
@@ -142,8 +139,8 @@ int main(int argc, char** argv) {
   AddTarget(list, options);
   list->add_option("KEY", options.key, "The key to list (a/b); the product's node if left out");
 
-  CLI::App* exportCommand = app.add_subcommand(
-      "export", "Write the product's settings as a property list");
+  CLI::App* exportCommand =
+      app.add_subcommand("export", "Write the product's settings as a property list");
   AddTarget(exportCommand, options);
   exportCommand->add_option("FILE", options.file, "Where to write it (- or none: standard output)");
   exportCommand->add_option("--format", options.format, "xml (the default) or binary")
@@ -157,22 +154,20 @@ int main(int argc, char** argv) {
   CLI::App* import = app.add_subcommand(
       "import", "Merge a property list (XML or binary) into the product's settings");
   AddTarget(import, options);
-  import->add_option("FILE", options.file, "The property list (- for standard input)")
-      ->required();
+  import->add_option("FILE", options.file, "The property list (- for standard input)")->required();
   import->footer(
       "Dictionaries merge into the keys of their names (made when missing); every\n"
       "other entry replaces the entry of its name; entries the file does not name are\n"
       "kept. A file that is not a property list with a dictionary at its root changes\n"
       "nothing.");
 
-  CLI::App* where = app.add_subcommand(
-      "where", "Show the files that the product's settings use, and its key");
+  CLI::App* where =
+      app.add_subcommand("where", "Show the files that the product's settings use, and its key");
   AddTarget(where, options);
 
   const std::string unknown = UnknownCommand(app, argc, argv);
   if (!unknown.empty()) {
-    std::cerr << kName << ": " << unknown << "\nRun " << kName
-              << " --help for more information.\n";
+    std::cerr << kName << ": " << unknown << "\nRun " << kName << " --help for more information.\n";
     return morvtool::kUsageError;
   }
   try {
@@ -192,8 +187,8 @@ int main(int argc, char** argv) {
     if (read->parsed()) {
       morvtool::ReadCommand(target, options.key, options.type, std::cout);
     } else if (write->parsed()) {
-      morvtool::WriteCommand(target, options.key, options.type, value->count() > 0,
-                             options.value, options.file);
+      morvtool::WriteCommand(target, options.key, options.type, value->count() > 0, options.value,
+                             options.file);
     } else if (remove->parsed()) {
       morvtool::DeleteCommand(target, options.key);
     } else if (list->parsed()) {
