@@ -1,6 +1,6 @@
 // The commands of morv-settings (see Commands.h), on the settings store's
 // public interface: nodes, their typed operations, and the inspection
-// functions of MorvSettingsInspect.h.
+// functions of MorvSettingsUtility.h.
 
 #include "Commands.h"
 
@@ -9,7 +9,7 @@
 #include <set>
 #include <vector>
 
-#include "MorvSettings/MorvSettingsInspect.h"
+#include "MorvSettings/MorvSettingsUtility.h"
 #include "ToolError.h"
 #include "ToolFiles.h"
 #include "ValueTypes.h"

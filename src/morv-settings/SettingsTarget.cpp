@@ -2,7 +2,7 @@
 
 #include "SettingsTarget.h"
 
-#include "MorvSettings/MorvSettingsInspect.h"
+#include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvSettings/MorvSettingsSimple.h"
 #include "MorvString/MorvString.h"
 #include "ToolError.h"

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "MorvSettings/MorvSettings.h"
-#include "MorvSettings/MorvSettingsInspect.h"
+#include "MorvSettings/MorvSettingsUtility.h"
 
 namespace morvtool {
 

@@ -8,8 +8,8 @@
 // CreateSimpleSettings; for any other IMorvSettings it fails. Use nodes from
 // one thread at a time.
 
-#ifndef MORVSETTINGS_MORVSETTINGSINSPECT_H
-#define MORVSETTINGS_MORVSETTINGSINSPECT_H
+#ifndef MORVSETTINGS_MORVSETTINGSUTILITY_H
+#define MORVSETTINGS_MORVSETTINGSUTILITY_H
 
 #include <string>
 
@@ -94,4 +94,4 @@ MORVSETTINGS_API MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std:
 
 }  // namespace mvcs
 
-#endif  // MORVSETTINGS_MORVSETTINGSINSPECT_H
+#endif  // MORVSETTINGS_MORVSETTINGSUTILITY_H

@@ -1,8 +1,8 @@
-// Inspecting and exchanging settings (see MorvSettingsInspect.h): entry
+// Inspecting and exchanging settings (see MorvSettingsUtility.h): entry
 // kinds, file locations, saving now, and export and import of a node's own
 // dictionary as a property list.
 
-#include "MorvSettings/MorvSettingsInspect.h"
+#include "MorvSettings/MorvSettingsUtility.h"
 
 #include <cerrno>
 

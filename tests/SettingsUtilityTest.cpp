@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "MorvSettings/MorvSettingsInspect.h"
+#include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvSettings/MorvSettingsSimple.h"
 #include "Plistlib.h"
 #include "SettingsFixtures.h"
@@ -27,7 +27,7 @@ using fixtures::Open;
 using fixtures::Plist;
 using fixtures::String;
 
-class SettingsInspect : public sandbox::SettingsSandbox {
+class SettingsUtility : public sandbox::SettingsSandbox {
  protected:
   // The product P's node with scope 8 (per-user, creating, shared fallback).
   Node Product(const std::string& product = "P") {
@@ -37,7 +37,7 @@ class SettingsInspect : public sandbox::SettingsSandbox {
 
 // --- Kinds -----------------------------------------------------------------------
 
-TEST_F(SettingsInspect, KindOfEveryStoredValue) {
+TEST_F(SettingsUtility, KindOfEveryStoredValue) {
   Node node = Product();
   ASSERT_TRUE(node);
   node->StoreInteger(std::string("int"), -1);
@@ -63,7 +63,7 @@ TEST_F(SettingsInspect, KindOfEveryStoredValue) {
   EXPECT_EQ(mvcs::GetValueKind(nullptr, "int"), mvcs::MORVVALUEKIND_NONE);
 }
 
-TEST_F(SettingsInspect, KindsOfEntriesOtherWritersMake) {
+TEST_F(SettingsUtility, KindsOfEntriesOtherWritersMake) {
   sandbox::WriteFile(
       UserFile("P"),
       Plist(Key("Settings",
@@ -79,7 +79,7 @@ TEST_F(SettingsInspect, KindsOfEntriesOtherWritersMake) {
   EXPECT_EQ(huge, 18446744073709551615ull);
 }
 
-TEST_F(SettingsInspect, OwnEntryShadowsTheSharedOne) {
+TEST_F(SettingsUtility, OwnEntryShadowsTheSharedOne) {
   sandbox::WriteFile(
       SharedFile(),
       Plist(Key("Settings",
@@ -98,7 +98,7 @@ TEST_F(SettingsInspect, OwnEntryShadowsTheSharedOne) {
 
 // --- File locations -----------------------------------------------------------------
 
-TEST_F(SettingsInspect, FileLocationsFollowTheEnvironment) {
+TEST_F(SettingsUtility, FileLocationsFollowTheEnvironment) {
   EXPECT_EQ(mvcs::GetProductSettingsFile("MorvMediaServer"), UserFile("MorvMediaServer"));
   EXPECT_EQ(mvcs::GetProductSettingsFile(""), "");
   EXPECT_EQ(mvcs::GetSharedSettingsFile(), SharedFile());
@@ -116,7 +116,7 @@ TEST_F(SettingsInspect, FileLocationsFollowTheEnvironment) {
 
 // --- Saving now ------------------------------------------------------------------------
 
-TEST_F(SettingsInspect, SaveWritesBeforeTheNodeCloses) {
+TEST_F(SettingsUtility, SaveWritesBeforeTheNodeCloses) {
   Node node = Product();
   node->StoreInteger(std::string("n"), 5);
   EXPECT_FALSE(sandbox::Exists(UserFile("P")));
@@ -126,7 +126,7 @@ TEST_F(SettingsInspect, SaveWritesBeforeTheNodeCloses) {
   EXPECT_TRUE(mvcs::SaveSettings(node.Get()));  // nothing left to write
 }
 
-TEST_F(SettingsInspect, SaveOfANodeWithoutFilesOrNotTheLibrarysNode) {
+TEST_F(SettingsUtility, SaveOfANodeWithoutFilesOrNotTheLibrarysNode) {
   sandbox::WriteFile(SharedFile(),
                      Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1))))))));
   Node node = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT);
@@ -137,7 +137,7 @@ TEST_F(SettingsInspect, SaveOfANodeWithoutFilesOrNotTheLibrarysNode) {
   EXPECT_EQ(errno, EINVAL);
 }
 
-TEST_F(SettingsInspect, FailedSaveReportsWhyAndKeepsTheChange) {
+TEST_F(SettingsUtility, FailedSaveReportsWhyAndKeepsTheChange) {
   // A file where the settings folder should be: no write can succeed, as
   // root or not.
   sandbox::WriteFile(UserFolder(), "in the way");
@@ -158,7 +158,7 @@ TEST_F(SettingsInspect, FailedSaveReportsWhyAndKeepsTheChange) {
   EXPECT_EQ(n, 5);
 }
 
-TEST_F(SettingsInspect, SettingsLargerThanTheStoreReadsAreNotWritten) {
+TEST_F(SettingsUtility, SettingsLargerThanTheStoreReadsAreNotWritten) {
   Node node = Product();
   std::vector<char> big((64u << 20) + 1, 'x');
   ASSERT_TRUE(node->StoreBuffer(std::string("big"), big.data(), big.size()));
@@ -173,7 +173,7 @@ TEST_F(SettingsInspect, SettingsLargerThanTheStoreReadsAreNotWritten) {
 
 // --- Export and import --------------------------------------------------------------------
 
-TEST_F(SettingsInspect, ExportHoldsTheOwnEntriesOnly) {
+TEST_F(SettingsUtility, ExportHoldsTheOwnEntriesOnly) {
   sandbox::WriteFile(SharedFile(),
                      Plist(Key("Settings", Dict(Key("P", Dict(Key("fromShared", Integer(1))))))));
   Node node = Product();
@@ -193,7 +193,7 @@ TEST_F(SettingsInspect, ExportHoldsTheOwnEntriesOnly) {
   EXPECT_EQ(binary.rfind("bplist00", 0), 0u);
 }
 
-TEST_F(SettingsInspect, ExportWithoutAnOwnDictionaryFails) {
+TEST_F(SettingsUtility, ExportWithoutAnOwnDictionaryFails) {
   sandbox::WriteFile(SharedFile(),
                      Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1))))))));
   Node node = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT);
@@ -203,7 +203,7 @@ TEST_F(SettingsInspect, ExportWithoutAnOwnDictionaryFails) {
   EXPECT_EQ(bytes, "untouched");
 }
 
-TEST_F(SettingsInspect, ImportMergesAndIsWrittenWhenTheNodeCloses) {
+TEST_F(SettingsUtility, ImportMergesAndIsWrittenWhenTheNodeCloses) {
   Node node = Product();
   node->StoreInteger(std::string("kept"), 1);
   node->StoreInteger(std::string("becomesKey"), 2);
@@ -229,7 +229,7 @@ TEST_F(SettingsInspect, ImportMergesAndIsWrittenWhenTheNodeCloses) {
                  "/Settings/P/merged/old\tint\t3"}));
 }
 
-TEST_F(SettingsInspect, ImportOfWhatIsNotASettingsFileChangesNothing) {
+TEST_F(SettingsUtility, ImportOfWhatIsNotASettingsFileChangesNothing) {
   Node node = Product();
   node->StoreInteger(std::string("kept"), 1);
   std::string before;
@@ -246,7 +246,7 @@ TEST_F(SettingsInspect, ImportOfWhatIsNotASettingsFileChangesNothing) {
   EXPECT_EQ(mvcs::ImportSettings(nullptr, Plist("")), mvcs::MORVIMPORT_NO_NODE);
 }
 
-TEST_F(SettingsInspect, ImportNestingLimitCountsTheNodesDepth) {
+TEST_F(SettingsUtility, ImportNestingLimitCountsTheNodesDepth) {
   // Settings/P/a is the file's fourth level: a list of 125 levels fits.
   auto nested = [](int levels) {
     std::string entries = Key("leaf", Integer(1));
@@ -267,7 +267,7 @@ TEST_F(SettingsInspect, ImportNestingLimitCountsTheNodesDepth) {
             mvcs::MORVIMPORT_TOO_DEEP);
 }
 
-TEST_F(SettingsInspect, ExportThenImportReproducesEveryKindOfEntry) {
+TEST_F(SettingsUtility, ExportThenImportReproducesEveryKindOfEntry) {
   sandbox::WriteFile(UserFile("Product"), "");
   ASSERT_EQ(plistlib::WriteFixture("binary", UserFile("Product")), 0);
   Node source = Open("Settings/Product", mvcs::MORVSETTINGSTYPE_USER);
