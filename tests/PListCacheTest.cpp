@@ -7,14 +7,15 @@
 
 #include <string>
 
-#include "MorvSettingsNode.h"
 #include "PList.h"
 #include "SettingsFixtures.h"
+#include "SettingsInternals.h"
 #include "SettingsSandbox.h"
 
 namespace {
 
 using fixtures::Dict;
+using fixtures::Impl;
 using fixtures::Integer;
 using fixtures::Key;
 using fixtures::Node;
@@ -26,7 +27,6 @@ using mvcs::PListInteger;
 
 class PListCache : public sandbox::SettingsSandbox {};
 
-MorvSettings* Impl(const Node& node) { return dynamic_cast<MorvSettings*>(node.Get()); }
 
 TEST_F(PListCache, FreshObjectCountsZeroAndLastReleaseDestroysIt) {
   PList* file = new PList(m_root + "/loose.plist");

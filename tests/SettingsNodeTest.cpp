@@ -8,13 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "MorvSettingsNode.h"
 #include "SettingsFixtures.h"
+#include "SettingsInternals.h"
 #include "SettingsSandbox.h"
 
 namespace {
 
 using fixtures::Dict;
+using fixtures::Impl;
 using fixtures::Integer;
 using fixtures::Key;
 using fixtures::Node;
@@ -34,12 +35,6 @@ class SettingsNode : public sandbox::SettingsSandbox {
                              Key("Other", String("kept"))));
   }
 };
-
-MorvSettings* Impl(const Node& node) { return dynamic_cast<MorvSettings*>(node.Get()); }
-MorvSettings* Impl(const mvtl::RefCountedPtr_STLSafe<IMorvSettings>& node) {
-  return dynamic_cast<MorvSettings*>(node.Get());
-}
-
 
 TEST(Tokenize, KeepsEveryPieceIncludingEmptyOnes) {
   EXPECT_EQ(mvcs::tokenize("", "/"), std::vector<std::string>());

@@ -7,14 +7,15 @@
 #include <set>
 #include <string>
 
-#include "MorvSettingsNode.h"
 #include "SettingsFiles.h"
 #include "SettingsFixtures.h"
+#include "SettingsInternals.h"
 #include "SettingsSandbox.h"
 
 namespace {
 
 using fixtures::Dict;
+using fixtures::Impl;
 using fixtures::Integer;
 using fixtures::Key;
 using fixtures::Node;
@@ -25,7 +26,6 @@ using mvcs::MorvSettings;
 
 class SettingsScope : public sandbox::SettingsSandbox {};
 
-MorvSettings* Impl(const Node& node) { return dynamic_cast<MorvSettings*>(node.Get()); }
 
 TEST_F(SettingsScope, ProductPathBuildsTwoNodesWithProductFiles) {
   sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("MorvMediaServer", Dict(""))))));
