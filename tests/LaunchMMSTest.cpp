@@ -83,6 +83,19 @@ TEST_F(LaunchMMS, InstalledServerStartedReturnsTwo) {
   EXPECT_EQ(launcher::WaitForRecord(m_record, 10).Get("who"), "installed");
 }
 
+TEST_F(LaunchMMS, PathIsPrintedAsItStandsBetweenQuotes) {
+  // Quotes, backslashes and non-ASCII letters are not escaped.
+  const std::string folder = m_root + "/My \"Srv\"\\x \xC3\xA9t\xC3\xA9";
+  const std::string path = folder + "/s\xC3\xA9rveur";
+  launcher::WriteRecordingServer(path, "quoted");
+  ASSERT_TRUE(mvcs::StoreInstallerUTF8String(std::string("MorvMediaServer"),
+                                             std::string("InstallPath"), path));
+  EXPECT_EQ(launchMMS(), 2);
+  ASSERT_EQ(g_messages.size(), 1u);
+  EXPECT_EQ(g_messages[0].text, "Lauching Morv Media Server: \"" + path + "\" with arguments: ()");
+  EXPECT_EQ(launcher::WaitForRecord(m_record, 10).Get("who"), "quoted");
+}
+
 TEST_F(LaunchMMS, FailedStartReturnsOneAfterTheMessage) {
   const std::string path = Installed(false);
   EXPECT_EQ(launchMMS(), 1);

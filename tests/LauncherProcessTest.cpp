@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -65,6 +66,17 @@ TEST_F(LauncherProcess, LauncherArgumentsNeverReachTheServer) {
   ASSERT_TRUE(record.found);
   EXPECT_EQ(record.Get("argc"), "0");
   EXPECT_EQ(record.values.count("arg"), 0u);
+}
+
+TEST_F(LauncherProcess, PathWithQuotesBackslashesAndAccentsIsPrintedAsItStands) {
+  const std::string server = MakeInstalledServer("My \"Srv\"\\x/s\xC3\xA9rveur \xE6\x97\xA5");
+  for (const char* locale : {"C", "C.UTF-8"}) {
+    const launcher::Result result = Launch({}, {{"LC_ALL", locale}});
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.errorOutput, Line(server)) << "locale " << locale;
+    launcher::StopServer(launcher::WaitForRecord(m_record, 10));
+    unlink(m_record.c_str());
+  }
 }
 
 TEST_F(LauncherProcess, InstallPathIsPrintedInQuotesAndStarted) {

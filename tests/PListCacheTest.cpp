@@ -33,7 +33,7 @@ TEST_F(PListCache, FreshObjectCountsZeroAndLastReleaseDestroysIt) {
   EXPECT_EQ(file->GetRefCount(), 0);
   EXPECT_EQ(file->AddRef(), 1);
   EXPECT_EQ(file->Release(), 0);  // destroyed (the sanitizer build checks no leak)
-  EXPECT_TRUE(PList::s_plistCache().empty());
+  EXPECT_TRUE(PList::FileCache().empty());
 }
 
 TEST_F(PListCache, NewCachedObjectCountsTwo) {
@@ -41,8 +41,8 @@ TEST_F(PListCache, NewCachedObjectCountsTwo) {
   PList::GetPList(m_root + "/a.plist", &file);
   ASSERT_NE(file.Get(), nullptr);
   EXPECT_EQ(file->GetRefCount(), 2);  // the cache and the caller
-  ASSERT_EQ(PList::s_plistCache().count(m_root + "/a.plist"), 1u);
-  EXPECT_EQ(PList::s_plistCache()[m_root + "/a.plist"].Get(), file.Get());
+  ASSERT_EQ(PList::FileCache().count(m_root + "/a.plist"), 1u);
+  EXPECT_EQ(PList::FileCache()[m_root + "/a.plist"].Get(), file.Get());
 }
 
 TEST_F(PListCache, ReleaseFromThreeReturnsTwoAndKeepsTheEntry) {
@@ -52,9 +52,9 @@ TEST_F(PListCache, ReleaseFromThreeReturnsTwoAndKeepsTheEntry) {
   file->AddRef();
   EXPECT_EQ(file->GetRefCount(), 3);
   EXPECT_EQ(file->Release(), 2);
-  EXPECT_EQ(PList::s_plistCache().count(path), 1u);
+  EXPECT_EQ(PList::FileCache().count(path), 1u);
   EXPECT_EQ(file->Release(), 0);  // at 2: the entry goes, then the object
-  EXPECT_EQ(PList::s_plistCache().count(path), 0u);
+  EXPECT_EQ(PList::FileCache().count(path), 0u);
 }
 
 TEST_F(PListCache, LastOutsideReleaseRemovesTheEntry) {
@@ -67,7 +67,7 @@ TEST_F(PListCache, LastOutsideReleaseRemovesTheEntry) {
     EXPECT_EQ(first.Get(), second.Get());
     EXPECT_EQ(first->GetRefCount(), 3);
   }
-  EXPECT_TRUE(PList::s_plistCache().empty());
+  EXPECT_TRUE(PList::FileCache().empty());
 }
 
 TEST_F(PListCache, TwoNodesShareOneFileAndSeeStoresBeforeAnySave) {
@@ -194,6 +194,35 @@ TEST_F(PListCache, UnreadableFileIsMovedAsideNotOverwritten) {
   }
   ASSERT_FALSE(aside.empty()) << "the unreadable file was not kept";
   EXPECT_EQ(sandbox::ReadFile(UserFolder() + "/" + aside), garbage);
+}
+
+TEST_F(PListCache, FileRepairedWhileHeldIsReplacedWithoutBackup) {
+  // A node of scope 2 holds the per-user file object while that file is
+  // garbage (it opens through the shared key). Another program then repairs
+  // the file; a node that loads it through the same object and saves must
+  // replace it normally, not move the repaired file aside.
+  const std::string path = UserFile("P");
+  sandbox::WriteFile(path, "garbage, for now");
+  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(""))))));
+  Node holder = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED);
+  ASSERT_NE(holder.Get(), nullptr);
+  ASSERT_EQ(Impl(holder)->GetUserFile()->GetRoot(), nullptr);
+  sandbox::WriteFile(path, Plist(Key("Settings", Dict(Key("P", Dict(Key("old", Integer(1))))))));
+  {
+    Node writer = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
+    ASSERT_NE(writer.Get(), nullptr);
+    EXPECT_EQ(Impl(writer)->GetUserFile(), Impl(holder)->GetUserFile());
+    ASSERT_TRUE(writer->StoreInteger(std::string("new"), 2));
+  }
+  holder = Node();
+  EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
+  Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
+  long long old = 0, fresh = 0;
+  ASSERT_NE(reread.Get(), nullptr);
+  EXPECT_TRUE(reread->FetchInteger(std::string("old"), old));
+  EXPECT_TRUE(reread->FetchInteger(std::string("new"), fresh));
+  EXPECT_EQ(old, 1);
+  EXPECT_EQ(fresh, 2);
 }
 
 TEST_F(PListCache, ReadableFileIsReplacedWithoutBackup) {

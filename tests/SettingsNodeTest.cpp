@@ -276,6 +276,47 @@ TEST_F(SettingsNode, DeleteOfNodeKeepsItsSiblings) {
   EXPECT_TRUE(names.empty());
 }
 
+TEST_F(SettingsNode, DeleteOfKeyOnlyInSharedFileFailsAndLeavesPerUserFileAlone) {
+  // The per-user file is XML and has no key for the node; the shared file
+  // has it. Delete() finds no key of its own to remove: it fails, marks
+  // nothing dirty, and the per-user file is not rewritten.
+  const std::string perUser = Plist(Key("Other", String("kept")));
+  sandbox::WriteFile(UserFile("P"), perUser);
+  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(Key("v", Integer(4))))))));
+  for (mvcs::MORVSETTINGSTYPE scope :
+       {mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED, mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT}) {
+    Node node = fixtures::Open("Settings/P", scope);
+    ASSERT_NE(node.Get(), nullptr);
+    ASSERT_EQ(Impl(node)->GetUserKey(), nullptr);
+    EXPECT_FALSE(node->Delete());
+    EXPECT_TRUE(Impl(node)->GetChildren().empty());
+    EXPECT_EQ(Impl(node)->GetUserFile(), nullptr);  // closed
+    node = Node();
+    EXPECT_EQ(sandbox::ReadFile(UserFile("P")), perUser);
+    EXPECT_EQ(sandbox::ReadFile(SharedFile()).compare(0, 5, "<?xml"), 0);
+  }
+}
+
+TEST_F(SettingsNode, StoreOnNodeOpenOnlyThroughSharedKeyRewritesNoFile) {
+  // Scope 2 opened through the shared key alone: a store has no dictionary
+  // to go to; it reports true, keeps nothing, and leaves both files as they are.
+  const std::string perUser = Plist(Key("Other", String("kept")));
+  const std::string shared = Plist(Key("Settings", Dict(Key("P", Dict(Key("v", Integer(4)))))));
+  sandbox::WriteFile(UserFile("P"), perUser);
+  sandbox::WriteFile(SharedFile(), shared);
+  {
+    Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED);
+    ASSERT_NE(node.Get(), nullptr);
+    EXPECT_TRUE(node->StoreInteger(std::string("lost"), 1));
+    EXPECT_FALSE(Impl(node)->GetUserFile()->IsDirty());
+    EXPECT_FALSE(Impl(node)->GetSharedFile()->IsDirty());
+    long long lost = 0;
+    EXPECT_FALSE(node->FetchInteger(std::string("lost"), lost));
+  }
+  EXPECT_EQ(sandbox::ReadFile(UserFile("P")), perUser);
+  EXPECT_EQ(sandbox::ReadFile(SharedFile()), shared);
+}
+
 TEST_F(SettingsNode, DeleteOfScopeWithoutFileFails) {
   Node none = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_NONE);
   ASSERT_NE(none.Get(), nullptr);

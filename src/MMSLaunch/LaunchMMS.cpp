@@ -16,11 +16,15 @@
 
 namespace {
 
+// A string value as the announcement shows it: between double quotes,
+// unchanged.
+QString Quoted(const QString& text) { return QLatin1Char('"') + text + QLatin1Char('"'); }
+
 // The argument list as the announcement shows it: "(" and the items in
 // quotes, separated by ", ", then ")". (Qt 6 would write "QList(...)".)
 QString ListText(const QStringList& list) {
   QStringList quoted;
-  for (const QString& item : list) quoted << QLatin1Char('"') + item + QLatin1Char('"');
+  for (const QString& item : list) quoted << Quoted(item);
   return QLatin1Char('(') + quoted.join(QLatin1String(", ")) + QLatin1Char(')');
 }
 
@@ -51,8 +55,11 @@ int launchMMS() {
   QStringList arguments = QCoreApplication::arguments();
   arguments.clear();
 
-  qDebug() << "Lauching Morv Media Server:" << executable << "with arguments:"
-           << qPrintable(ListText(arguments));
+  // Plain text items as they stand, the path between double quotes exactly
+  // as it is (Qt 6 would escape quotes, backslashes and other characters
+  // inside them), then the list.
+  qDebug().noquote() << "Lauching Morv Media Server:" << Quoted(executable) << "with arguments:"
+                     << ListText(arguments);
 
   return QProcess::startDetached(executable, arguments) ? 2 : 1;
 }

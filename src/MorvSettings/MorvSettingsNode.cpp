@@ -297,20 +297,19 @@ bool MorvSettings::Delete(std::string const& name) {
 bool MorvSettings::Delete(std::wstring const& name) { return Delete(WideToUTF8(name)); }
 
 bool MorvSettings::Delete() {
-  if (m_userKey.Get() == NULL && m_sharedKey.Get() == NULL) return false;
+  if (m_userKey.Get() == nullptr && m_sharedKey.Get() == nullptr) return false;
   PListDictionary* const target = GetReadWriteKey();
-  PListDictionary* parent = NULL;
-  if (HasReadWriteFile(m_scope)) {
+  // The key is removed from the dictionary that holds it, in the file that
+  // owns it; with no key of its own in the read-write file (a node of scope
+  // 2 or 5 opened through the shared key alone) nothing is removed and
+  // nothing is marked.
+  PListDictionary* parent = nullptr;
+  if (target != nullptr) {
     ClearDirty(target);
-    if (target == m_userKey.Get()) {
-      SetDirty(target);
-      parent = m_userParent.Get();
-    } else if (target == m_sharedKey.Get()) {
-      SetDirty(target);
-      parent = m_sharedParent.Get();
-    }
+    SetDirty(target);
+    parent = target == m_userKey.Get() ? m_userParent.Get() : m_sharedParent.Get();
   }
-  const bool removed = target != NULL && parent != NULL;
+  const bool removed = parent != nullptr;
   if (removed) parent->Remove(m_name);
   Close();  // saves
   m_children.clear();
@@ -341,22 +340,22 @@ PListDictionary* MorvSettings::GetReadKeyFallback() const {
   return InSet(m_scope, kFallbackSet) ? m_sharedKey.Get() : NULL;
 }
 
-// The shared key is tested first, by identity, null included; a file
-// reference that is empty (scopes without that file) marks nothing.
+// The file that owns `dictionary`: the shared key is tested first. A null
+// dictionary (no key in that file) and any dictionary other than the two
+// keys belong to no file, and so do keys of a scope without that file.
+PList* MorvSettings::FileOwning(PListDictionary* dictionary) const {
+  if (dictionary == nullptr) return nullptr;
+  if (dictionary == m_sharedKey.Get()) return m_sharedFile.Get();
+  if (dictionary == m_userKey.Get()) return m_userFile.Get();
+  return nullptr;
+}
+
 void MorvSettings::SetDirty(PListDictionary* dictionary) {
-  if (dictionary == m_sharedKey.Get()) {
-    if (m_sharedFile.Get() != NULL) m_sharedFile->SetDirty(true);
-  } else if (dictionary == m_userKey.Get()) {
-    if (m_userFile.Get() != NULL) m_userFile->SetDirty(true);
-  }
+  if (PList* file = FileOwning(dictionary)) file->SetDirty(true);
 }
 
 void MorvSettings::ClearDirty(PListDictionary* dictionary) {
-  if (dictionary == m_sharedKey.Get()) {
-    if (m_sharedFile.Get() != NULL) m_sharedFile->SetDirty(false);
-  } else if (dictionary == m_userKey.Get()) {
-    if (m_userFile.Get() != NULL) m_userFile->SetDirty(false);
-  }
+  if (PList* file = FileOwning(dictionary)) file->SetDirty(false);
 }
 
 }  // namespace mvcs

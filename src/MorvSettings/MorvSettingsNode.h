@@ -55,7 +55,8 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   PListDictionary* GetReadKeyFallback() const;
 
   // Marks the file that owns `dictionary` (one of the key dictionaries)
-  // dirty, or clean. The shared key is tested first.
+  // dirty, or clean. The shared key is tested first; a null dictionary, or
+  // any other one, marks nothing.
   void SetDirty(PListDictionary* dictionary);
   void ClearDirty(PListDictionary* dictionary);
 
@@ -147,6 +148,9 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   static bool GetChildKey(PList* file, const std::string& keyPath, bool create,
                           bool isUserFile, mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
                           mvtl::RefCountedPtr_STLSafe<PListDictionary>& parent);
+
+  // The file whose key `dictionary` is, or null (see SetDirty).
+  PList* FileOwning(PListDictionary* dictionary) const;
 
   // The child node for `name` (one component): found in the child map or
   // made, and opened. Null when it cannot open.

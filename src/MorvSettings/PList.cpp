@@ -9,13 +9,17 @@
 
 namespace mvcs {
 
-PList::Cache& PList::s_plistCache() {
-  static Cache cache;
-  return cache;
+PList::Cache& PList::FileCache() {
+  // Made on first use and never destroyed: a node that an object destroyed
+  // at exit still holds (a global smart pointer, a static of another
+  // library) is then closed and saved normally, after this function's
+  // statics would otherwise be gone.
+  static Cache* const cache = new Cache;
+  return *cache;
 }
 
 void PList::GetPList(const std::string& path, PList** out) {
-  mvtl::RefCountedPtr_STLSafe<PList>& entry = s_plistCache()[path];
+  mvtl::RefCountedPtr_STLSafe<PList>& entry = FileCache()[path];
   if (entry.Get() == NULL) entry.Assign(new PList(path));
   if (out != NULL) {
     *out = entry.Get();
@@ -38,17 +42,17 @@ bool PList::Open(bool create) {
   switch (ReadSettingsFile(m_path, kMaxSettingsFileSize, bytes)) {
     case kFileRead: {
       mvtl::RefCountedPtr<PListDictionary> root;
-      if (ParsePropertyList(bytes, root)) {
-        m_root = root;
-      } else {
-        m_unreadableFile = true;
-      }
+      // The flag follows the latest load: a file that another program has
+      // repaired since an earlier failed load is replaced normally.
+      m_unreadableFile = !ParsePropertyList(bytes, root);
+      if (!m_unreadableFile) m_root = root;
       break;
     }
     case kFileUnreadable:
       m_unreadableFile = true;
       break;
     case kFileMissing:
+      m_unreadableFile = false;
       break;
   }
   if (m_root.Get() == NULL && create) m_root = new PListDictionary;
@@ -85,7 +89,7 @@ int PList::Release() {
     // reference (which re-enters Release; the flag keeps that call to the
     // decrement), so that this release is the last.
     m_inRemoval = true;
-    Cache& cache = s_plistCache();
+    Cache& cache = FileCache();
     const Cache::iterator own = cache.find(m_path);
     if (own != cache.end() && own->second.Get() == this) cache.erase(own);
     m_inRemoval = false;

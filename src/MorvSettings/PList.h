@@ -25,8 +25,9 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   typedef std::map<std::string, mvtl::RefCountedPtr_STLSafe<PList>> Cache;
 
   // The process-wide cache. Made on first use, so that nodes made during
-  // static initialisation find it, and destroyed at exit after them.
-  static Cache& s_plistCache();
+  // static initialisation find it, and never destroyed, so that nodes
+  // released while the process exits still find it.
+  static Cache& FileCache();
 
   // Finds or creates the cached object for `path`; *out (when not null)
   // receives it with one reference added: a new object counts 2, the cache
