@@ -64,8 +64,8 @@ std::string IcuConvert(const char* to, const char* from, const std::string& sour
   const std::size_t capacity = 4 * source.size() + 1;
   std::unique_ptr<char[]> buffer(new char[capacity]);
   UErrorCode error = U_ZERO_ERROR;
-  const int32_t length = ucnv_convert(to, from, buffer.get(), (int32_t)capacity, source.data(),
-                                      (int32_t)source.size(), &error);
+  const int32_t length = ucnv_convert(to, from, buffer.get(), static_cast<int32_t>(capacity),
+                                      source.data(), static_cast<int32_t>(source.size()), &error);
   if (U_FAILURE(error)) std::abort();
   return std::string(buffer.get(), length);
 }
@@ -98,7 +98,7 @@ void CodePageToUTF8Morv(benchmark::State& state, const Input& (*input)()) {
     std::string utf8 = mvcs::CodePageToUTF8(in.codePage, in.bytes.data(), in.bytes.size());
     benchmark::DoNotOptimize(utf8.data());
   }
-  state.SetBytesProcessed(state.iterations() * (int64_t)in.bytes.size());
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(in.bytes.size()));
 }
 
 void CodePageToUTF8Icu(benchmark::State& state, const Input& (*input)()) {
@@ -107,7 +107,7 @@ void CodePageToUTF8Icu(benchmark::State& state, const Input& (*input)()) {
     std::string utf8 = IcuConvert("utf8", in.codePage, in.bytes);
     benchmark::DoNotOptimize(utf8.data());
   }
-  state.SetBytesProcessed(state.iterations() * (int64_t)in.bytes.size());
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(in.bytes.size()));
 }
 
 // UTF8ToCodePage's result as a string (and its array freed).
@@ -130,7 +130,7 @@ void UTF8ToCodePageMorv(benchmark::State& state, const Input& (*input)()) {
     benchmark::DoNotOptimize(out);
     delete[] out;
   }
-  state.SetBytesProcessed(state.iterations() * (int64_t)in.utf8.size());
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(in.utf8.size()));
 }
 
 void UTF8ToCodePageIcu(benchmark::State& state, const Input& (*input)()) {
@@ -139,12 +139,12 @@ void UTF8ToCodePageIcu(benchmark::State& state, const Input& (*input)()) {
     const std::size_t capacity = 4 * in.utf8.size() + 1;
     std::unique_ptr<char[]> out(new char[capacity]);
     UErrorCode error = U_ZERO_ERROR;
-    int32_t length = ucnv_convert(in.codePage, "utf8", out.get(), (int32_t)capacity, in.utf8.data(),
-                                  (int32_t)in.utf8.size(), &error);
+    int32_t length = ucnv_convert(in.codePage, "utf8", out.get(), static_cast<int32_t>(capacity),
+                                  in.utf8.data(), static_cast<int32_t>(in.utf8.size()), &error);
     benchmark::DoNotOptimize(length);
     benchmark::DoNotOptimize(out.get());
   }
-  state.SetBytesProcessed(state.iterations() * (int64_t)in.utf8.size());
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(in.utf8.size()));
 }
 
 }  // namespace

@@ -31,10 +31,10 @@
 namespace {
 
 struct SettingsFile {
-  std::string name;      // "4KiB", ...
-  std::string product;   // its product id
-  std::string path;      // the per-user file
-  std::string bytes;     // its contents
+  std::string name;     // "4KiB", ...
+  std::string product;  // its product id
+  std::string path;     // the per-user file
+  std::string bytes;    // its contents
 };
 
 std::string g_root;
@@ -63,7 +63,7 @@ SettingsFile MakeFile(const std::string& name, std::size_t bytes) {
         node->StoreUTF8String("Name" + n, "Media library folder number " + n);
         node->StoreUTF8String("Path" + n, "/srv/media/library/section-" + n + "/index.db");
         node->StoreDouble("Ratio" + n, i / 7.0);
-        const unsigned char blob[16] = {(unsigned char)i, 1, 2, 3, 4, 5, 6, 7};
+        const unsigned char blob[16] = {static_cast<unsigned char>(i), 1, 2, 3, 4, 5, 6, 7};
         node->StoreBuffer("Blob" + n, blob, sizeof(blob));
         if (i % 16 == 0) {
           mvtl::RefCountedPtr<mvcs::IMorvSettings> child;
@@ -95,9 +95,9 @@ void OneCallMorv(benchmark::State& state, const SettingsFile& file) {
 
 void OneCallLibplist(benchmark::State& state, const SettingsFile& file) {
   for (auto _ : state) {
-    plist_t root = NULL;
-    plist_from_bin(file.bytes.data(), (uint32_t)file.bytes.size(), &root);
-    if (root == NULL) state.SkipWithError("libplist failed");
+    plist_t root = nullptr;
+    plist_from_bin(file.bytes.data(), static_cast<uint32_t>(file.bytes.size()), &root);
+    if (root == nullptr) state.SkipWithError("libplist failed");
     plist_free(root);
   }
 }
@@ -151,7 +151,7 @@ void RemoveRoot() {
 
 int main(int argc, char** argv) {
   char pattern[] = "/tmp/morv-bench-XXXXXX";
-  if (mkdtemp(pattern) == NULL) return 1;
+  if (mkdtemp(pattern) == nullptr) return 1;
   g_root = pattern;
   std::atexit(RemoveRoot);
   setenv("XDG_CONFIG_HOME", (g_root + "/config").c_str(), 1);

@@ -50,8 +50,8 @@ Input MakeInput(const std::string& name, const std::vector<std::string>& texts) 
     std::u16string utf16(text.size() + 1, u'\0');
     int32_t length = 0;
     UErrorCode error = U_ZERO_ERROR;
-    u_strFromUTF8(reinterpret_cast<UChar*>(&utf16[0]), (int32_t)utf16.size(), &length,
-                  text.data(), (int32_t)text.size(), &error);
+    u_strFromUTF8(reinterpret_cast<UChar*>(&utf16[0]), static_cast<int32_t>(utf16.size()), &length,
+                  text.data(), static_cast<int32_t>(text.size()), &error);
     if (wide.empty() || U_FAILURE(error)) std::abort();
     utf16.resize(length);
     input.wide.push_back(wide);
@@ -79,14 +79,14 @@ std::size_t Iconv(iconv_t cd, const void* data, std::size_t bytes) {
   char* in = const_cast<char*>(static_cast<const char*>(data));
   char* out = Buffers().utf8.data();
   std::size_t inLeft = bytes, outLeft = Buffers().utf8.size();
-  iconv(cd, NULL, NULL, NULL, NULL);
+  iconv(cd, nullptr, nullptr, nullptr, nullptr);
   iconv(cd, &in, &inLeft, &out, &outLeft);
   return Buffers().utf8.size() - outLeft;
 }
 
 iconv_t Open(const char* to, const char* from) {
   iconv_t cd = iconv_open(to, from);
-  if (cd == (iconv_t)-1) std::abort();
+  if (cd == reinterpret_cast<iconv_t>(-1)) std::abort();
   return cd;
 }
 
@@ -107,141 +107,156 @@ std::vector<Implementation> Implementations() {
   std::vector<Implementation> list;
 
   list.push_back({"UTF8ToWide", "Morv", &Input::utf8Bytes, [](const Input& in) {
-    for (const std::string& s : in.utf8) benchmark::DoNotOptimize(mvcs::UTF8ToWide(s));
-  }});
+                    for (const std::string& s : in.utf8)
+                      benchmark::DoNotOptimize(mvcs::UTF8ToWide(s));
+                  }});
   list.push_back({"UTF8ToWide", "Reference", &Input::utf8Bytes, [](const Input& in) {
-    for (const std::string& s : in.utf8) benchmark::DoNotOptimize(reference::UTF8ToWide(s));
-  }});
+                    for (const std::string& s : in.utf8)
+                      benchmark::DoNotOptimize(reference::UTF8ToWide(s));
+                  }});
   list.push_back({"UTF8ToWide", "ICU_Reuse", &Input::utf8Bytes, [](const Input& in) {
-    // u_strFromUTF8 then u_strToUTF32: ICU has no direct UTF-8 to UTF-32.
-    Scratch& b = Buffers();
-    for (const std::string& s : in.utf8) {
-      UErrorCode error = U_ZERO_ERROR;
-      int32_t units = 0, points = 0;
-      u_strFromUTF8(b.utf16.data(), (int32_t)b.utf16.size(), &units, s.data(),
-                    (int32_t)s.size(), &error);
-      u_strToUTF32(b.utf32.data(), (int32_t)b.utf32.size(), &points, b.utf16.data(), units,
-                   &error);
-      benchmark::DoNotOptimize(points);
-    }
-  }});
-  list.push_back({"UTF8ToWide", "ICU", &Input::utf8Bytes, [](const Input& in) {
-    for (const std::string& s : in.utf8) {
-      UErrorCode error = U_ZERO_ERROR;
-      int32_t units = 0, points = 0;
-      std::u16string utf16(s.size(), u'\0');
-      u_strFromUTF8(reinterpret_cast<UChar*>(&utf16[0]), (int32_t)utf16.size(), &units,
-                    s.data(), (int32_t)s.size(), &error);
-      std::wstring wide(units, L'\0');
-      u_strToUTF32(reinterpret_cast<UChar32*>(&wide[0]), (int32_t)wide.size(), &points,
-                   reinterpret_cast<const UChar*>(utf16.data()), units, &error);
-      wide.resize(U_SUCCESS(error) ? points : 0);
-      benchmark::DoNotOptimize(wide);
-    }
-  }});
+                    // u_strFromUTF8 then u_strToUTF32: ICU has no direct UTF-8 to UTF-32.
+                    Scratch& b = Buffers();
+                    for (const std::string& s : in.utf8) {
+                      UErrorCode error = U_ZERO_ERROR;
+                      int32_t units = 0, points = 0;
+                      u_strFromUTF8(b.utf16.data(), static_cast<int32_t>(b.utf16.size()), &units,
+                                    s.data(), static_cast<int32_t>(s.size()), &error);
+                      u_strToUTF32(b.utf32.data(), static_cast<int32_t>(b.utf32.size()), &points,
+                                   b.utf16.data(), units, &error);
+                      benchmark::DoNotOptimize(points);
+                    }
+                  }});
+  list.push_back(
+      {"UTF8ToWide", "ICU", &Input::utf8Bytes, [](const Input& in) {
+         for (const std::string& s : in.utf8) {
+           UErrorCode error = U_ZERO_ERROR;
+           int32_t units = 0, points = 0;
+           std::u16string utf16(s.size(), u'\0');
+           u_strFromUTF8(reinterpret_cast<UChar*>(&utf16[0]), static_cast<int32_t>(utf16.size()),
+                         &units, s.data(), static_cast<int32_t>(s.size()), &error);
+           std::wstring wide(units, L'\0');
+           u_strToUTF32(reinterpret_cast<UChar32*>(&wide[0]), static_cast<int32_t>(wide.size()),
+                        &points, reinterpret_cast<const UChar*>(utf16.data()), units, &error);
+           wide.resize(U_SUCCESS(error) ? points : 0);
+           benchmark::DoNotOptimize(wide);
+         }
+       }});
   list.push_back({"UTF8ToWide", "iconv", &Input::utf8Bytes, [](const Input& in) {
-    for (const std::string& s : in.utf8) {
-      benchmark::DoNotOptimize(Iconv(utf8ToWide, s.data(), s.size()));
-    }
-  }});
+                    for (const std::string& s : in.utf8) {
+                      benchmark::DoNotOptimize(Iconv(utf8ToWide, s.data(), s.size()));
+                    }
+                  }});
 
   list.push_back({"WideToUTF8", "Morv", &Input::wideBytes, [](const Input& in) {
-    for (const std::wstring& s : in.wide) benchmark::DoNotOptimize(mvcs::WideToUTF8(s));
-  }});
+                    for (const std::wstring& s : in.wide)
+                      benchmark::DoNotOptimize(mvcs::WideToUTF8(s));
+                  }});
   list.push_back({"WideToUTF8", "Reference", &Input::wideBytes, [](const Input& in) {
-    for (const std::wstring& s : in.wide) benchmark::DoNotOptimize(reference::WideToUTF8(s));
-  }});
+                    for (const std::wstring& s : in.wide)
+                      benchmark::DoNotOptimize(reference::WideToUTF8(s));
+                  }});
   list.push_back({"WideToUTF8", "ICU", &Input::wideBytes, [](const Input& in) {
-    for (const std::wstring& s : in.wide) {
-      UErrorCode error = U_ZERO_ERROR;
-      int32_t units = 0, bytes = 0;
-      std::u16string utf16(2 * s.size(), u'\0');
-      u_strFromUTF32(reinterpret_cast<UChar*>(&utf16[0]), (int32_t)utf16.size(), &units,
-                     reinterpret_cast<const UChar32*>(s.data()), (int32_t)s.size(), &error);
-      std::string utf8(3 * (std::size_t)units, '\0');
-      u_strToUTF8(&utf8[0], (int32_t)utf8.size(), &bytes,
-                  reinterpret_cast<const UChar*>(utf16.data()), units, &error);
-      utf8.resize(U_SUCCESS(error) ? bytes : 0);
-      benchmark::DoNotOptimize(utf8);
-    }
-  }});
+                    for (const std::wstring& s : in.wide) {
+                      UErrorCode error = U_ZERO_ERROR;
+                      int32_t units = 0, bytes = 0;
+                      std::u16string utf16(2 * s.size(), u'\0');
+                      u_strFromUTF32(reinterpret_cast<UChar*>(&utf16[0]),
+                                     static_cast<int32_t>(utf16.size()), &units,
+                                     reinterpret_cast<const UChar32*>(s.data()),
+                                     static_cast<int32_t>(s.size()), &error);
+                      std::string utf8(3 * static_cast<std::size_t>(units), '\0');
+                      u_strToUTF8(&utf8[0], static_cast<int32_t>(utf8.size()), &bytes,
+                                  reinterpret_cast<const UChar*>(utf16.data()), units, &error);
+                      utf8.resize(U_SUCCESS(error) ? bytes : 0);
+                      benchmark::DoNotOptimize(utf8);
+                    }
+                  }});
   list.push_back({"WideToUTF8", "ICU_Reuse", &Input::wideBytes, [](const Input& in) {
-    // u_strFromUTF32 then u_strToUTF8: ICU has no direct UTF-32 to UTF-8.
-    Scratch& b = Buffers();
-    for (const std::wstring& s : in.wide) {
-      UErrorCode error = U_ZERO_ERROR;
-      int32_t units = 0, bytes = 0;
-      u_strFromUTF32(b.utf16.data(), (int32_t)b.utf16.size(), &units,
-                     reinterpret_cast<const UChar32*>(s.data()), (int32_t)s.size(), &error);
-      u_strToUTF8(b.utf8.data(), (int32_t)b.utf8.size(), &bytes, b.utf16.data(), units, &error);
-      benchmark::DoNotOptimize(bytes);
-    }
-  }});
+                    // u_strFromUTF32 then u_strToUTF8: ICU has no direct UTF-32 to UTF-8.
+                    Scratch& b = Buffers();
+                    for (const std::wstring& s : in.wide) {
+                      UErrorCode error = U_ZERO_ERROR;
+                      int32_t units = 0, bytes = 0;
+                      u_strFromUTF32(b.utf16.data(), static_cast<int32_t>(b.utf16.size()), &units,
+                                     reinterpret_cast<const UChar32*>(s.data()),
+                                     static_cast<int32_t>(s.size()), &error);
+                      u_strToUTF8(b.utf8.data(), static_cast<int32_t>(b.utf8.size()), &bytes,
+                                  b.utf16.data(), units, &error);
+                      benchmark::DoNotOptimize(bytes);
+                    }
+                  }});
   list.push_back({"WideToUTF8", "iconv", &Input::wideBytes, [](const Input& in) {
-    for (const std::wstring& s : in.wide) {
-      benchmark::DoNotOptimize(Iconv(wideToUtf8, s.data(), s.size() * sizeof(wchar_t)));
-    }
-  }});
+                    for (const std::wstring& s : in.wide) {
+                      benchmark::DoNotOptimize(
+                          Iconv(wideToUtf8, s.data(), s.size() * sizeof(wchar_t)));
+                    }
+                  }});
 
-  list.push_back({"UnicodeToUTF8", "Morv", &Input::utf16Bytes, [](const Input& in) {
-    for (const std::u16string& s : in.utf16) {
-      benchmark::DoNotOptimize(mvcs::UnicodeToUTF8(
-          reinterpret_cast<unsigned short*>(const_cast<char16_t*>(s.data())), s.size()));
-    }
-  }});
+  list.push_back(
+      {"UnicodeToUTF8", "Morv", &Input::utf16Bytes, [](const Input& in) {
+         for (const std::u16string& s : in.utf16) {
+           benchmark::DoNotOptimize(mvcs::UnicodeToUTF8(
+               reinterpret_cast<unsigned short*>(const_cast<char16_t*>(s.data())), s.size()));
+         }
+       }});
   list.push_back({"UnicodeToUTF8", "Reference", &Input::utf16Bytes, [](const Input& in) {
-    for (const std::u16string& s : in.utf16) {
-      benchmark::DoNotOptimize(reference::UnicodeToUTF8(
-          reinterpret_cast<const unsigned short*>(s.data()), s.size()));
-    }
-  }});
+                    for (const std::u16string& s : in.utf16) {
+                      benchmark::DoNotOptimize(reference::UnicodeToUTF8(
+                          reinterpret_cast<const unsigned short*>(s.data()), s.size()));
+                    }
+                  }});
   list.push_back({"UnicodeToUTF8", "ICU", &Input::utf16Bytes, [](const Input& in) {
-    for (const std::u16string& s : in.utf16) {
-      UErrorCode error = U_ZERO_ERROR;
-      int32_t bytes = 0;
-      std::string utf8(3 * s.size(), '\0');
-      u_strToUTF8(&utf8[0], (int32_t)utf8.size(), &bytes,
-                  reinterpret_cast<const UChar*>(s.data()), (int32_t)s.size(), &error);
-      utf8.resize(U_SUCCESS(error) ? bytes : 0);
-      benchmark::DoNotOptimize(utf8);
-    }
-  }});
+                    for (const std::u16string& s : in.utf16) {
+                      UErrorCode error = U_ZERO_ERROR;
+                      int32_t bytes = 0;
+                      std::string utf8(3 * s.size(), '\0');
+                      u_strToUTF8(&utf8[0], static_cast<int32_t>(utf8.size()), &bytes,
+                                  reinterpret_cast<const UChar*>(s.data()),
+                                  static_cast<int32_t>(s.size()), &error);
+                      utf8.resize(U_SUCCESS(error) ? bytes : 0);
+                      benchmark::DoNotOptimize(utf8);
+                    }
+                  }});
   list.push_back({"UnicodeToUTF8", "ICU_Reuse", &Input::utf16Bytes, [](const Input& in) {
-    Scratch& b = Buffers();
-    for (const std::u16string& s : in.utf16) {
-      UErrorCode error = U_ZERO_ERROR;
-      int32_t bytes = 0;
-      u_strToUTF8(b.utf8.data(), (int32_t)b.utf8.size(), &bytes,
-                  reinterpret_cast<const UChar*>(s.data()), (int32_t)s.size(), &error);
-      benchmark::DoNotOptimize(bytes);
-    }
-  }});
+                    Scratch& b = Buffers();
+                    for (const std::u16string& s : in.utf16) {
+                      UErrorCode error = U_ZERO_ERROR;
+                      int32_t bytes = 0;
+                      u_strToUTF8(b.utf8.data(), static_cast<int32_t>(b.utf8.size()), &bytes,
+                                  reinterpret_cast<const UChar*>(s.data()),
+                                  static_cast<int32_t>(s.size()), &error);
+                      benchmark::DoNotOptimize(bytes);
+                    }
+                  }});
   list.push_back({"UnicodeToUTF8", "iconv", &Input::utf16Bytes, [](const Input& in) {
-    for (const std::u16string& s : in.utf16) {
-      benchmark::DoNotOptimize(Iconv(utf16ToUtf8, s.data(), s.size() * 2));
-    }
-  }});
+                    for (const std::u16string& s : in.utf16) {
+                      benchmark::DoNotOptimize(Iconv(utf16ToUtf8, s.data(), s.size() * 2));
+                    }
+                  }});
 
   list.push_back({"IsUTF8", "Morv", &Input::utf8Bytes, [](const Input& in) {
-    for (const std::string& s : in.utf8) benchmark::DoNotOptimize(mvcs::IsUTF8(s));
-  }});
+                    for (const std::string& s : in.utf8) benchmark::DoNotOptimize(mvcs::IsUTF8(s));
+                  }});
   list.push_back({"IsUTF8", "Reference", &Input::utf8Bytes, [](const Input& in) {
-    for (const std::string& s : in.utf8) benchmark::DoNotOptimize(reference::IsUTF8(s));
-  }});
-  list.push_back({"IsUTF8", "ICU", &Input::utf8Bytes, [](const Input& in) {
-    // Pre-flighting u_strFromUTF8 (no destination) validates and measures.
-    for (const std::string& s : in.utf8) {
-      UErrorCode error = U_ZERO_ERROR;
-      int32_t units = 0;
-      u_strFromUTF8(NULL, 0, &units, s.data(), (int32_t)s.size(), &error);
-      benchmark::DoNotOptimize(error == U_BUFFER_OVERFLOW_ERROR || U_SUCCESS(error));
-    }
-  }});
+                    for (const std::string& s : in.utf8)
+                      benchmark::DoNotOptimize(reference::IsUTF8(s));
+                  }});
+  list.push_back(
+      {"IsUTF8", "ICU", &Input::utf8Bytes, [](const Input& in) {
+         // Pre-flighting u_strFromUTF8 (no destination) validates and measures.
+         for (const std::string& s : in.utf8) {
+           UErrorCode error = U_ZERO_ERROR;
+           int32_t units = 0;
+           u_strFromUTF8(nullptr, 0, &units, s.data(), static_cast<int32_t>(s.size()), &error);
+           benchmark::DoNotOptimize(error == U_BUFFER_OVERFLOW_ERROR || U_SUCCESS(error));
+         }
+       }});
   list.push_back({"IsUTF8", "iconv", &Input::utf8Bytes, [](const Input& in) {
-    for (const std::string& s : in.utf8) {
-      benchmark::DoNotOptimize(Iconv(utf8ToUtf16, s.data(), s.size()));
-    }
-  }});
+                    for (const std::string& s : in.utf8) {
+                      benchmark::DoNotOptimize(Iconv(utf8ToUtf16, s.data(), s.size()));
+                    }
+                  }});
   return list;
 }
 
@@ -259,7 +274,8 @@ void RegisterAll() {
       const std::string name = std::string(impl.op) + "/" + impl.name + "/" + input.name;
       benchmark::RegisterBenchmark(name.c_str(), [&impl, &input](benchmark::State& state) {
         for (auto _ : state) impl.work(input);
-        state.SetBytesProcessed((int64_t)state.iterations() * (int64_t)(input.*impl.bytes));
+        state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                                static_cast<int64_t>(input.*impl.bytes));
       });
     }
   }

@@ -6,6 +6,7 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build g++ pkg-config   # toolchain
+  clang-format-14                    # the format check of the test command
   libgtest-dev libbenchmark-dev      # tests, benchmarks
   libicu-dev                         # ICU headers; ICU as the benchmarks' peer
   libplist-dev                       # property-list files (libplist 2.2)

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds and runs every test twice: a normal build (build/) and a build with
+# Checks the sources' format, then builds and runs every test twice: a normal build (build/) and a build with
 # AddressSanitizer and UndefinedBehaviorSanitizer (build-sanitize/). Fails on
 # any failing test, compiler warning or sanitizer report. Installs missing
 # Debian packages first.
@@ -9,6 +9,9 @@ cd "$(dirname "$0")/.."
 scripts/install-dependencies.sh
 
 jobs=$(nproc)
+
+echo "== format check"
+scripts/check-format.sh
 
 echo "== normal build"
 cmake -S . -B build -G Ninja -DMORV_WERROR=ON

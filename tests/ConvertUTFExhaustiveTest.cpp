@@ -67,7 +67,7 @@ bool OracleSequence(const UTF8* s, int length, UTF32* value) {
   const int marker = length == 2 ? 0xC0 : length == 3 ? 0xE0 : 0xF0;
   std::int64_t v = b0 - marker;
   for (int i = 1; i < length; ++i) v = v * 64 + (s[i] - 0x80);
-  *value = (UTF32)v;
+  *value = static_cast<UTF32>(v);
   return true;
 }
 
@@ -76,7 +76,7 @@ Oracle OracleDecode(const UTF8* s, std::size_t n) {
   std::size_t i = 0;
   while (i < n) {
     const int trails = OracleTrailCount(s[i]);
-    if ((std::size_t)trails >= n - i) {
+    if (static_cast<std::size_t>(trails) >= n - i) {
       oracle.result = sourceExhausted;
       break;
     }
@@ -102,7 +102,8 @@ std::string Disagreement(const UTF8* s, std::size_t n, std::string& scratch) {
     UTF32* out = target;
     const ConversionResult result = ConvertUTF8toUTF32(&source, s + n, &out, target + 8, flags);
     if (result != oracle.result) return "ConvertUTF8toUTF32 result";
-    if ((std::size_t)(source - s) != oracle.consumed) return "ConvertUTF8toUTF32 consumed";
+    if (static_cast<std::size_t>(source - s) != oracle.consumed)
+      return "ConvertUTF8toUTF32 consumed";
     if (std::vector<UTF32>(target, out) != oracle.units) return "ConvertUTF8toUTF32 value";
   }
   scratch.assign(reinterpret_cast<const char*>(s), n);
@@ -110,7 +111,7 @@ std::string Disagreement(const UTF8* s, std::size_t n, std::string& scratch) {
   UTF32 value;
   const int trails = OracleTrailCount(s[0]);
   const bool firstLegal =
-      (std::size_t)trails < n && OracleSequence(s, trails + 1, &value);
+      static_cast<std::size_t>(trails) < n && OracleSequence(s, trails + 1, &value);
   if ((isLegalUTF8Sequence(s, s + n) != 0) != firstLegal) return "isLegalUTF8Sequence";
   return std::string();
 }
@@ -149,7 +150,7 @@ TEST(UTF8Agreement, EveryOneByteInput) {
   unsigned v = 0;
   CheckAll(1, [&](UTF8* b) {
     if (v >= 0x100) return false;
-    b[0] = (UTF8)v++;
+    b[0] = static_cast<UTF8>(v++);
     return true;
   });
 }
@@ -158,8 +159,8 @@ TEST(UTF8Agreement, EveryTwoByteInput) {
   unsigned v = 0;
   CheckAll(2, [&](UTF8* b) {
     if (v >= 0x10000) return false;
-    b[0] = (UTF8)(v >> 8);
-    b[1] = (UTF8)v++;
+    b[0] = static_cast<UTF8>(v >> 8);
+    b[1] = static_cast<UTF8>(v++);
     return true;
   });
 }
@@ -168,9 +169,9 @@ TEST(UTF8Agreement, EveryThreeByteInput) {
   unsigned v = 0;
   CheckAll(3, [&](UTF8* b) {
     if (v >= 0x1000000) return false;
-    b[0] = (UTF8)(v >> 16);
-    b[1] = (UTF8)(v >> 8);
-    b[2] = (UTF8)v++;
+    b[0] = static_cast<UTF8>(v >> 16);
+    b[1] = static_cast<UTF8>(v >> 8);
+    b[2] = static_cast<UTF8>(v++);
     return true;
   });
 }
@@ -185,7 +186,7 @@ TEST(UTF8Agreement, FourByteInputsAtEveryBoundary) {
   unsigned v = 0;
   CheckAll(4, [&](UTF8* b) {
     if (v >= 256 * n * n * n) return false;
-    b[0] = (UTF8)(v / (n * n * n));
+    b[0] = static_cast<UTF8>(v / (n * n * n));
     b[1] = kBoundaries[(v / (n * n)) % n];
     b[2] = kBoundaries[(v / n) % n];
     b[3] = kBoundaries[v % n];
@@ -203,10 +204,10 @@ TEST(UTF8Agreement, FourByteRandomSample) {
     if (left-- == 0) return false;
     const std::uint32_t r = random();
     if (r & 1) {
-      b[0] = (UTF8)(0xF0 + (r >> 1) % 5);
-      for (int i = 1; i < 4; ++i) b[i] = (UTF8)(0x70 + (random() % 0x60));
+      b[0] = static_cast<UTF8>(0xF0 + (r >> 1) % 5);
+      for (int i = 1; i < 4; ++i) b[i] = static_cast<UTF8>(0x70 + (random() % 0x60));
     } else {
-      for (int i = 0; i < 4; ++i) b[i] = (UTF8)(r >> (8 * i));
+      for (int i = 0; i < 4; ++i) b[i] = static_cast<UTF8>(r >> (8 * i));
     }
     return true;
   });
@@ -214,19 +215,20 @@ TEST(UTF8Agreement, FourByteRandomSample) {
 
 // Independent encoders for the round trips.
 std::vector<UTF8> EncodeUTF8(UTF32 c) {
-  if (c < 0x80) return {(UTF8)c};
-  if (c < 0x800) return {(UTF8)(0xC0 | (c >> 6)), (UTF8)(0x80 | (c & 0x3F))};
+  if (c < 0x80) return {static_cast<UTF8>(c)};
+  if (c < 0x800) return {static_cast<UTF8>(0xC0 | (c >> 6)), static_cast<UTF8>(0x80 | (c & 0x3F))};
   if (c < 0x10000) {
-    return {(UTF8)(0xE0 | (c >> 12)), (UTF8)(0x80 | ((c >> 6) & 0x3F)), (UTF8)(0x80 | (c & 0x3F))};
+    return {static_cast<UTF8>(0xE0 | (c >> 12)), static_cast<UTF8>(0x80 | ((c >> 6) & 0x3F)),
+            static_cast<UTF8>(0x80 | (c & 0x3F))};
   }
-  return {(UTF8)(0xF0 | (c >> 18)), (UTF8)(0x80 | ((c >> 12) & 0x3F)),
-          (UTF8)(0x80 | ((c >> 6) & 0x3F)), (UTF8)(0x80 | (c & 0x3F))};
+  return {static_cast<UTF8>(0xF0 | (c >> 18)), static_cast<UTF8>(0x80 | ((c >> 12) & 0x3F)),
+          static_cast<UTF8>(0x80 | ((c >> 6) & 0x3F)), static_cast<UTF8>(0x80 | (c & 0x3F))};
 }
 
 std::vector<UTF16> EncodeUTF16(UTF32 c) {
-  if (c < 0x10000) return {(UTF16)c};
+  if (c < 0x10000) return {static_cast<UTF16>(c)};
   c -= 0x10000;
-  return {(UTF16)(0xD800 + (c >> 10)), (UTF16)(0xDC00 + (c & 0x3FF))};
+  return {static_cast<UTF16>(0xD800 + (c >> 10)), static_cast<UTF16>(0xDC00 + (c & 0x3FF))};
 }
 
 // Converts all of `in` with a target of exactly `expected.size()` units and

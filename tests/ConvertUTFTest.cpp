@@ -23,13 +23,13 @@ struct Outcome {
 
 // Runs `convert` over `source` into a target of `room` units.
 template <class S, class T>
-Outcome<T> Apply(Converter<S, T> convert, const std::vector<S>& source,
-               std::size_t room, ConversionFlags flags) {
+Outcome<T> Apply(Converter<S, T> convert, const std::vector<S>& source, std::size_t room,
+                 ConversionFlags flags) {
   std::vector<T> target(room + 1);  // never empty, so data() is usable
   const S* sourceStart = source.data();
   T* targetStart = target.data();
-  const ConversionResult result = convert(&sourceStart, source.data() + source.size(),
-                                          &targetStart, target.data() + room, flags);
+  const ConversionResult result = convert(&sourceStart, source.data() + source.size(), &targetStart,
+                                          target.data() + room, flags);
   Outcome<T> outcome;
   outcome.result = result;
   outcome.consumed = sourceStart - source.data();
@@ -139,8 +139,7 @@ TEST(ConvertUTF, LoneHighSurrogateAtEndIsSourceExhausted) {
 
 TEST(ConvertUTF, UnpairedHighSurrogatePassesThroughWhenLenient) {
   const std::vector<UTF16> source = {0xD800, 0x0041};
-  const Outcome<UTF32> to32 =
-      RunWithRoom(ConvertUTF16toUTF32, source, lenientConversion);
+  const Outcome<UTF32> to32 = RunWithRoom(ConvertUTF16toUTF32, source, lenientConversion);
   EXPECT_EQ(to32.result, conversionOK);
   EXPECT_EQ(to32.written, std::vector<UTF32>({0xD800, 0x0041}));
   const Outcome<UTF8> to8 = RunWithRoom(ConvertUTF16toUTF8, source, lenientConversion);
@@ -150,8 +149,7 @@ TEST(ConvertUTF, UnpairedHighSurrogatePassesThroughWhenLenient) {
 
 TEST(ConvertUTF, UnpairedHighSurrogateStopsWhenStrict) {
   const std::vector<UTF16> source = {0x42, 0xD800, 0x0041};
-  const Outcome<UTF32> to32 =
-      RunWithRoom(ConvertUTF16toUTF32, source, strictConversion);
+  const Outcome<UTF32> to32 = RunWithRoom(ConvertUTF16toUTF32, source, strictConversion);
   ExpectOutcome(to32, sourceIllegal, 1, std::vector<UTF32>({0x42}));
   const Outcome<UTF8> to8 = RunWithRoom(ConvertUTF16toUTF8, source, strictConversion);
   ExpectOutcome(to8, sourceIllegal, 1, std::vector<UTF8>({0x42}));
@@ -161,8 +159,7 @@ TEST(ConvertUTF, UnpairedLowSurrogateFollowsTheSameRules) {
   const std::vector<UTF16> source = {0xDC00, 0x41};
   EXPECT_EQ(RunWithRoom(ConvertUTF16toUTF32, source, lenientConversion).written,
             std::vector<UTF32>({0xDC00, 0x41}));
-  const Outcome<UTF32> strict =
-      RunWithRoom(ConvertUTF16toUTF32, source, strictConversion);
+  const Outcome<UTF32> strict = RunWithRoom(ConvertUTF16toUTF32, source, strictConversion);
   EXPECT_EQ(strict.result, sourceIllegal);
   EXPECT_EQ(strict.consumed, 0);
 }
@@ -170,30 +167,27 @@ TEST(ConvertUTF, UnpairedLowSurrogateFollowsTheSameRules) {
 TEST(ConvertUTF, AnyNonZeroFlagIsLenient) {
   const std::vector<UTF16> source = {0xD800, 0x0041};
   const Outcome<UTF32> outcome =
-      RunWithRoom(ConvertUTF16toUTF32, source, (ConversionFlags)7);
+      RunWithRoom(ConvertUTF16toUTF32, source, static_cast<ConversionFlags>(7));
   EXPECT_EQ(outcome.result, conversionOK);
   EXPECT_EQ(outcome.written, std::vector<UTF32>({0xD800, 0x0041}));
 }
 
 TEST(ConvertUTF, AboveMaximumToUTF16StrictSkipsAndGoesOn) {
   const std::vector<UTF32> source = {0x41, 0x110000, 0x42};
-  const Outcome<UTF16> outcome =
-      RunWithRoom(ConvertUTF32toUTF16, source, strictConversion);
+  const Outcome<UTF16> outcome = RunWithRoom(ConvertUTF32toUTF16, source, strictConversion);
   ExpectOutcome(outcome, sourceIllegal, 3, std::vector<UTF16>({0x41, 0x42}));
 }
 
 TEST(ConvertUTF, AboveMaximumToUTF16LenientIsReplaced) {
   const std::vector<UTF32> source = {0x41, 0x110000, 0x42};
-  const Outcome<UTF16> outcome =
-      RunWithRoom(ConvertUTF32toUTF16, source, lenientConversion);
+  const Outcome<UTF16> outcome = RunWithRoom(ConvertUTF32toUTF16, source, lenientConversion);
   EXPECT_EQ(outcome.result, conversionOK);
   EXPECT_EQ(outcome.written, std::vector<UTF16>({0x41, 0xFFFD, 0x42}));
 }
 
 TEST(ConvertUTF, SurrogateToUTF16StopsWhenStrictAndIsReplacedWhenLenient) {
   const std::vector<UTF32> source = {0x41, 0xDC00, 0x42};
-  const Outcome<UTF16> strict =
-      RunWithRoom(ConvertUTF32toUTF16, source, strictConversion);
+  const Outcome<UTF16> strict = RunWithRoom(ConvertUTF32toUTF16, source, strictConversion);
   EXPECT_EQ(strict.result, sourceIllegal);
   EXPECT_EQ(strict.consumed, 1);
   EXPECT_EQ(RunWithRoom(ConvertUTF32toUTF16, source, lenientConversion).written,
@@ -263,12 +257,12 @@ TEST(ConvertUTF, SecondByteAfterEDAndF4HasOnlyAnUpperBound) {
   EXPECT_EQ(isLegalUTF8Sequence(ed, ed + 3), 1);
   EXPECT_EQ(isLegalUTF8Sequence(f4, f4 + 4), 1);
   // The summed bytes minus the three-byte offset: U+C040.
-  EXPECT_EQ(RunWithRoom(ConvertUTF8toUTF32, std::vector<UTF8>(ed, ed + 3), strictConversion)
-                .written,
-            std::vector<UTF32>({0xC040}));
-  EXPECT_EQ(RunWithRoom(ConvertUTF8toUTF32, std::vector<UTF8>(f4, f4 + 4), strictConversion)
-                .written,
-            std::vector<UTF32>({0x80000}));
+  EXPECT_EQ(
+      RunWithRoom(ConvertUTF8toUTF32, std::vector<UTF8>(ed, ed + 3), strictConversion).written,
+      std::vector<UTF32>({0xC040}));
+  EXPECT_EQ(
+      RunWithRoom(ConvertUTF8toUTF32, std::vector<UTF8>(f4, f4 + 4), strictConversion).written,
+      std::vector<UTF32>({0x80000}));
 }
 
 TEST(ConvertUTF, LegalityNeedsTheWholeSequence) {
@@ -276,7 +270,7 @@ TEST(ConvertUTF, LegalityNeedsTheWholeSequence) {
   EXPECT_EQ(isLegalUTF8Sequence(euro, euro + 3), 1);
   EXPECT_EQ(isLegalUTF8Sequence(euro, euro + 2), 0);
   EXPECT_EQ(isLegalUTF8Sequence(euro, euro), 0);
-  EXPECT_EQ(isLegalUTF8Sequence(NULL, NULL), 0);
+  EXPECT_EQ(isLegalUTF8Sequence(nullptr, nullptr), 0);
 }
 
 TEST(ConvertUTF, TrailingByteCountsByLeadByte) {

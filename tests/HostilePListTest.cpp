@@ -50,7 +50,7 @@ std::string SharedReferenceBlowup(int levels, int width) {
   const std::size_t top = builder.Dictionary({1}, {2});
   builder.Ascii("k");
   for (int i = 0; i < levels; ++i) {
-    const std::uint64_t next = i + 1 < levels ? (std::uint64_t)(3 + i) : 1;
+    const std::uint64_t next = i + 1 < levels ? static_cast<std::uint64_t>(3 + i) : 1;
     builder.Array(std::vector<std::uint64_t>(width, next));
   }
   return builder.Bytes(top);
@@ -93,13 +93,18 @@ std::string NestedDictionariesBinary(std::size_t depth) {
 // A valid file written by the store, with a little of everything.
 std::string ValidStoreFile() {
   mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
-  const std::string xml = fixtures::Plist(
-      fixtures::Key("Settings", fixtures::Dict(fixtures::Key("P", fixtures::Dict(
-          fixtures::Key("i", fixtures::Integer(-5)) + fixtures::Key("s", fixtures::String("text")) +
-          fixtures::Key("r", "<real>2.5</real>") + fixtures::Key("b", "<true/>") +
-          fixtures::Key("d", "<data>AAEC</data>") +
-          fixtures::Key("a", "<array><integer>1</integer><dict><key>x</key><string>y</string></dict></array>") +
-          fixtures::Key("t", "<date>2026-11-21T12:00:00Z</date>"))))));
+  const std::string xml = fixtures::Plist(fixtures::Key(
+      "Settings",
+      fixtures::Dict(fixtures::Key(
+          "P",
+          fixtures::Dict(fixtures::Key("i", fixtures::Integer(-5)) +
+                         fixtures::Key("s", fixtures::String("text")) +
+                         fixtures::Key("r", "<real>2.5</real>") + fixtures::Key("b", "<true/>") +
+                         fixtures::Key("d", "<data>AAEC</data>") +
+                         fixtures::Key("a",
+                                       "<array><integer>1</integer><dict><key>x</key><string>y</"
+                                       "string></dict></array>") +
+                         fixtures::Key("t", "<date>2026-11-21T12:00:00Z</date>"))))));
   if (!mvcs::ParsePropertyList(xml, tree)) return std::string();
   std::string bytes;
   mvcs::WriteBinaryPropertyList(*tree, bytes);
@@ -152,7 +157,7 @@ long ParseMemoryGrowth(const std::string& bytes) {
   if (child == 0) {
     long pages = 0, resident = 0;
     FILE* statm = fopen("/proc/self/statm", "r");
-    if (statm == NULL || fscanf(statm, "%ld %ld", &pages, &resident) != 2) _exit(255);
+    if (statm == nullptr || fscanf(statm, "%ld %ld", &pages, &resident) != 2) _exit(255);
     fclose(statm);
     const long before = resident * sysconf(_SC_PAGESIZE) / 1024;
     mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
@@ -160,11 +165,11 @@ long ParseMemoryGrowth(const std::string& bytes) {
     struct rusage usage;
     getrusage(RUSAGE_SELF, &usage);
     const long growthMiB = (usage.ru_maxrss - before) / 1024;
-    _exit(growthMiB > 250 ? 250 : (int)(growthMiB < 0 ? 0 : growthMiB));
+    _exit(growthMiB > 250 ? 250 : static_cast<int>(growthMiB < 0 ? 0 : growthMiB));
   }
   int status = 0;
   waitpid(child, &status, 0);
-  return WIFEXITED(status) ? (long)WEXITSTATUS(status) << 20 : -1;
+  return WIFEXITED(status) ? static_cast<long> WEXITSTATUS(status) << 20 : -1;
 }
 
 TEST_F(HostilePList, CorpusIsRefusedLikeUnreadableFiles) {
@@ -193,8 +198,8 @@ TEST_F(HostilePList, DeepNestingIsRefused) {
 }
 
 TEST_F(HostilePList, NestingAtTheLimitLoads) {
-  for (const std::string& bytes : {NestedDictionariesBinary(mvcs::kMaxNesting),
-                                   NestedDictionariesXml(mvcs::kMaxNesting)}) {
+  for (const std::string& bytes :
+       {NestedDictionariesBinary(mvcs::kMaxNesting), NestedDictionariesXml(mvcs::kMaxNesting)}) {
     mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
     EXPECT_TRUE(mvcs::ParsePropertyList(bytes, tree));
   }
@@ -278,12 +283,12 @@ TEST_F(HostilePList, StringsHoldingZeroAreRefused) {
   ExpectRefusedLikeUnreadable(inArray.Bytes(0), "zero byte in a string inside an array");
 
   ExpectRefusedLikeUnreadable(
-      fixtures::Plist(fixtures::Key("k", "<array><string>a" + std::string(1, '\0') +
-                                             "b</string></array>")),
+      fixtures::Plist(
+          fixtures::Key("k", "<array><string>a" + std::string(1, '\0') + "b</string></array>")),
       "NUL byte in an XML string inside an array");
-  ExpectRefusedLikeUnreadable(fixtures::Plist(fixtures::Key("a" + std::string(1, '\0') + "b",
-                                                            fixtures::String("v"))),
-                              "NUL byte in an XML key");
+  ExpectRefusedLikeUnreadable(
+      fixtures::Plist(fixtures::Key("a" + std::string(1, '\0') + "b", fixtures::String("v"))),
+      "NUL byte in an XML key");
 }
 
 TEST_F(HostilePList, EveryTruncationOfAValidFileIsRefused) {
@@ -302,7 +307,7 @@ TEST_F(HostilePList, GarbageIsRefused) {
   std::mt19937 random(7);
   for (std::size_t size : {0u, 1u, 7u, 8u, 40u, 41u, 100u, 4096u, 65536u}) {
     std::string noise(size, '\0');
-    for (char& c : noise) c = (char)random();
+    for (char& c : noise) c = static_cast<char>(random());
     ExpectRefusedLikeUnreadable(noise, "random bytes: " + std::to_string(size));
     if (size >= 8) {
       noise.replace(0, 8, "bplist00");
@@ -318,23 +323,33 @@ TEST_F(HostilePList, GarbageIsRefused) {
 // leak; the parser either refuses the bytes or yields a dictionary.
 TEST_F(HostilePList, MutatedValidFilesNeverCrash) {
   const std::string binary = ValidStoreFile();
-  const std::string xml = fixtures::Plist(fixtures::Key("a", fixtures::Dict(
-      fixtures::Key("b", "<array><integer>1</integer><real>1.5</real></array>") +
-      fixtures::Key("c", fixtures::String("d")) + fixtures::Key("e", "<data>AAEC</data>"))));
+  const std::string xml = fixtures::Plist(fixtures::Key(
+      "a",
+      fixtures::Dict(fixtures::Key("b", "<array><integer>1</integer><real>1.5</real></array>") +
+                     fixtures::Key("c", fixtures::String("d")) +
+                     fixtures::Key("e", "<data>AAEC</data>"))));
   std::mt19937 random(11);
   int accepted = 0, refused = 0;
   for (const std::string& original : {binary, xml}) {
     ASSERT_FALSE(original.empty());
     for (int round = 0; round < 20000; ++round) {
       std::string mutated = original;
-      const int changes = 1 + (int)(random() % 6);
+      const int changes = 1 + static_cast<int>(random() % 6);
       for (int i = 0; i < changes; ++i) {
         const std::size_t at = random() % mutated.size();
         switch (random() % 4) {
-          case 0: mutated[at] = (char)random(); break;
-          case 1: mutated[at] ^= (char)(1 << (random() % 8)); break;
-          case 2: mutated.erase(at, 1 + random() % 4); break;
-          default: mutated.insert(at, 1, (char)random()); break;
+          case 0:
+            mutated[at] = static_cast<char>(random());
+            break;
+          case 1:
+            mutated[at] ^= static_cast<char>(1 << (random() % 8));
+            break;
+          case 2:
+            mutated.erase(at, 1 + random() % 4);
+            break;
+          default:
+            mutated.insert(at, 1, static_cast<char>(random()));
+            break;
         }
         if (mutated.empty()) mutated = "x";
       }

@@ -18,7 +18,6 @@ const char kBundle[] = "MorvMediaServer.app/Contents/MacOS/MorvMediaServer";
 
 class LauncherProcess : public launcher::LauncherSandbox {
  protected:
-
   // A recording server in the bundle layout of the working folder.
   void MakeBundleServer() { launcher::WriteRecordingServer(m_work + "/" + kBundle, "bundle"); }
 
@@ -31,8 +30,9 @@ class LauncherProcess : public launcher::LauncherSandbox {
     return path;
   }
 
-  launcher::Result Launch(const std::vector<std::string>& extra = {},
-                          const std::vector<std::pair<std::string, std::string>>& environment = {}) {
+  launcher::Result Launch(
+      const std::vector<std::string>& extra = {},
+      const std::vector<std::pair<std::string, std::string>>& environment = {}) {
     std::vector<std::string> arguments = {MORV_MMSLAUNCH};
     arguments.insert(arguments.end(), extra.begin(), extra.end());
     std::vector<std::pair<std::string, std::string>> variables = {{"MORV_RECORD", m_record}};
@@ -100,8 +100,8 @@ TEST_F(LauncherProcess, NeitherProbeFindsAServer) {
 }
 
 TEST_F(LauncherProcess, SettingNamingAMissingFileStartsNothing) {
-  ASSERT_TRUE(mvcs::StoreInstallerUTF8String(std::string("MorvMediaServer"),
-                                             std::string("InstallPath"), m_root + "/no/such/server"));
+  ASSERT_TRUE(mvcs::StoreInstallerUTF8String(
+      std::string("MorvMediaServer"), std::string("InstallPath"), m_root + "/no/such/server"));
   const launcher::Result result = Launch();
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_EQ(result.errorOutput, "");
@@ -136,7 +136,9 @@ TEST_F(LauncherProcess, LongRunningServerDoesNotDelayTheLauncher) {
 }
 
 TEST_F(LauncherProcess, NonAsciiInstallPathIsFoundAndStarted) {
-  const std::string server = MakeInstalledServer("Serv\xC3\xAB" "r/M\xC3\xB6rv server");
+  const std::string server = MakeInstalledServer(
+      "Serv\xC3\xAB"
+      "r/M\xC3\xB6rv server");
   const launcher::Result result = Launch();
   EXPECT_EQ(result.exitStatus, 0);
   const launcher::Record record = launcher::WaitForRecord(m_record, 10);

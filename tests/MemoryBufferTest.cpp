@@ -36,7 +36,7 @@ TEST(MemoryBuffer, ResetSameCountWithZeroKeepsAllocationAndZeroes) {
   buffer.Reset(4, false);
   Marked* data = buffer.GetData();
   ASSERT_NE(data, nullptr);
-  for (int i = 0; i < 4; ++i) data[i].value = (unsigned char)(i + 1);
+  for (int i = 0; i < 4; ++i) data[i].value = static_cast<unsigned char>(i + 1);
   const int allocations = Marked::allocations;
   buffer.Reset(4, true);
   EXPECT_EQ(buffer.GetData(), data);
@@ -49,7 +49,7 @@ TEST(MemoryBuffer, ResetSameCountWithoutZeroChangesNothing) {
   buffer.Reset(3, false);
   Marked* data = buffer.GetData();
   ASSERT_NE(data, nullptr);
-  for (int i = 0; i < 3; ++i) data[i].value = (unsigned char)(10 + i);
+  for (int i = 0; i < 3; ++i) data[i].value = static_cast<unsigned char>(10 + i);
   const int allocations = Marked::allocations;
   buffer.Reset(3, false);
   EXPECT_EQ(buffer.GetData(), data);
@@ -81,7 +81,7 @@ TEST(MemoryBuffer, ResetZeroEmpties) {
 TEST(MemoryBuffer, WideResetZeroFillsFourBytesPerElement) {
   mvtl::MemoryBuffer<wchar_t> buffer;
   buffer.Reset(3, false);
-  for (int i = 0; i < 3; ++i) buffer.GetData()[i] = (wchar_t)0x7FFFFFFF;
+  for (int i = 0; i < 3; ++i) buffer.GetData()[i] = static_cast<wchar_t>(0x7FFFFFFF);
   buffer.Reset(3, true);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(buffer.GetData()[i], 0);
 }
@@ -108,7 +108,7 @@ TEST(MemoryBuffer, CopyExtraNotZeroedKeepsContentsWhenSizeUnchanged) {
 TEST(MemoryBuffer, CopyNothingGivesEmptyAndReadsNothing) {
   mvtl::MemoryBuffer<unsigned char> buffer;
   buffer.Reset(7, false);
-  buffer.Copy(static_cast<const unsigned char*>(NULL), 0, 0, false);
+  buffer.Copy(static_cast<const unsigned char*>(nullptr), 0, 0, false);
   EXPECT_EQ(buffer.GetData(), nullptr);
   EXPECT_EQ(buffer.GetCount(), 0ul);
 }

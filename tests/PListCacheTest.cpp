@@ -27,7 +27,6 @@ using mvcs::PListInteger;
 
 class PListCache : public sandbox::SettingsSandbox {};
 
-
 TEST_F(PListCache, FreshObjectCountsZeroAndLastReleaseDestroysIt) {
   PList* file = new PList(m_root + "/loose.plist");
   EXPECT_EQ(file->GetRefCount(), 0);
@@ -47,7 +46,7 @@ TEST_F(PListCache, NewCachedObjectCountsTwo) {
 
 TEST_F(PListCache, ReleaseFromThreeReturnsTwoAndKeepsTheEntry) {
   const std::string path = m_root + "/a.plist";
-  PList* file = NULL;
+  PList* file = nullptr;
   PList::GetPList(path, &file);
   file->AddRef();
   EXPECT_EQ(file->GetRefCount(), 3);
@@ -136,7 +135,7 @@ TEST_F(PListCache, SaveWithoutRootDictionaryFails) {
 
 TEST_F(PListCache, SaveCreatesMissingFoldersWithMode0777LessUmask) {
   const std::string path = m_root + "/one/two/three/file.plist";
-  for (mode_t mask : {(mode_t)0, (mode_t)022}) {
+  for (mode_t mask : {static_cast<mode_t>(0), static_cast<mode_t>(022)}) {
     sandbox::RemoveTree(m_root + "/one");
     const mode_t old = umask(mask);
     {
@@ -163,8 +162,9 @@ TEST_F(PListCache, SaveCreatesMissingFoldersWithMode0777LessUmask) {
 
 TEST_F(PListCache, ArrayAtRootIsNotASettingsFile) {
   const std::string path = UserFile("P");
-  sandbox::WriteFile(path, "<?xml version=\"1.0\"?><plist version=\"1.0\"><array>"
-                           "<integer>1</integer></array></plist>");
+  sandbox::WriteFile(path,
+                     "<?xml version=\"1.0\"?><plist version=\"1.0\"><array>"
+                     "<integer>1</integer></array></plist>");
   mvtl::RefCountedPtr<PList> file;
   PList::GetPList(path, &file);
   EXPECT_FALSE(file->Open(false));

@@ -40,7 +40,7 @@ template <class T>
 const T& Get(const Tree& tree, const std::string& key) {
   const PListValue* value = tree->Find(key);
   static const T none{};
-  if (value == NULL || std::get_if<T>(value) == NULL) {
+  if (value == nullptr || std::get_if<T>(value) == nullptr) {
     ADD_FAILURE() << key << " is missing or of another kind";
     return none;
   }
@@ -59,7 +59,8 @@ TEST(PListFormat, EveryStoredKindRoundTrips) {
   tree->Set("double", PListReal{0.1, false});
   tree->Set("true", true);
   tree->Set("false", false);
-  tree->Set("utf8", std::string("Gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x8C\x8D"));
+  tree->Set("utf8", std::string("Gr\xC3\xBC\xC3\x9F"
+                                "e \xF0\x9F\x8C\x8D"));
   tree->Set("empty", std::string());
   tree->Set("data", PListData({0, 1, 2, 255}));
   tree->Set("nodata", PListData());
@@ -76,7 +77,9 @@ TEST(PListFormat, EveryStoredKindRoundTrips) {
   EXPECT_FALSE(Get<PListReal>(parsed, "double").isFloat);
   EXPECT_TRUE(Get<bool>(parsed, "true"));
   EXPECT_FALSE(Get<bool>(parsed, "false"));
-  EXPECT_EQ(Get<std::string>(parsed, "utf8"), "Gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x8C\x8D");
+  EXPECT_EQ(Get<std::string>(parsed, "utf8"),
+            "Gr\xC3\xBC\xC3\x9F"
+            "e \xF0\x9F\x8C\x8D");
   EXPECT_EQ(Get<std::string>(parsed, "empty"), "");
   EXPECT_EQ(Get<PListData>(parsed, "data"), PListData({0, 1, 2, 255}));
   EXPECT_TRUE(Get<PListData>(parsed, "nodata").empty());
@@ -101,10 +104,11 @@ TEST(PListFormat, SixteenByteUnsignedIntegersStayUnsigned) {
 }
 
 TEST(PListFormat, EntriesTheStoreNeverWritesAreKeptAsRead) {
-  const Tree tree = ParseXml(
-      Key("array", "<array><integer>1</integer><dict><key>x</key><array><string>y</string>"
+  const Tree tree =
+      ParseXml(Key("array",
+                   "<array><integer>1</integer><dict><key>x</key><array><string>y</string>"
                    "</array></dict></array>") +
-      Key("date", "<date>2026-11-21T12:34:56Z</date>") + Key("empty", "<array/>"));
+               Key("date", "<date>2026-11-21T12:34:56Z</date>") + Key("empty", "<array/>"));
   for (const char* key : {"array", "date", "empty"}) {
     EXPECT_NE(std::get_if<std::shared_ptr<const mvcs::PListOpaque>>(tree->Find(key)), nullptr)
         << key;

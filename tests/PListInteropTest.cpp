@@ -81,7 +81,8 @@ class PListInterop : public sandbox::SettingsSandbox {
     for (int i = 0; i < 256; ++i) EXPECT_EQ(buffer.GetData()[i], i);
     EXPECT_TRUE(node->FetchBuffer(std::string("empty_data"), buffer));
     EXPECT_EQ(buffer.GetCount(), 0ul);
-    EXPECT_TRUE(node->FetchUTF8String(std::wstring(L"\u00dcn\u00efc\u00f6d\u00e9 k\u00e9y \u2603"), s));
+    EXPECT_TRUE(
+        node->FetchUTF8String(std::wstring(L"\u00dcn\u00efc\u00f6d\u00e9 k\u00e9y \u2603"), s));
     EXPECT_EQ(s, "value under a unicode key");
     EXPECT_FALSE(node->FetchInteger(std::string("array"), n));  // kept, not readable as a value
     EXPECT_FALSE(node->FetchUTF8String(std::string("date"), s));
@@ -134,7 +135,9 @@ TEST_F(PListInterop, FilesTheStoreWritesReadInPlistlib) {
     ASSERT_TRUE(node->StoreDouble(std::string("double"), 0.1));
     ASSERT_TRUE(node->StoreBoolean(std::string("true"), true));
     ASSERT_TRUE(node->StoreBoolean(std::string("false"), false));
-    ASSERT_TRUE(node->StoreUTF8String(std::string("text"), "Gr\xC3\xBC\xC3\x9F" "e"));
+    ASSERT_TRUE(node->StoreUTF8String(std::string("text"),
+                                      "Gr\xC3\xBC\xC3\x9F"
+                                      "e"));
     ASSERT_TRUE(node->StoreWideString(std::wstring(L"wide"), std::wstring(L"\U0001F30D")));
     ASSERT_TRUE(node->StoreBuffer(std::string("bytes"), bytes, sizeof(bytes)));
     Node child;
@@ -155,7 +158,8 @@ TEST_F(PListInterop, FilesTheStoreWritesReadInPlistlib) {
       "/Settings/P/int\tint\t42",
       "/Settings/P/int64_max\tint\t9223372036854775807",
       "/Settings/P/negative\tint\t-7",
-      "/Settings/P/text\tstr\t'Gr\xC3\xBC\xC3\x9F" "e'",
+      "/Settings/P/text\tstr\t'Gr\xC3\xBC\xC3\x9F"
+      "e'",
       "/Settings/P/true\tbool\tTrue",
       "/Settings/P/uint64_max\tint\t-1",  // the store keeps 64-bit signed integers
       "/Settings/P/wide\tstr\t'\xF0\x9F\x8C\x8D'",

@@ -130,12 +130,12 @@ TEST(RefCountedPtr, AssigningNullReleasesAndLeavesNull) {
   mvtl::RefCountedPtr_STLSafe<Counted> ptr;
   ptr.Assign(new Counted(&destroyed));
   EXPECT_EQ(ptr->GetRefCount(), 1);
-  ptr.Assign(NULL);
+  ptr.Assign(nullptr);
   EXPECT_EQ(destroyed, 1);
   EXPECT_EQ(ptr.Get(), nullptr);
 
   mvtl::RefCountedPtr<Counted> owning(new Counted(&destroyed));
-  owning = static_cast<const Counted*>(NULL);
+  owning = static_cast<const Counted*>(nullptr);
   EXPECT_EQ(destroyed, 2);
   EXPECT_EQ(owning.Get(), nullptr);
 }
@@ -156,8 +156,8 @@ TEST(RefCountedPtr, SelfAssignOfOnlyReferenceDestroysBeforeAddRef) {
   ptr.Assign(&object);  // the only reference
   object.events.clear();
   ptr.Assign(ptr.Get());
-  EXPECT_EQ(object.events, std::vector<std::string>(
-                               {"release and destroy", "add-ref after destruction"}));
+  EXPECT_EQ(object.events,
+            std::vector<std::string>({"release and destroy", "add-ref after destruction"}));
   EXPECT_TRUE(object.destroyed);
   EXPECT_EQ(ptr.Get(), &object);  // left pointing at the destroyed object
 }

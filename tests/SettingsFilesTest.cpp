@@ -18,7 +18,7 @@ class SettingsFiles : public sandbox::SettingsSandbox {};
 
 mode_t ModeOf(const std::string& path) {
   struct stat info;
-  return stat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : (mode_t)-1;
+  return stat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : static_cast<mode_t>(-1);
 }
 
 TEST_F(SettingsFiles, ReadDistinguishesMissingFromUnreadable) {

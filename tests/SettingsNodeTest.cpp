@@ -28,11 +28,12 @@ class SettingsNode : public sandbox::SettingsSandbox {
  protected:
   // The per-user file of product P: Settings/P {value: 1, a: {b: {c: {}}}}.
   void WriteProductFile() {
-    sandbox::WriteFile(UserFile("P"),
-                       Plist(Key("Settings", Dict(Key("P", Dict(
-                           Key("value", Integer(1)) +
-                           Key("a", Dict(Key("b", Dict(Key("c", Dict("")))))))))) +
-                             Key("Other", String("kept"))));
+    sandbox::WriteFile(
+        UserFile("P"),
+        Plist(Key("Settings",
+                  Dict(Key("P", Dict(Key("value", Integer(1)) +
+                                     Key("a", Dict(Key("b", Dict(Key("c", Dict("")))))))))) +
+              Key("Other", String("kept"))));
   }
 };
 
@@ -48,7 +49,7 @@ TEST(Tokenize, KeepsEveryPieceIncludingEmptyOnes) {
 }
 
 TEST_F(SettingsNode, FreshNodeCountsZeroAndLastReleaseDestroysIt) {
-  MorvSettings* node = new MorvSettings(mvcs::MORVSETTINGSTYPE_USER, "Settings", NULL, "");
+  MorvSettings* node = new MorvSettings(mvcs::MORVSETTINGSTYPE_USER, "Settings", nullptr, "");
   EXPECT_EQ(node->GetRefCount(), 0);
   EXPECT_EQ(node->AddRef(), 1);
   EXPECT_EQ(node->Release(), 0);
@@ -64,7 +65,7 @@ TEST_F(SettingsNode, ReleaseFromThreeReturnsTwo) {
 }
 
 TEST_F(SettingsNode, ChildEntersParentMapAndTakesItsPaths) {
-  MorvSettings* root = new MorvSettings(mvcs::MORVSETTINGSTYPE_USER, "Settings", NULL, "Prod");
+  MorvSettings* root = new MorvSettings(mvcs::MORVSETTINGSTYPE_USER, "Settings", nullptr, "Prod");
   root->AddRef();
   MorvSettings* child = new MorvSettings(mvcs::MORVSETTINGSTYPE_USER, "Prod", root, "");
   EXPECT_EQ(child->GetRefCount(), 1);  // the parent's map
@@ -157,8 +158,7 @@ TEST_F(SettingsNode, RepeatingFailedGetChildAbortsOnTheAssertion) {
   Node start = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
   Node child;
   ASSERT_FALSE(start->GetChild(std::string("missing"), &child));
-  EXPECT_EXIT(start->GetChild(std::string("missing"), &child),
-              ::testing::KilledBySignal(SIGABRT),
+  EXPECT_EXIT(start->GetChild(std::string("missing"), &child), ::testing::KilledBySignal(SIGABRT),
               "^[^\n]*include/mvtl/RefCountedPtr\\.h:383: failed assertion `ptr == NULL'\n$");
 }
 
@@ -186,10 +186,14 @@ TEST_F(SettingsNode, CreateScopeMakesMissingChildAndWritesOnlyAfterAChange) {
 }
 
 TEST_F(SettingsNode, ValueNamesOfFallbackScopeAreTheUnion) {
-  sandbox::WriteFile(UserFile("P"), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("user", Integer(1)) + Key("both", Integer(1)) + Key("kid", Dict("")) ))))));
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("shared", Integer(2)) + Key("both", Integer(2)) + Key("sharedKid", Dict("")) ))))));
+  sandbox::WriteFile(
+      UserFile("P"),
+      Plist(Key("Settings", Dict(Key("P", Dict(Key("user", Integer(1)) + Key("both", Integer(1)) +
+                                               Key("kid", Dict(""))))))));
+  sandbox::WriteFile(
+      SharedFile(),
+      Plist(Key("Settings", Dict(Key("P", Dict(Key("shared", Integer(2)) + Key("both", Integer(2)) +
+                                               Key("sharedKid", Dict(""))))))));
   Node fallback = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED);
   std::set<std::string> names;
   ASSERT_TRUE(fallback->GetValueNames(names));
@@ -247,8 +251,9 @@ TEST_F(SettingsNode, DeleteNameRemovesValueOrChildKeyAndSavesOnClose) {
 
 TEST_F(SettingsNode, DeleteOnRootNodeRemovesFirstLevelKeyAndSaves) {
   // A one-component path has no product id: its file is com.morv.plist.
-  sandbox::WriteFile(UserFile(""), Plist(Key("Settings", Dict(Key("P", Dict(Key("v", Integer(1)))))) +
-                                         Key("Keep", Dict(Key("k", Integer(2))))));
+  sandbox::WriteFile(UserFile(""),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("v", Integer(1)))))) +
+                           Key("Keep", Dict(Key("k", Integer(2))))));
   Node root = fixtures::Open("Settings", mvcs::MORVSETTINGSTYPE_USER);
   ASSERT_NE(root.Get(), nullptr);
   EXPECT_TRUE(root->Delete());
@@ -282,7 +287,8 @@ TEST_F(SettingsNode, DeleteOfKeyOnlyInSharedFileFailsAndLeavesPerUserFileAlone) 
   // nothing dirty, and the per-user file is not rewritten.
   const std::string perUser = Plist(Key("Other", String("kept")));
   sandbox::WriteFile(UserFile("P"), perUser);
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(Key("v", Integer(4))))))));
+  sandbox::WriteFile(SharedFile(),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("v", Integer(4))))))));
   for (mvcs::MORVSETTINGSTYPE scope :
        {mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED, mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT}) {
     Node node = fixtures::Open("Settings/P", scope);
@@ -325,7 +331,8 @@ TEST_F(SettingsNode, DeleteOfScopeWithoutFileFails) {
 }
 
 TEST_F(SettingsNode, CloseKeepsTheSharedParentAndAllowsReopening) {
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(Key("v", Integer(4))))))));
+  sandbox::WriteFile(SharedFile(),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("v", Integer(4))))))));
   Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_SHARED);
   MorvSettings* impl = Impl(node);
   ASSERT_NE(impl->GetSharedParent(), nullptr);
@@ -360,8 +367,8 @@ TEST_F(SettingsNode, DirtyMarkingGoesToTheFileOwningTheKey) {
 
 TEST_F(SettingsNode, DirtyMarkingWithoutFilesDoesNothing) {
   Node none = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_NONE);
-  Impl(none)->SetDirty(NULL);  // addresses the (absent) shared file: no effect
-  Impl(none)->ClearDirty(NULL);
+  Impl(none)->SetDirty(nullptr);  // addresses the (absent) shared file: no effect
+  Impl(none)->ClearDirty(nullptr);
   EXPECT_EQ(Impl(none)->GetSharedFile(), nullptr);
 }
 
@@ -387,7 +394,7 @@ TEST_F(SettingsNode, NoKeyDeeperThanAFileMayNest) {
   Node deepest = fixtures::Open(path, mvcs::MORVSETTINGSTYPE_USER_CREATE);
   ASSERT_NE(deepest.Get(), nullptr);
   ASSERT_TRUE(deepest->StoreInteger(std::string("bottom"), 1));
-  deepest = static_cast<const IMorvSettings*>(NULL);
+  deepest = static_cast<const IMorvSettings*>(nullptr);
   // What the store wrote, it reads back.
   Node again = fixtures::Open(path, mvcs::MORVSETTINGSTYPE_USER);
   long long bottom = 0;

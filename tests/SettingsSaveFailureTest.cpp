@@ -8,8 +8,8 @@
 // A full disk is simulated with a file-size limit (RLIMIT_FSIZE), which makes
 // writes fail the way a full disk does.
 
-#include <gtest/gtest.h>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -47,7 +47,7 @@ std::string RunInChild(const std::function<std::string()>& scenario, bool dropPr
     close(channel[0]);
     std::string problem;
     if (dropPrivileges && geteuid() == 0 &&
-        (setgroups(0, NULL) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
+        (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
       problem = "could not drop privileges";
     } else {
       problem = scenario();
@@ -67,8 +67,8 @@ std::string RunInChild(const std::function<std::string()>& scenario, bool dropPr
   return problem;
 }
 
-#define CHECK(condition)                              \
-  do {                                                \
+#define CHECK(condition)                                         \
+  do {                                                           \
     if (!(condition)) return std::string("failed: " #condition); \
   } while (0)
 
@@ -76,8 +76,8 @@ class SettingsSaveFailure : public sandbox::SettingsSandbox {
  protected:
   // The product's file, with Settings/P {old: 1}, readable by everyone.
   void WriteProductFile() {
-    sandbox::WriteFile(UserFile("P"), Plist(Key("Settings", Dict(Key("P", Dict(
-        Key("old", Integer(1))))))));
+    sandbox::WriteFile(UserFile("P"),
+                       Plist(Key("Settings", Dict(Key("P", Dict(Key("old", Integer(1))))))));
     chmod(UserFile("P").c_str(), 0644);
     m_original = sandbox::ReadFile(UserFile("P"));
   }
@@ -92,18 +92,18 @@ class SettingsSaveFailure : public sandbox::SettingsSandbox {
     file->GetRoot()->Set("new", PListInteger{2, false});
     file->SetDirty(true);
     CHECK(!file->Save());
-    CHECK(file->IsDirty());                            // tried again by the next save
-    CHECK(file->GetRoot()->Find("new") != NULL);       // the change is still in memory
-    CHECK(sandbox::ReadFile(path) == m_original);      // the old file is intact
+    CHECK(file->IsDirty());                          // tried again by the next save
+    CHECK(file->GetRoot()->Find("new") != nullptr);  // the change is still in memory
+    CHECK(sandbox::ReadFile(path) == m_original);    // the old file is intact
     CHECK(sandbox::List(UserFolder()) == std::set<std::string>({"com.morv.P.plist"}));
-    CHECK(!file->Save());                              // and again
+    CHECK(!file->Save());  // and again
     CHECK(sandbox::List(UserFolder()) == std::set<std::string>({"com.morv.P.plist"}));
 
     // Through a node: the store succeeds in memory, the close reports the
     // failed save, and a second node on the file still sees the change.
     Node keeper = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
     Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
-    CHECK(node.Get() != NULL && keeper.Get() != NULL);
+    CHECK(node.Get() != nullptr && keeper.Get() != nullptr);
     CHECK(node->StoreInteger(std::string("viaNode"), 3));
     CHECK(!dynamic_cast<MorvSettings*>(node.Get())->Close());
     long long value = 0;
@@ -147,9 +147,9 @@ TEST_F(SettingsSaveFailure, UnreadableFolderOpensNothingAndWritesNothing) {
   chmod(UserFolder().c_str(), 0000);
   EXPECT_EQ(RunInChild(
                 [this] {
-                  CHECK(fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER).Get() == NULL);
+                  CHECK(fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER).Get() == nullptr);
                   Node created = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
-                  CHECK(created.Get() != NULL);  // starts empty, as for a missing file
+                  CHECK(created.Get() != nullptr);  // starts empty, as for a missing file
                   CHECK(created->StoreInteger(std::string("x"), 1));
                   CHECK(!dynamic_cast<MorvSettings*>(created.Get())->Close());
                   return std::string();
@@ -168,16 +168,15 @@ TEST_F(SettingsSaveFailure, UnreadableFileIsKeptWhenReplaced) {
   chmod(UserFile("P").c_str(), 0000);
   EXPECT_EQ(RunInChild(
                 [this] {
-                  CHECK(fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER).Get() == NULL);
+                  CHECK(fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER).Get() == nullptr);
                   {
-                    Node created =
-                        fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
-                    CHECK(created.Get() != NULL);
+                    Node created = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+                    CHECK(created.Get() != nullptr);
                     CHECK(created->StoreInteger(std::string("fresh"), 5));
                   }
                   Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
                   long long fresh = 0;
-                  CHECK(reread.Get() != NULL);
+                  CHECK(reread.Get() != nullptr);
                   CHECK(reread->FetchInteger(std::string("fresh"), fresh) && fresh == 5);
                   return std::string();
                 },

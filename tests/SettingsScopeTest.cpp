@@ -21,11 +21,10 @@ using fixtures::Key;
 using fixtures::Node;
 using fixtures::Plist;
 using fixtures::String;
-using mvcs::MORVSETTINGSTYPE;
 using mvcs::MorvSettings;
+using mvcs::MORVSETTINGSTYPE;
 
 class SettingsScope : public sandbox::SettingsSandbox {};
-
 
 TEST_F(SettingsScope, ProductPathBuildsTwoNodesWithProductFiles) {
   sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("MorvMediaServer", Dict(""))))));
@@ -72,8 +71,8 @@ TEST_F(SettingsScope, BackslashAndSlashBothSeparate) {
 TEST_F(SettingsScope, EmptyComponentsFail) {
   for (const char* path : {"a//b", "/a", "a/", "", "/", "a\\\\b"}) {
     mvcs::IMorvSettings* out = reinterpret_cast<mvcs::IMorvSettings*>(0x1);
-    EXPECT_FALSE(mvcs::CreateMorvSettings(std::string(path), mvcs::MORVSETTINGSTYPE_USER_CREATE,
-                                          &out))
+    EXPECT_FALSE(
+        mvcs::CreateMorvSettings(std::string(path), mvcs::MORVSETTINGSTYPE_USER_CREATE, &out))
         << path;
     EXPECT_EQ(out, reinterpret_cast<mvcs::IMorvSettings*>(0x1)) << path;
   }
@@ -96,7 +95,7 @@ TEST_F(SettingsScope, WidePathIsConvertedToUTF8) {
 
 TEST_F(SettingsScope, NullOutParameterStillSucceeds) {
   EXPECT_TRUE(mvcs::CreateMorvSettings(std::string("Settings/P"),
-                                       mvcs::MORVSETTINGSTYPE_USER_CREATE, NULL));
+                                       mvcs::MORVSETTINGSTYPE_USER_CREATE, nullptr));
 }
 
 TEST_F(SettingsScope, HandedOutNodeCarriesOneReference) {
@@ -106,14 +105,14 @@ TEST_F(SettingsScope, HandedOutNodeCarriesOneReference) {
 }
 
 TEST_F(SettingsScope, OutOfRangeScopeOpensNothing) {
-  Node node = fixtures::Open("Settings/P", (MORVSETTINGSTYPE)12);
+  Node node = fixtures::Open("Settings/P", static_cast<MORVSETTINGSTYPE>(12));
   ASSERT_NE(node.Get(), nullptr);
   EXPECT_EQ(Impl(node)->GetReadWriteKey(), nullptr);
   EXPECT_EQ(Impl(node)->GetReadKeyFallback(), nullptr);
   EXPECT_EQ(Impl(node)->GetUserFile(), nullptr);
   EXPECT_EQ(Impl(node)->GetSharedFile(), nullptr);
   EXPECT_TRUE(node->StoreInteger(std::string("x"), 1));  // stores nowhere
-  node = static_cast<const mvcs::IMorvSettings*>(NULL);
+  node = static_cast<const mvcs::IMorvSettings*>(nullptr);
   EXPECT_FALSE(sandbox::Exists(UserFile("P")));
   EXPECT_FALSE(sandbox::Exists(SharedFile()));
 }
@@ -123,7 +122,7 @@ TEST_F(SettingsScope, ScopesFourToSixStayDistinctFromOneToThree) {
   sandbox::WriteFile(UserFile("P"), tree);
   sandbox::WriteFile(SharedFile(), tree);
   for (int scope : {4, 5, 6}) {
-    Node node = fixtures::Open("Settings/P", (MORVSETTINGSTYPE)scope);
+    Node node = fixtures::Open("Settings/P", static_cast<MORVSETTINGSTYPE>(scope));
     ASSERT_NE(node.Get(), nullptr);
     EXPECT_EQ(Impl(node)->GetScope(), scope);
     Node child;
@@ -176,11 +175,11 @@ TEST_F(SettingsScope, SharedFolderIsFirstAbsoluteXdgConfigDirsEntry) {
 // {sv: 2, both: "shared"}.
 struct ScopeExpectation {
   int scope;
-  bool storesToUser, storesToShared;      // where a store lands
-  bool fetchesUser, fetchesShared;        // which of uv and sv fetch
-  const char* both;                       // what "both" fetches as ("" = fails)
-  std::set<std::string> values;           // the value names listed
-  bool deletes;                           // Delete("both") succeeds
+  bool storesToUser, storesToShared;  // where a store lands
+  bool fetchesUser, fetchesShared;    // which of uv and sv fetch
+  const char* both;                   // what "both" fetches as ("" = fails)
+  std::set<std::string> values;       // the value names listed
+  bool deletes;                       // Delete("both") succeeds
 };
 
 class EveryScope : public sandbox::SettingsSandbox,
@@ -188,14 +187,18 @@ class EveryScope : public sandbox::SettingsSandbox,
 
 TEST_P(EveryScope, OpenStoreFetchEnumerateDelete) {
   const ScopeExpectation& expect = GetParam();
-  sandbox::WriteFile(UserFile("P"), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("uv", Integer(1)) + Key("both", String("user"))))))));
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("sv", Integer(2)) + Key("both", String("shared"))))))));
+  sandbox::WriteFile(
+      UserFile("P"),
+      Plist(Key("Settings",
+                Dict(Key("P", Dict(Key("uv", Integer(1)) + Key("both", String("user"))))))));
+  sandbox::WriteFile(
+      SharedFile(),
+      Plist(Key("Settings",
+                Dict(Key("P", Dict(Key("sv", Integer(2)) + Key("both", String("shared"))))))));
   const std::string userBefore = sandbox::ReadFile(UserFile("P"));
   const std::string sharedBefore = sandbox::ReadFile(SharedFile());
 
-  Node node = fixtures::Open("Settings/P", (MORVSETTINGSTYPE)expect.scope);
+  Node node = fixtures::Open("Settings/P", static_cast<MORVSETTINGSTYPE>(expect.scope));
   ASSERT_NE(node.Get(), nullptr) << "every scope opens when both files have the key";
 
   long long number = -1;
@@ -211,7 +214,7 @@ TEST_P(EveryScope, OpenStoreFetchEnumerateDelete) {
 
   EXPECT_TRUE(node->StoreInteger(std::string("stored"), 7));
   EXPECT_EQ(node->Delete(std::string("both")), expect.deletes);
-  node = static_cast<const mvcs::IMorvSettings*>(NULL);  // closes and saves
+  node = static_cast<const mvcs::IMorvSettings*>(nullptr);  // closes and saves
 
   // What landed where, read back through a user-only and a shared-only node.
   Node user = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
@@ -239,20 +242,19 @@ const std::set<std::string> kNoNames = {};
 
 INSTANTIATE_TEST_SUITE_P(
     Values0To12, EveryScope,
-    ::testing::Values(
-        ScopeExpectation{0, false, false, false, false, "", kNoNames, false},
-        ScopeExpectation{1, true, false, true, false, "user", kUserNames, true},
-        ScopeExpectation{2, true, false, true, true, "user", kAllNames, true},
-        ScopeExpectation{3, false, true, false, true, "shared", kSharedNames, true},
-        ScopeExpectation{4, true, false, true, false, "user", kUserNames, true},
-        ScopeExpectation{5, true, false, true, true, "user", kAllNames, true},
-        ScopeExpectation{6, false, true, false, true, "shared", kSharedNames, true},
-        ScopeExpectation{7, true, false, true, false, "user", kUserNames, true},
-        ScopeExpectation{8, true, false, true, true, "user", kAllNames, true},
-        ScopeExpectation{9, false, true, false, true, "shared", kSharedNames, true},
-        ScopeExpectation{10, false, false, false, false, "", kNoNames, false},
-        ScopeExpectation{11, false, false, false, false, "", kNoNames, false},
-        ScopeExpectation{12, false, false, false, false, "", kNoNames, false}),
+    ::testing::Values(ScopeExpectation{0, false, false, false, false, "", kNoNames, false},
+                      ScopeExpectation{1, true, false, true, false, "user", kUserNames, true},
+                      ScopeExpectation{2, true, false, true, true, "user", kAllNames, true},
+                      ScopeExpectation{3, false, true, false, true, "shared", kSharedNames, true},
+                      ScopeExpectation{4, true, false, true, false, "user", kUserNames, true},
+                      ScopeExpectation{5, true, false, true, true, "user", kAllNames, true},
+                      ScopeExpectation{6, false, true, false, true, "shared", kSharedNames, true},
+                      ScopeExpectation{7, true, false, true, false, "user", kUserNames, true},
+                      ScopeExpectation{8, true, false, true, true, "user", kAllNames, true},
+                      ScopeExpectation{9, false, true, false, true, "shared", kSharedNames, true},
+                      ScopeExpectation{10, false, false, false, false, "", kNoNames, false},
+                      ScopeExpectation{11, false, false, false, false, "", kNoNames, false},
+                      ScopeExpectation{12, false, false, false, false, "", kNoNames, false}),
     [](const ::testing::TestParamInfo<ScopeExpectation>& info) {
       return "Scope" + std::to_string(info.param.scope);
     });
@@ -264,7 +266,7 @@ class EveryScopeWithoutFiles : public sandbox::SettingsSandbox,
 TEST_P(EveryScopeWithoutFiles, OpensOnlyWhenItCreatesOrNeedsNoFile) {
   const int scope = GetParam();
   const bool opens = scope == 0 || scope >= 7;
-  Node node = fixtures::Open("Settings/P", (MORVSETTINGSTYPE)scope);
+  Node node = fixtures::Open("Settings/P", static_cast<MORVSETTINGSTYPE>(scope));
   EXPECT_EQ(node.Get() != nullptr, opens);
   if (node.Get() != nullptr) {
     unsigned long count = 99;
@@ -274,7 +276,7 @@ TEST_P(EveryScopeWithoutFiles, OpensOnlyWhenItCreatesOrNeedsNoFile) {
     bool flag = false;
     EXPECT_EQ(node->FetchBoolean(std::string("flag"), flag), scope >= 7 && scope <= 9);
   }
-  node = static_cast<const mvcs::IMorvSettings*>(NULL);
+  node = static_cast<const mvcs::IMorvSettings*>(nullptr);
   EXPECT_EQ(sandbox::Exists(UserFile("P")), scope == 7 || scope == 8);
   EXPECT_EQ(sandbox::Exists(SharedFile()), scope == 9);
 }

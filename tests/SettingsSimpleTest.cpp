@@ -51,15 +51,16 @@ TEST_F(SettingsSimple, FlagsSelectTheScope) {
   struct {
     bool installer, create, query;
     int scope;
-  } table[] = {{false, true, true, 8},  {false, true, false, 8}, {false, false, true, 5},
+  } table[] = {{false, true, true, 8},   {false, true, false, 8}, {false, false, true, 5},
                {false, false, false, 2}, {true, true, true, 9},   {true, true, false, 9},
                {true, false, true, 6},   {true, false, false, 3}};
   for (const auto& row : table) {
     for (bool wide : {false, true}) {
-      mvcs::IMorvSettings* node = NULL;
-      const bool created =
-          wide ? CreateSimpleSettings(std::wstring(L"P"), row.installer, row.create, row.query, &node)
-               : CreateSimpleSettings(std::string("P"), row.installer, row.create, row.query, &node);
+      mvcs::IMorvSettings* node = nullptr;
+      const bool created = wide ? CreateSimpleSettings(std::wstring(L"P"), row.installer,
+                                                       row.create, row.query, &node)
+                                : CreateSimpleSettings(std::string("P"), row.installer, row.create,
+                                                       row.query, &node);
       ASSERT_TRUE(created);
       const mvtl::RefCountedPtr<mvcs::IMorvSettings> holder(node);
       node->Release();  // the reference CreateSimpleSettings handed out
@@ -71,7 +72,7 @@ TEST_F(SettingsSimple, FlagsSelectTheScope) {
 }
 
 TEST_F(SettingsSimple, CreateSimpleSettingsWithoutOutParameter) {
-  EXPECT_TRUE(CreateSimpleSettings(std::string("P"), false, true, false, NULL));
+  EXPECT_TRUE(CreateSimpleSettings(std::string("P"), false, true, false, nullptr));
   mvcs::IMorvSettings* untouched = reinterpret_cast<mvcs::IMorvSettings*>(0x1);
   EXPECT_FALSE(CreateSimpleSettings(std::string(""), false, true, false, &untouched));
   EXPECT_EQ(untouched, reinterpret_cast<mvcs::IMorvSettings*>(0x1));
@@ -80,17 +81,20 @@ TEST_F(SettingsSimple, CreateSimpleSettingsWithoutOutParameter) {
 }
 
 TEST_F(SettingsSimple, InstallerFetchReadsTheInstallRecordProductFetchTheSettings) {
-  sandbox::WriteFile(SharedFile(), Plist(
-      Key("Install", Dict(Key("MorvMediaServer", Dict(Key("InstallPath", String("/opt/installed")))))) +
-      Key("Settings", Dict(Key("MorvMediaServer", Dict(Key("InstallPath", String("/from/settings"))))))));
+  sandbox::WriteFile(
+      SharedFile(),
+      Plist(Key("Install",
+                Dict(Key("MorvMediaServer", Dict(Key("InstallPath", String("/opt/installed")))))) +
+            Key("Settings",
+                Dict(Key("MorvMediaServer", Dict(Key("InstallPath", String("/from/settings"))))))));
   std::wstring value;
   ASSERT_TRUE(mvcs::FetchInstallerWideString(std::wstring(L"MorvMediaServer"),
                                              std::wstring(L"InstallPath"), value));
   EXPECT_EQ(value, L"/opt/installed");
   // The product's settings read the per-user file, then the shared file's
   // Settings/MorvMediaServer.
-  ASSERT_TRUE(mvcs::FetchWideString(std::wstring(L"MorvMediaServer"),
-                                    std::wstring(L"InstallPath"), value));
+  ASSERT_TRUE(
+      mvcs::FetchWideString(std::wstring(L"MorvMediaServer"), std::wstring(L"InstallPath"), value));
   EXPECT_EQ(value, L"/from/settings");
   EXPECT_FALSE(sandbox::Exists(UserFile("MorvMediaServer")));  // reading created nothing
 }
@@ -200,17 +204,28 @@ void RoundTripEveryFunction(bool installer) {
   auto S = [](const char* text) { return StringT(text, text + std::strlen(text)); };
   const StringT p = S("Prod");
   const unsigned char bytes[] = {1, 2, 3};
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerInteger(p, S("integer"), -5) : mvcs::StoreInteger(p, S("integer"), -5));
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerInt32(p, S("int32"), -6) : mvcs::StoreInt32(p, S("int32"), -6));
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerUint32(p, S("uint32"), 7u) : mvcs::StoreUint32(p, S("uint32"), 7u));
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerInt64(p, S("int64"), -8) : mvcs::StoreInt64(p, S("int64"), -8));
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerUint64(p, S("uint64"), 9u) : mvcs::StoreUint64(p, S("uint64"), 9u));
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerFloat(p, S("float"), 1.5f) : mvcs::StoreFloat(p, S("float"), 1.5f));
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerDouble(p, S("double"), 2.5) : mvcs::StoreDouble(p, S("double"), 2.5));
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerBoolean(p, S("bool"), true) : mvcs::StoreBoolean(p, S("bool"), true));
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerUTF8String(p, S("utf8"), "caf\xC3\xA9") : mvcs::StoreUTF8String(p, S("utf8"), "caf\xC3\xA9"));
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerWideString(p, S("wide"), L"w\u00e9") : mvcs::StoreWideString(p, S("wide"), L"w\u00e9"));
-  EXPECT_TRUE(installer ? mvcs::StoreInstallerBuffer(p, S("buffer"), bytes, 3) : mvcs::StoreBuffer(p, S("buffer"), bytes, 3));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerInteger(p, S("integer"), -5)
+                        : mvcs::StoreInteger(p, S("integer"), -5));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerInt32(p, S("int32"), -6)
+                        : mvcs::StoreInt32(p, S("int32"), -6));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerUint32(p, S("uint32"), 7u)
+                        : mvcs::StoreUint32(p, S("uint32"), 7u));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerInt64(p, S("int64"), -8)
+                        : mvcs::StoreInt64(p, S("int64"), -8));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerUint64(p, S("uint64"), 9u)
+                        : mvcs::StoreUint64(p, S("uint64"), 9u));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerFloat(p, S("float"), 1.5f)
+                        : mvcs::StoreFloat(p, S("float"), 1.5f));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerDouble(p, S("double"), 2.5)
+                        : mvcs::StoreDouble(p, S("double"), 2.5));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerBoolean(p, S("bool"), true)
+                        : mvcs::StoreBoolean(p, S("bool"), true));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerUTF8String(p, S("utf8"), "caf\xC3\xA9")
+                        : mvcs::StoreUTF8String(p, S("utf8"), "caf\xC3\xA9"));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerWideString(p, S("wide"), L"w\u00e9")
+                        : mvcs::StoreWideString(p, S("wide"), L"w\u00e9"));
+  EXPECT_TRUE(installer ? mvcs::StoreInstallerBuffer(p, S("buffer"), bytes, 3)
+                        : mvcs::StoreBuffer(p, S("buffer"), bytes, 3));
 
   long long integer = 0, int64 = 0;
   int int32 = 0;
@@ -222,17 +237,28 @@ void RoundTripEveryFunction(bool installer) {
   std::string utf8;
   std::wstring wide;
   mvtl::MemoryBuffer<unsigned char> buffer;
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerInteger(p, S("integer"), integer) : mvcs::FetchInteger(p, S("integer"), integer));
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerInt32(p, S("int32"), int32) : mvcs::FetchInt32(p, S("int32"), int32));
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerUint32(p, S("uint32"), uint32) : mvcs::FetchUint32(p, S("uint32"), uint32));
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerInt64(p, S("int64"), int64) : mvcs::FetchInt64(p, S("int64"), int64));
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerUint64(p, S("uint64"), uint64) : mvcs::FetchUint64(p, S("uint64"), uint64));
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerFloat(p, S("float"), f) : mvcs::FetchFloat(p, S("float"), f));
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerDouble(p, S("double"), d) : mvcs::FetchDouble(p, S("double"), d));
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerBoolean(p, S("bool"), b) : mvcs::FetchBoolean(p, S("bool"), b));
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerUTF8String(p, S("utf8"), utf8) : mvcs::FetchUTF8String(p, S("utf8"), utf8));
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerWideString(p, S("wide"), wide) : mvcs::FetchWideString(p, S("wide"), wide));
-  EXPECT_TRUE(installer ? mvcs::FetchInstallerBuffer(p, S("buffer"), buffer) : mvcs::FetchBuffer(p, S("buffer"), buffer));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerInteger(p, S("integer"), integer)
+                        : mvcs::FetchInteger(p, S("integer"), integer));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerInt32(p, S("int32"), int32)
+                        : mvcs::FetchInt32(p, S("int32"), int32));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerUint32(p, S("uint32"), uint32)
+                        : mvcs::FetchUint32(p, S("uint32"), uint32));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerInt64(p, S("int64"), int64)
+                        : mvcs::FetchInt64(p, S("int64"), int64));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerUint64(p, S("uint64"), uint64)
+                        : mvcs::FetchUint64(p, S("uint64"), uint64));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerFloat(p, S("float"), f)
+                        : mvcs::FetchFloat(p, S("float"), f));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerDouble(p, S("double"), d)
+                        : mvcs::FetchDouble(p, S("double"), d));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerBoolean(p, S("bool"), b)
+                        : mvcs::FetchBoolean(p, S("bool"), b));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerUTF8String(p, S("utf8"), utf8)
+                        : mvcs::FetchUTF8String(p, S("utf8"), utf8));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerWideString(p, S("wide"), wide)
+                        : mvcs::FetchWideString(p, S("wide"), wide));
+  EXPECT_TRUE(installer ? mvcs::FetchInstallerBuffer(p, S("buffer"), buffer)
+                        : mvcs::FetchBuffer(p, S("buffer"), buffer));
   EXPECT_EQ(integer, -5);
   EXPECT_EQ(int32, -6);
   EXPECT_EQ(uint32, 7u);
@@ -267,10 +293,13 @@ void RoundTripEveryFunction(bool installer) {
   EXPECT_EQ(count, 1ul);
   EXPECT_TRUE(installer ? mvcs::ProductInstallerSettingsExists(p) : mvcs::ProductSettingsExists(p));
 
-  EXPECT_TRUE(installer ? mvcs::DeleteInstallerSetting(p, S("utf8")) : mvcs::DeleteSetting(p, S("utf8")));
-  EXPECT_FALSE(installer ? mvcs::FetchInstallerUTF8String(p, S("utf8"), utf8) : mvcs::FetchUTF8String(p, S("utf8"), utf8));
+  EXPECT_TRUE(installer ? mvcs::DeleteInstallerSetting(p, S("utf8"))
+                        : mvcs::DeleteSetting(p, S("utf8")));
+  EXPECT_FALSE(installer ? mvcs::FetchInstallerUTF8String(p, S("utf8"), utf8)
+                         : mvcs::FetchUTF8String(p, S("utf8"), utf8));
   EXPECT_TRUE(installer ? mvcs::DeleteInstallerSetting(p) : mvcs::DeleteSetting(p));
-  EXPECT_FALSE(installer ? mvcs::ProductInstallerSettingsExists(p) : mvcs::ProductSettingsExists(p));
+  EXPECT_FALSE(installer ? mvcs::ProductInstallerSettingsExists(p)
+                         : mvcs::ProductSettingsExists(p));
 }
 
 TEST_F(SettingsSimple, EveryProductFunctionNarrow) { RoundTripEveryFunction<std::string>(false); }

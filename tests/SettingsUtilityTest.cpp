@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvSettings/MorvSettingsSimple.h"
+#include "MorvSettings/MorvSettingsUtility.h"
 #include "Plistlib.h"
 #include "SettingsFixtures.h"
 #include "SettingsSandbox.h"
@@ -61,6 +61,19 @@ TEST_F(SettingsUtility, KindOfEveryStoredValue) {
   EXPECT_EQ(mvcs::GetValueKind(node.Get(), "missing"), mvcs::MORVVALUEKIND_NONE);
   EXPECT_EQ(mvcs::GetValueKind(node.Get(), ""), mvcs::MORVVALUEKIND_NONE);
   EXPECT_EQ(mvcs::GetValueKind(nullptr, "int"), mvcs::MORVVALUEKIND_NONE);
+}
+
+TEST_F(SettingsUtility, KindTakesNamesAsTheTypedOperationsDo) {
+  Node node = Product();
+  ASSERT_TRUE(node);
+  ASSERT_TRUE(node->StoreInteger(std::string("cut\0after", 9), 7));
+  // The name ends at its first zero character, for the store and here.
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), std::string("cut\0other", 9)),
+            mvcs::MORVVALUEKIND_INTEGER);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "cut"), mvcs::MORVVALUEKIND_INTEGER);
+  // A name that is not valid UTF-8 names nothing.
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "\xC3"), mvcs::MORVVALUEKIND_NONE);
+  EXPECT_EQ(mvcs::GetValueKind(node.Get(), "\xFF\xFE"), mvcs::MORVVALUEKIND_NONE);
 }
 
 TEST_F(SettingsUtility, KindsOfEntriesOtherWritersMake) {
@@ -123,7 +136,9 @@ TEST_F(SettingsUtility, SaveWritesBeforeTheNodeCloses) {
   EXPECT_TRUE(mvcs::SaveSettings(node.Get()));
   const std::vector<std::string> dump = plistlib::Dump(UserFile("P"));
   EXPECT_NE(std::find(dump.begin(), dump.end(), "/Settings/P/n\tint\t5"), dump.end());
-  EXPECT_TRUE(mvcs::SaveSettings(node.Get()));  // nothing left to write
+  const mvcs::SaveResult nothingLeft = mvcs::SaveSettings(node.Get());
+  EXPECT_TRUE(nothingLeft.IsOk());
+  EXPECT_EQ(nothingLeft.GetError(), 0);
 }
 
 TEST_F(SettingsUtility, SaveOfANodeWithoutFilesOrNotTheLibrarysNode) {
@@ -132,9 +147,9 @@ TEST_F(SettingsUtility, SaveOfANodeWithoutFilesOrNotTheLibrarysNode) {
   Node node = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT);
   ASSERT_TRUE(node);  // only the shared file has it: the per-user file is not loaded
   EXPECT_TRUE(mvcs::SaveSettings(node.Get()));
-  errno = 0;
-  EXPECT_FALSE(mvcs::SaveSettings(nullptr));
-  EXPECT_EQ(errno, EINVAL);
+  const mvcs::SaveResult notOurs = mvcs::SaveSettings(nullptr);
+  EXPECT_FALSE(notOurs);
+  EXPECT_EQ(notOurs.GetError(), EINVAL);
 }
 
 TEST_F(SettingsUtility, FailedSaveReportsWhyAndKeepsTheChange) {
@@ -144,9 +159,10 @@ TEST_F(SettingsUtility, FailedSaveReportsWhyAndKeepsTheChange) {
   Node node = Product();
   ASSERT_TRUE(node);
   node->StoreInteger(std::string("n"), 5);
-  errno = 0;
-  EXPECT_FALSE(mvcs::SaveSettings(node.Get()));
-  EXPECT_EQ(errno, ENOTDIR);
+  const mvcs::SaveResult failed = mvcs::SaveSettings(node.Get());
+  errno = 0;  // the reason is kept with the result, not in errno
+  EXPECT_FALSE(failed.IsOk());
+  EXPECT_EQ(failed.GetError(), ENOTDIR);
   EXPECT_EQ(sandbox::ReadFile(UserFolder()), "in the way");
   // Once the way is clear, the kept change is written.
   unlink(UserFolder().c_str());
@@ -162,9 +178,9 @@ TEST_F(SettingsUtility, SettingsLargerThanTheStoreReadsAreNotWritten) {
   Node node = Product();
   std::vector<char> big((64u << 20) + 1, 'x');
   ASSERT_TRUE(node->StoreBuffer(std::string("big"), big.data(), big.size()));
-  errno = 0;
-  EXPECT_FALSE(mvcs::SaveSettings(node.Get()));
-  EXPECT_EQ(errno, EFBIG);
+  const mvcs::SaveResult tooLarge = mvcs::SaveSettings(node.Get());
+  EXPECT_FALSE(tooLarge.IsOk());
+  EXPECT_EQ(tooLarge.GetError(), EFBIG);
   EXPECT_FALSE(sandbox::Exists(UserFile("P")));
   node->Delete(std::string("big"));
   node->StoreInteger(std::string("small"), 1);

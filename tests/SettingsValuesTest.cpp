@@ -25,7 +25,6 @@ using fixtures::String;
 using mvcs::IMorvSettings;
 using mvcs::MorvSettings;
 
-
 class SettingsValues : public sandbox::SettingsSandbox {
  protected:
   void SetUp() override {
@@ -34,7 +33,7 @@ class SettingsValues : public sandbox::SettingsSandbox {
     ASSERT_NE(m_node.Get(), nullptr);
   }
   void TearDown() override {
-    m_node = static_cast<const IMorvSettings*>(NULL);
+    m_node = static_cast<const IMorvSettings*>(nullptr);
     SettingsSandbox::TearDown();
   }
   // A string entry as a hand-edited file would hold it.
@@ -110,7 +109,7 @@ TEST_F(SettingsValues, Int32FetchTakesLowBitsWithoutRangeCheck) {
 }
 
 TEST_F(SettingsValues, NullBufferOfLengthZeroIsEmptyData) {
-  ASSERT_TRUE(m_node->StoreBuffer(std::string("b"), NULL, 0));
+  ASSERT_TRUE(m_node->StoreBuffer(std::string("b"), nullptr, 0));
   mvtl::MemoryBuffer<unsigned char> buffer;
   buffer.Reset(4, true);
   EXPECT_TRUE(m_node->FetchBuffer(std::string("b"), buffer));
@@ -129,14 +128,16 @@ TEST_F(SettingsValues, BufferRoundTripsExactly) {
 }
 
 TEST_F(SettingsValues, NullBufferWithLengthFailsWithoutOpening) {
-  MorvSettings* fresh = new MorvSettings(mvcs::MORVSETTINGSTYPE_USER_CREATE, "Settings", NULL, "Q");
+  MorvSettings* fresh =
+      new MorvSettings(mvcs::MORVSETTINGSTYPE_USER_CREATE, "Settings", nullptr, "Q");
   Node node(fresh);
-  EXPECT_FALSE(node->StoreBuffer(std::string("b"), NULL, 3));
+  EXPECT_FALSE(node->StoreBuffer(std::string("b"), nullptr, 3));
   EXPECT_EQ(fresh->GetUserFile(), nullptr);  // never opened
 }
 
 TEST_F(SettingsValues, EmptyNameFailsEveryStoreAndFetchWithoutOpening) {
-  MorvSettings* fresh = new MorvSettings(mvcs::MORVSETTINGSTYPE_USER_CREATE, "Settings", NULL, "Q");
+  MorvSettings* fresh =
+      new MorvSettings(mvcs::MORVSETTINGSTYPE_USER_CREATE, "Settings", nullptr, "Q");
   Node node(fresh);
   const std::string empty;
   const std::wstring wideEmpty;
@@ -261,10 +262,13 @@ TEST_F(SettingsValues, NamesAndValuesEndAtTheirFirstZeroCharacter) {
 }
 
 TEST_F(SettingsValues, UTF8AndWideStringsAreTheSameEntry) {
-  ASSERT_TRUE(m_node->StoreWideString(std::wstring(L"w"), std::wstring(L"Gr\u00fc\u00dfe \U0001F30D")));
+  ASSERT_TRUE(
+      m_node->StoreWideString(std::wstring(L"w"), std::wstring(L"Gr\u00fc\u00dfe \U0001F30D")));
   std::string utf8;
   ASSERT_TRUE(m_node->FetchUTF8String(std::string("w"), utf8));
-  EXPECT_EQ(utf8, "Gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x8C\x8D");
+  EXPECT_EQ(utf8,
+            "Gr\xC3\xBC\xC3\x9F"
+            "e \xF0\x9F\x8C\x8D");
   ASSERT_TRUE(m_node->StoreUTF8String(std::wstring(L"u"), std::string("caf\xC3\xA9")));
   std::wstring wide;
   ASSERT_TRUE(m_node->FetchWideString(std::wstring(L"u"), wide));
@@ -373,10 +377,11 @@ TEST_F(SettingsValues, FallbackScopeReadsSharedUntilTheProductStores) {
     SCOPED_TRACE(scope);
     sandbox::RemoveTree(m_userConfig);
     sandbox::WriteFile(UserFile("Q"), Plist(Key("Settings", Dict(Key("Q", Dict(""))))));
-    sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("Q", Dict(
-        Key("name", String("from shared")) + Key("number", Integer(5))))))));
+    sandbox::WriteFile(SharedFile(),
+                       Plist(Key("Settings", Dict(Key("Q", Dict(Key("name", String("from shared")) +
+                                                                Key("number", Integer(5))))))));
     {
-      Node node = fixtures::Open("Settings/Q", (mvcs::MORVSETTINGSTYPE)scope);
+      Node node = fixtures::Open("Settings/Q", static_cast<mvcs::MORVSETTINGSTYPE>(scope));
       ASSERT_NE(node.Get(), nullptr);
       std::string text;
       ASSERT_TRUE(node->FetchUTF8String(std::string("name"), text));
@@ -398,8 +403,8 @@ TEST_F(SettingsValues, FallbackScopeReadsSharedUntilTheProductStores) {
 }
 
 TEST_F(SettingsValues, NonFallbackScopesDoNotReadTheSharedFile) {
-  sandbox::WriteFile(SharedFile(), Plist(Key("Settings", Dict(Key("P", Dict(
-      Key("only", Integer(1))))))));
+  sandbox::WriteFile(SharedFile(),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("only", Integer(1))))))));
   long long n = 0;
   EXPECT_FALSE(m_node->FetchInteger(std::string("only"), n));  // scope 7
   Node user = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
@@ -415,7 +420,7 @@ TEST_F(SettingsValues, StoresSurviveSavingAndReloading) {
   ASSERT_TRUE(m_node->StoreBoolean(std::string("bool"), true));
   ASSERT_TRUE(m_node->StoreUTF8String(std::string("text"), "t\xC3\xA9xt"));
   ASSERT_TRUE(m_node->StoreBuffer(std::string("data"), bytes, 3));
-  m_node = static_cast<const IMorvSettings*>(NULL);
+  m_node = static_cast<const IMorvSettings*>(nullptr);
   m_node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
   ASSERT_NE(m_node.Get(), nullptr);
   long long n = 0;
@@ -446,7 +451,7 @@ TEST_F(SettingsValues, StoresSurviveSavingAndReloading) {
 // the integer widths must reach them through the interface.
 class RecordingNode : public MorvSettings {
  public:
-  RecordingNode() : MorvSettings(mvcs::MORVSETTINGSTYPE_NONE, "Recording", NULL, "") {}
+  RecordingNode() : MorvSettings(mvcs::MORVSETTINGSTYPE_NONE, "Recording", nullptr, "") {}
   using MorvSettings::FetchInteger;
   using MorvSettings::StoreInteger;
   bool StoreInteger(std::string const& name, long long value) override {
@@ -468,8 +473,7 @@ TEST_F(SettingsValues, WideNamesAndIntegerWidthsGoThroughTheNarrowOverloads) {
   EXPECT_TRUE(node->StoreInt32(std::string("b"), -1));
   EXPECT_TRUE(node->StoreUint32(std::wstring(L"c"), 4294967295u));
   EXPECT_TRUE(node->StoreUint64(std::string("d"), 18446744073709551615ULL));
-  EXPECT_EQ(recording->stored, std::vector<std::string>(
-                                   {"a=1", "b=-1", "c=4294967295", "d=-1"}));
+  EXPECT_EQ(recording->stored, std::vector<std::string>({"a=1", "b=-1", "c=4294967295", "d=-1"}));
   unsigned int u = 0;
   unsigned long long ull = 0;
   EXPECT_TRUE(node->FetchUint32(std::wstring(L"e"), u));

@@ -18,16 +18,41 @@
 namespace {
 
 // Pieces that random UTF-8 inputs are made of.
-const std::vector<std::string> kUTF8Pieces = {
-    "a", "Z", "0", " ", std::string(1, '\0'), "abcdefgh", "\x7F",
-    "\xC3\xA9", "\xC2\x80", "\xDF\xBF",                                  // two bytes
-    "\xE2\x82\xAC", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEF\xBF\xBF",      // three bytes
-    "\xF0\x90\x80\x80", "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF",          // four bytes
-    "\xED\x41\x80", std::string("\xF4\x00\x80\x80", 4), "\xED\x7F\xBF",                  // unusual, legal
-    "\xC0\x80", "\xC1\xBF", "\xE0\x80\x80", "\xED\xA0\x80", "\xF0\x80\x80\x80",
-    "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80", "\x80", "\xBF",
-    "\xFE", "\xFF",                                                       // ill-formed
-    "\xC3", "\xE2\x82", "\xF0\x9F\x98"};                                  // truncated
+const std::vector<std::string> kUTF8Pieces = {"a",
+                                              "Z",
+                                              "0",
+                                              " ",
+                                              std::string(1, '\0'),
+                                              "abcdefgh",
+                                              "\x7F",
+                                              "\xC3\xA9",
+                                              "\xC2\x80",
+                                              "\xDF\xBF",  // two bytes
+                                              "\xE2\x82\xAC",
+                                              "\xE0\xA0\x80",
+                                              "\xED\x9F\xBF",
+                                              "\xEF\xBF\xBF",  // three bytes
+                                              "\xF0\x90\x80\x80",
+                                              "\xF0\x9F\x98\x80",
+                                              "\xF4\x8F\xBF\xBF",  // four bytes
+                                              "\xED\x41\x80",
+                                              std::string("\xF4\x00\x80\x80", 4),
+                                              "\xED\x7F\xBF",  // unusual, legal
+                                              "\xC0\x80",
+                                              "\xC1\xBF",
+                                              "\xE0\x80\x80",
+                                              "\xED\xA0\x80",
+                                              "\xF0\x80\x80\x80",
+                                              "\xF4\x90\x80\x80",
+                                              "\xF5\x80\x80\x80",
+                                              "\xF8\x88\x80\x80\x80",
+                                              "\x80",
+                                              "\xBF",
+                                              "\xFE",
+                                              "\xFF",  // ill-formed
+                                              "\xC3",
+                                              "\xE2\x82",
+                                              "\xF0\x9F\x98"};  // truncated
 
 std::string RandomUTF8(std::mt19937& random, std::size_t pieces) {
   std::string text;
@@ -54,7 +79,7 @@ TEST(DifferentialUTF8, EveryInputOfOneToThreeBytes) {
   for (unsigned length = 1; length <= 3; ++length) {
     for (std::uint32_t v = 0; v < (1u << (8 * length)); ++v) {
       input.assign(length, '\0');
-      for (unsigned i = 0; i < length; ++i) input[i] = (char)(v >> (8 * i));
+      for (unsigned i = 0; i < length; ++i) input[i] = static_cast<char>(v >> (8 * i));
       if ((mvcs::UTF8ToWide(input) != reference::UTF8ToWide(input) ||
            mvcs::IsUTF8(input) != reference::IsUTF8(input)) &&
           ++failures <= 10) {
@@ -86,8 +111,7 @@ TEST(DifferentialUTF8, EveryPieceAtEveryAlignment) {
 // the sixteen-byte blocks of the validator and the decoder at every
 // position and with every kind of neighbour.
 TEST(DifferentialUTF8, EveryPieceAtEveryOffsetInEveryScript) {
-  const std::vector<std::string> fillers = {"x", "\xC3\xA9", "\xE2\x82\xAC",
-                                            "\xF0\x9F\x98\x80"};
+  const std::vector<std::string> fillers = {"x", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"};
   for (const std::string& filler : fillers) {
     for (const std::string& piece : kUTF8Pieces) {
       for (std::size_t before = 0; before <= 20; ++before) {
@@ -119,15 +143,24 @@ TEST(DifferentialUTF8, SampleTexts) {
 
 wchar_t RandomWide(std::mt19937& random) {
   switch (random() % 10) {
-    case 0: return (wchar_t)(random() % 0x80);
-    case 1: return (wchar_t)(0x80 + random() % 0x780);
-    case 2: return (wchar_t)(0x800 + random() % 0xF800);  // surrogates included
-    case 3: return (wchar_t)(0xD800 + random() % 0x800);
-    case 4: return (wchar_t)(0x10000 + random() % 0x100000);
-    case 5: return random() % 50 == 0 ? (wchar_t)(0x110000 + random() % 16) : L'q';
-    case 6: return random() % 50 == 0 ? (wchar_t)-(int)(1 + random() % 5) : L'r';
-    case 7: return random() % 20 == 0 ? L'\0' : L's';
-    default: return (wchar_t)(0x20 + random() % 0x5F);
+    case 0:
+      return static_cast<wchar_t>(random() % 0x80);
+    case 1:
+      return static_cast<wchar_t>(0x80 + random() % 0x780);
+    case 2:
+      return static_cast<wchar_t>(0x800 + random() % 0xF800);  // surrogates included
+    case 3:
+      return static_cast<wchar_t>(0xD800 + random() % 0x800);
+    case 4:
+      return static_cast<wchar_t>(0x10000 + random() % 0x100000);
+    case 5:
+      return random() % 50 == 0 ? static_cast<wchar_t>(0x110000 + random() % 16) : L'q';
+    case 6:
+      return random() % 50 == 0 ? static_cast<wchar_t>(-static_cast<int>(1 + random() % 5)) : L'r';
+    case 7:
+      return random() % 20 == 0 ? L'\0' : L's';
+    default:
+      return static_cast<wchar_t>(0x20 + random() % 0x5F);
   }
 }
 
@@ -161,23 +194,30 @@ TEST(DifferentialWide, SampleTexts) {
 
 unsigned short RandomUnit(std::mt19937& random) {
   switch (random() % 8) {
-    case 0: return (unsigned short)(random() % 0x80);
-    case 1: return (unsigned short)(0x80 + random() % 0x780);
-    case 2: return (unsigned short)(0x800 + random() % 0xF800);
-    case 3: return (unsigned short)(0xD800 + random() % 0x400);  // high
-    case 4: return (unsigned short)(0xDC00 + random() % 0x400);  // low
-    case 5: return random() % 20 == 0 ? 0 : 't';
-    default: return (unsigned short)(0x20 + random() % 0x5F);
+    case 0:
+      return static_cast<unsigned short>(random() % 0x80);
+    case 1:
+      return static_cast<unsigned short>(0x80 + random() % 0x780);
+    case 2:
+      return static_cast<unsigned short>(0x800 + random() % 0xF800);
+    case 3:
+      return static_cast<unsigned short>(0xD800 + random() % 0x400);  // high
+    case 4:
+      return static_cast<unsigned short>(0xDC00 + random() % 0x400);  // low
+    case 5:
+      return random() % 20 == 0 ? 0 : 't';
+    default:
+      return static_cast<unsigned short>(0x20 + random() % 0x5F);
   }
 }
 
 TEST(DifferentialUTF16, EveryUnitAloneAndAfterEveryKindOfUnit) {
   const unsigned short kBefore[] = {0, 0x41, 0x7FF, 0xD800, 0xDBFF, 0xDC00, 0xFFFF};
   for (std::uint32_t u = 0; u <= 0xFFFF; ++u) {
-    unsigned short one[1] = {(unsigned short)u};
+    unsigned short one[1] = {static_cast<unsigned short>(u)};
     ASSERT_EQ(mvcs::UnicodeToUTF8(one, 1), reference::UnicodeToUTF8(one, 1)) << u;
     for (unsigned short before : kBefore) {
-      unsigned short two[2] = {before, (unsigned short)u};
+      unsigned short two[2] = {before, static_cast<unsigned short>(u)};
       ASSERT_EQ(mvcs::UnicodeToUTF8(two, 2), reference::UnicodeToUTF8(two, 2)) << u;
     }
   }
@@ -187,9 +227,14 @@ TEST(DifferentialUTF16, EveryUnitAloneAndAfterEveryKindOfUnit) {
 // (across the middle, at the last place, first in a chunk), in text of each
 // length class.
 TEST(DifferentialUTF16, SurrogatesAtEveryPositionOfAChunk) {
-  const std::vector<std::vector<unsigned short>> pieces = {
-      {0xD83D, 0xDE00}, {0xD800}, {0xDC00}, {0xDBFF, 0xDFFF}, {0xDC00, 0xD800},
-      {0xD800, 0xD800, 0xDC00}, {0xD83D, 0xDE00, 0xD83D, 0xDE00}, {0xD800, 0x41}};
+  const std::vector<std::vector<unsigned short>> pieces = {{0xD83D, 0xDE00},
+                                                           {0xD800},
+                                                           {0xDC00},
+                                                           {0xDBFF, 0xDFFF},
+                                                           {0xDC00, 0xD800},
+                                                           {0xD800, 0xD800, 0xDC00},
+                                                           {0xD83D, 0xDE00, 0xD83D, 0xDE00},
+                                                           {0xD800, 0x41}};
   const std::vector<unsigned short> fillers = {0x61, 0xE9, 0x20AC, 0x7FF, 0x800, 0xFFFF};
   for (unsigned short filler : fillers) {
     for (const std::vector<unsigned short>& piece : pieces) {
@@ -224,10 +269,10 @@ TEST(DifferentialUTF16, SampleTexts) {
     std::vector<unsigned short> utf16;
     for (wchar_t c : wide) {
       if (c >= 0x10000) {
-        utf16.push_back((unsigned short)(0xD800 + ((c - 0x10000) >> 10)));
-        utf16.push_back((unsigned short)(0xDC00 + ((c - 0x10000) & 0x3FF)));
+        utf16.push_back(static_cast<unsigned short>(0xD800 + ((c - 0x10000) >> 10)));
+        utf16.push_back(static_cast<unsigned short>(0xDC00 + ((c - 0x10000) & 0x3FF)));
       } else {
-        utf16.push_back((unsigned short)c);
+        utf16.push_back(static_cast<unsigned short>(c));
       }
     }
     EXPECT_TRUE(mvcs::UnicodeToUTF8(utf16.data(), utf16.size()) == text);

@@ -50,7 +50,8 @@ TEST(UTF8ToWide, IllFormedAfterZeroCharacterStillGivesEmpty) {
 TEST(WideToUTF8, EmptyGivesEmpty) { EXPECT_EQ(mvcs::WideToUTF8(L""), ""); }
 
 TEST(WideToUTF8, EncodesEveryLength) {
-  const std::wstring wide({L'a', (wchar_t)0xE9, (wchar_t)0x20AC, (wchar_t)0x1F600});
+  const std::wstring wide({L'a', static_cast<wchar_t>(0xE9), static_cast<wchar_t>(0x20AC),
+                           static_cast<wchar_t>(0x1F600)});
   EXPECT_EQ(mvcs::WideToUTF8(wide),
             Bytes({'a', 0xC3, 0xA9, 0xE2, 0x82, 0xAC, 0xF0, 0x9F, 0x98, 0x80}));
 }
@@ -75,7 +76,7 @@ TEST(WideToUTF8, AboveMaximumAfterZeroCharacterStillGivesEmpty) {
 
 TEST(UnicodeToUTF8, NullOrZeroCountGivesEmpty) {
   unsigned short units[] = {0x41};
-  EXPECT_EQ(mvcs::UnicodeToUTF8(NULL, 1), "");
+  EXPECT_EQ(mvcs::UnicodeToUTF8(nullptr, 1), "");
   EXPECT_EQ(mvcs::UnicodeToUTF8(units, 0), "");
 }
 
@@ -107,9 +108,7 @@ TEST(IsUTF8, UnusualSecondByteAfterEDIsUTF8) {
 
 TEST(IsUTF8, OverlongIsNotUTF8) { EXPECT_FALSE(mvcs::IsUTF8(Bytes({0xC0, 0x80}))); }
 
-TEST(IsUTF8, TruncatedAtEndIsNotUTF8) {
-  EXPECT_FALSE(mvcs::IsUTF8(Bytes({'a', 0xE2, 0x82})));
-}
+TEST(IsUTF8, TruncatedAtEndIsNotUTF8) { EXPECT_FALSE(mvcs::IsUTF8(Bytes({'a', 0xE2, 0x82}))); }
 
 TEST(IsUTF8, ZeroCharacterIsUTF8) { EXPECT_TRUE(mvcs::IsUTF8(std::string("a\0b", 3))); }
 
@@ -119,7 +118,7 @@ TEST(UTF8ToNative, ReturnsArgumentUnchangedEvenWhenNotUTF8) {
 }
 
 TEST(WideToNative, IsWideToUTF8) {
-  const std::wstring wide({L'x', (wchar_t)0x20AC});
+  const std::wstring wide({L'x', static_cast<wchar_t>(0x20AC)});
   EXPECT_EQ(mvcs::WideToNative(wide), Bytes({'x', 0xE2, 0x82, 0xAC}));
   EXPECT_EQ(mvcs::WideToNative(std::wstring(1, (wchar_t)0x110000)), "");
 }

@@ -51,10 +51,10 @@ TEST(ToolValueTypes, EveryTypeIsNamedInOrder) {
 }
 
 TEST(ToolValueTypes, IntegersAtTheirLimits) {
-  ExpectValue<long long>("int", "-9223372036854775808", (long long)(-9223372036854775807LL - 1));
+  ExpectValue<long long>("int", "-9223372036854775808", (-9223372036854775807LL - 1));
   ExpectValue<long long>("int", "9223372036854775807", 9223372036854775807LL);
   ExpectValue<long long>("int64", "-1", -1LL);
-  ExpectValue<int>("int32", "-2147483648", (int)(-2147483647 - 1));
+  ExpectValue<int>("int32", "-2147483648", (-2147483647 - 1));
   ExpectValue<int>("int32", "2147483647", 2147483647);
   ExpectValue<unsigned int>("uint32", "4294967295", 4294967295u);
   ExpectValue<unsigned int>("uint32", "0", 0u);

@@ -10,8 +10,8 @@
 
 int main(int argc, char** argv) {
   char folder[4096];
-  if (getcwd(folder, sizeof(folder)) == NULL) folder[0] = '\0';
-  std::printf("Sample Morv Media Server: started, process %ld\n", (long)getpid());
+  if (getcwd(folder, sizeof(folder)) == nullptr) folder[0] = '\0';
+  std::printf("Sample Morv Media Server: started, process %ld\n", static_cast<long>(getpid()));
   std::fflush(stdout);  // the first line goes out at once (it may be a pipe)
   std::printf("Sample Morv Media Server: working folder %s\n", folder);
   std::printf("Sample Morv Media Server: %d argument%s\n", argc - 1, argc == 2 ? "" : "s");

@@ -16,7 +16,9 @@
 // deleted with Delete() or released for the last time.
 //
 // Every operation reports failure only by returning false, and fills its
-// output arguments only on success. Nothing is logged or thrown. Names and
+// output arguments only on success (with one exception: the narrow
+// GetChildNames and GetValueNames empty their set first, so a failure
+// leaves it empty). Nothing is logged or thrown. Names and
 // UTF-8 values must be valid UTF-8 (else false); like C strings, they end at
 // their first zero character. Use nodes from one thread at a time.
 
@@ -37,16 +39,16 @@ namespace mvcs {
 // (the one-call functions choose them with a flag of their own). Any value
 // above 9 behaves as 0.
 enum MORVSETTINGSTYPE {
-  MORVSETTINGSTYPE_NONE = 0,                      // no file
-  MORVSETTINGSTYPE_USER = 1,                      // per-user file
-  MORVSETTINGSTYPE_USER_WITH_SHARED = 2,          // per-user, shared file as read fallback
-  MORVSETTINGSTYPE_SHARED = 3,                    // shared file
-  MORVSETTINGSTYPE_USER_ALT = 4,                  // as 1
-  MORVSETTINGSTYPE_USER_WITH_SHARED_ALT = 5,      // as 2
-  MORVSETTINGSTYPE_SHARED_ALT = 6,                // as 3
-  MORVSETTINGSTYPE_USER_CREATE = 7,               // as 1, creating the file and keys
-  MORVSETTINGSTYPE_USER_WITH_SHARED_CREATE = 8,   // as 2, creating the per-user file and keys
-  MORVSETTINGSTYPE_SHARED_CREATE = 9              // as 3, creating the file and keys
+  MORVSETTINGSTYPE_NONE = 0,                     // no file
+  MORVSETTINGSTYPE_USER = 1,                     // per-user file
+  MORVSETTINGSTYPE_USER_WITH_SHARED = 2,         // per-user, shared file as read fallback
+  MORVSETTINGSTYPE_SHARED = 3,                   // shared file
+  MORVSETTINGSTYPE_USER_ALT = 4,                 // as 1
+  MORVSETTINGSTYPE_USER_WITH_SHARED_ALT = 5,     // as 2
+  MORVSETTINGSTYPE_SHARED_ALT = 6,               // as 3
+  MORVSETTINGSTYPE_USER_CREATE = 7,              // as 1, creating the file and keys
+  MORVSETTINGSTYPE_USER_WITH_SHARED_CREATE = 8,  // as 2, creating the per-user file and keys
+  MORVSETTINGSTYPE_SHARED_CREATE = 9             // as 3, creating the file and keys
 };
 
 // A settings node. Counted: the caller that receives a node through an
@@ -62,7 +64,9 @@ class IMorvSettings : public mvtl::IRefCounted {
   virtual bool GetName(std::wstring& name) = 0;
 
   // The number and the names of the child keys (entries that are
-  // dictionaries). Scopes 2, 5 and 8 include the shared file's.
+  // dictionaries). Scopes 2, 5 and 8 include the shared file's. The narrow
+  // GetChildNames empties `names` before it opens the node (a failure
+  // leaves it empty); the wide one changes `names` only on success.
   virtual bool GetChildCount(unsigned long& count) = 0;
   virtual bool GetChildNames(std::set<std::string>& names) = 0;
   virtual bool GetChildNames(std::set<std::wstring>& names) = 0;
@@ -70,11 +74,20 @@ class IMorvSettings : public mvtl::IRefCounted {
   // The node for a child key, by a relative path ("a" or "a/b/c"; "\\"
   // separates too), with this node's scope. *child receives one reference.
   // False when the key does not exist and the scope does not create it.
+  //
+  // Do not repeat a GetChild that failed on the same node for the same
+  // name: the child node that failed to open stays in this node's child
+  // map holding its file, and opening it again stops the process on the
+  // smart pointer's assertion ("ptr == NULL"), which guards against opening
+  // a node twice over. Ask GetChildNames first, or use a creating scope
+  // (7 to 9), which makes missing keys.
   virtual bool GetChild(std::string const& name, IMorvSettings** child) = 0;
   virtual bool GetChild(std::wstring const& name, IMorvSettings** child) = 0;
 
   // The number and the names of the values (entries that are not
-  // dictionaries). Scopes 2, 5 and 8 include the shared file's.
+  // dictionaries). Scopes 2, 5 and 8 include the shared file's. The narrow
+  // GetValueNames empties `names` before it opens the node (a failure
+  // leaves it empty); the wide one changes `names` only on success.
   virtual bool GetValueCount(unsigned long& count) = 0;
   virtual bool GetValueNames(std::set<std::string>& names) = 0;
   virtual bool GetValueNames(std::set<std::wstring>& names) = 0;
@@ -83,6 +96,12 @@ class IMorvSettings : public mvtl::IRefCounted {
   // replacing whatever was there. All integer widths are one 64-bit signed
   // entry: Uint32 is zero-extended, Uint64 stored as the same 64 bits.
   // False for an empty name, invalid UTF-8, or a node that cannot open.
+  //
+  // A node of scope 2 or 5 whose key exists only in the shared file (it
+  // opened through the shared key) has no dictionary to store into: its
+  // stores return true and keep nothing, and no file is written. Scope 8
+  // creates the per-user key, so its stores are kept. Scopes 0 and above 9
+  // likewise return true and keep nothing.
   virtual bool StoreInteger(std::string const& name, long long value) = 0;
   virtual bool StoreInteger(std::wstring const& name, long long value) = 0;
   virtual bool StoreInt32(std::string const& name, int value) = 0;
@@ -99,7 +118,9 @@ class IMorvSettings : public mvtl::IRefCounted {
   virtual bool StoreDouble(std::wstring const& name, double value) = 0;
   virtual bool StoreBoolean(std::string const& name, bool value) = 0;
   virtual bool StoreBoolean(std::wstring const& name, bool value) = 0;
-  // UTF-8 and wide strings are the same entry on disk.
+  // UTF-8 and wide strings are the same entry on disk. StoreWideString
+  // refuses (false, nothing stored) a value that has no UTF-8 form: a unit
+  // above 0x10FFFF or a surrogate.
   virtual bool StoreUTF8String(std::string const& name, std::string const& value) = 0;
   virtual bool StoreUTF8String(std::wstring const& name, std::string const& value) = 0;
   virtual bool StoreWideString(std::string const& name, std::wstring const& value) = 0;
@@ -155,8 +176,10 @@ class IMorvSettings : public mvtl::IRefCounted {
 // may be empty) with `scope` and opens it. On success *settings (when not
 // null) receives the node with one reference for the caller, and the result
 // is true. False, with *settings untouched, for an empty path, an empty
-// component, invalid UTF-8, or a node that cannot open (a missing file or
-// key in a scope that does not create them, a key path through a value).
+// component, invalid UTF-8, a path of more than 127 components (a settings
+// file nests at most 128 dictionaries, its root included; GetChild paths
+// count towards the same limit), or a node that cannot open (a missing file
+// or key in a scope that does not create them, a key path through a value).
 MORVSETTINGS_API bool CreateMorvSettings(std::string const& path, MORVSETTINGSTYPE scope,
                                          IMorvSettings** settings);
 MORVSETTINGS_API bool CreateMorvSettings(std::wstring const& path, MORVSETTINGSTYPE scope,

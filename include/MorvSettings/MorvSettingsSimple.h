@@ -54,108 +54,196 @@ template <class StringT>
 bool CreateSimpleSettings(const StringT& productId, bool installer, bool create, bool query,
                           mvcs::IMorvSettings** settings);
 
-extern template MORVSETTINGS_API bool CreateSimpleSettings<std::string>(
-    const std::string&, bool, bool, bool, mvcs::IMorvSettings**);
-extern template MORVSETTINGS_API bool CreateSimpleSettings<std::wstring>(
-    const std::wstring&, bool, bool, bool, mvcs::IMorvSettings**);
+extern template MORVSETTINGS_API bool CreateSimpleSettings<std::string>(const std::string&, bool,
+                                                                        bool, bool,
+                                                                        mvcs::IMorvSettings**);
+extern template MORVSETTINGS_API bool CreateSimpleSettings<std::wstring>(const std::wstring&, bool,
+                                                                         bool, bool,
+                                                                         mvcs::IMorvSettings**);
 
 namespace mvcs {
 
 // Fetches a value of the product's settings (reading the shared file when
 // the per-user file has none), or of the installer's record. The UTF-8
 // string value is UTF-8 in both overloads.
-MORVSETTINGS_API bool FetchInteger(const std::string& productId, const std::string& name, long long& value);
-MORVSETTINGS_API bool FetchInteger(const std::wstring& productId, const std::wstring& name, long long& value);
-MORVSETTINGS_API bool FetchInstallerInteger(const std::string& productId, const std::string& name, long long& value);
-MORVSETTINGS_API bool FetchInstallerInteger(const std::wstring& productId, const std::wstring& name, long long& value);
+MORVSETTINGS_API bool FetchInteger(const std::string& productId, const std::string& name,
+                                   long long& value);
+MORVSETTINGS_API bool FetchInteger(const std::wstring& productId, const std::wstring& name,
+                                   long long& value);
+MORVSETTINGS_API bool FetchInstallerInteger(const std::string& productId, const std::string& name,
+                                            long long& value);
+MORVSETTINGS_API bool FetchInstallerInteger(const std::wstring& productId, const std::wstring& name,
+                                            long long& value);
 MORVSETTINGS_API bool FetchInt32(const std::string& productId, const std::string& name, int& value);
-MORVSETTINGS_API bool FetchInt32(const std::wstring& productId, const std::wstring& name, int& value);
-MORVSETTINGS_API bool FetchInstallerInt32(const std::string& productId, const std::string& name, int& value);
-MORVSETTINGS_API bool FetchInstallerInt32(const std::wstring& productId, const std::wstring& name, int& value);
-MORVSETTINGS_API bool FetchUint32(const std::string& productId, const std::string& name, unsigned int& value);
-MORVSETTINGS_API bool FetchUint32(const std::wstring& productId, const std::wstring& name, unsigned int& value);
-MORVSETTINGS_API bool FetchInstallerUint32(const std::string& productId, const std::string& name, unsigned int& value);
-MORVSETTINGS_API bool FetchInstallerUint32(const std::wstring& productId, const std::wstring& name, unsigned int& value);
-MORVSETTINGS_API bool FetchInt64(const std::string& productId, const std::string& name, long long& value);
-MORVSETTINGS_API bool FetchInt64(const std::wstring& productId, const std::wstring& name, long long& value);
-MORVSETTINGS_API bool FetchInstallerInt64(const std::string& productId, const std::string& name, long long& value);
-MORVSETTINGS_API bool FetchInstallerInt64(const std::wstring& productId, const std::wstring& name, long long& value);
-MORVSETTINGS_API bool FetchUint64(const std::string& productId, const std::string& name, unsigned long long& value);
-MORVSETTINGS_API bool FetchUint64(const std::wstring& productId, const std::wstring& name, unsigned long long& value);
-MORVSETTINGS_API bool FetchInstallerUint64(const std::string& productId, const std::string& name, unsigned long long& value);
-MORVSETTINGS_API bool FetchInstallerUint64(const std::wstring& productId, const std::wstring& name, unsigned long long& value);
-MORVSETTINGS_API bool FetchFloat(const std::string& productId, const std::string& name, float& value);
-MORVSETTINGS_API bool FetchFloat(const std::wstring& productId, const std::wstring& name, float& value);
-MORVSETTINGS_API bool FetchInstallerFloat(const std::string& productId, const std::string& name, float& value);
-MORVSETTINGS_API bool FetchInstallerFloat(const std::wstring& productId, const std::wstring& name, float& value);
-MORVSETTINGS_API bool FetchDouble(const std::string& productId, const std::string& name, double& value);
-MORVSETTINGS_API bool FetchDouble(const std::wstring& productId, const std::wstring& name, double& value);
-MORVSETTINGS_API bool FetchInstallerDouble(const std::string& productId, const std::string& name, double& value);
-MORVSETTINGS_API bool FetchInstallerDouble(const std::wstring& productId, const std::wstring& name, double& value);
-MORVSETTINGS_API bool FetchBoolean(const std::string& productId, const std::string& name, bool& value);
-MORVSETTINGS_API bool FetchBoolean(const std::wstring& productId, const std::wstring& name, bool& value);
-MORVSETTINGS_API bool FetchInstallerBoolean(const std::string& productId, const std::string& name, bool& value);
-MORVSETTINGS_API bool FetchInstallerBoolean(const std::wstring& productId, const std::wstring& name, bool& value);
-MORVSETTINGS_API bool FetchUTF8String(const std::string& productId, const std::string& name, std::string& value);
-MORVSETTINGS_API bool FetchUTF8String(const std::wstring& productId, const std::wstring& name, std::string& value);
-MORVSETTINGS_API bool FetchInstallerUTF8String(const std::string& productId, const std::string& name, std::string& value);
-MORVSETTINGS_API bool FetchInstallerUTF8String(const std::wstring& productId, const std::wstring& name, std::string& value);
-MORVSETTINGS_API bool FetchWideString(const std::string& productId, const std::string& name, std::wstring& value);
-MORVSETTINGS_API bool FetchWideString(const std::wstring& productId, const std::wstring& name, std::wstring& value);
-MORVSETTINGS_API bool FetchInstallerWideString(const std::string& productId, const std::string& name, std::wstring& value);
-MORVSETTINGS_API bool FetchInstallerWideString(const std::wstring& productId, const std::wstring& name, std::wstring& value);
-MORVSETTINGS_API bool FetchBuffer(const std::string& productId, const std::string& name, mvtl::MemoryBuffer<unsigned char>& value);
-MORVSETTINGS_API bool FetchBuffer(const std::wstring& productId, const std::wstring& name, mvtl::MemoryBuffer<unsigned char>& value);
-MORVSETTINGS_API bool FetchInstallerBuffer(const std::string& productId, const std::string& name, mvtl::MemoryBuffer<unsigned char>& value);
-MORVSETTINGS_API bool FetchInstallerBuffer(const std::wstring& productId, const std::wstring& name, mvtl::MemoryBuffer<unsigned char>& value);
+MORVSETTINGS_API bool FetchInt32(const std::wstring& productId, const std::wstring& name,
+                                 int& value);
+MORVSETTINGS_API bool FetchInstallerInt32(const std::string& productId, const std::string& name,
+                                          int& value);
+MORVSETTINGS_API bool FetchInstallerInt32(const std::wstring& productId, const std::wstring& name,
+                                          int& value);
+MORVSETTINGS_API bool FetchUint32(const std::string& productId, const std::string& name,
+                                  unsigned int& value);
+MORVSETTINGS_API bool FetchUint32(const std::wstring& productId, const std::wstring& name,
+                                  unsigned int& value);
+MORVSETTINGS_API bool FetchInstallerUint32(const std::string& productId, const std::string& name,
+                                           unsigned int& value);
+MORVSETTINGS_API bool FetchInstallerUint32(const std::wstring& productId, const std::wstring& name,
+                                           unsigned int& value);
+MORVSETTINGS_API bool FetchInt64(const std::string& productId, const std::string& name,
+                                 long long& value);
+MORVSETTINGS_API bool FetchInt64(const std::wstring& productId, const std::wstring& name,
+                                 long long& value);
+MORVSETTINGS_API bool FetchInstallerInt64(const std::string& productId, const std::string& name,
+                                          long long& value);
+MORVSETTINGS_API bool FetchInstallerInt64(const std::wstring& productId, const std::wstring& name,
+                                          long long& value);
+MORVSETTINGS_API bool FetchUint64(const std::string& productId, const std::string& name,
+                                  unsigned long long& value);
+MORVSETTINGS_API bool FetchUint64(const std::wstring& productId, const std::wstring& name,
+                                  unsigned long long& value);
+MORVSETTINGS_API bool FetchInstallerUint64(const std::string& productId, const std::string& name,
+                                           unsigned long long& value);
+MORVSETTINGS_API bool FetchInstallerUint64(const std::wstring& productId, const std::wstring& name,
+                                           unsigned long long& value);
+MORVSETTINGS_API bool FetchFloat(const std::string& productId, const std::string& name,
+                                 float& value);
+MORVSETTINGS_API bool FetchFloat(const std::wstring& productId, const std::wstring& name,
+                                 float& value);
+MORVSETTINGS_API bool FetchInstallerFloat(const std::string& productId, const std::string& name,
+                                          float& value);
+MORVSETTINGS_API bool FetchInstallerFloat(const std::wstring& productId, const std::wstring& name,
+                                          float& value);
+MORVSETTINGS_API bool FetchDouble(const std::string& productId, const std::string& name,
+                                  double& value);
+MORVSETTINGS_API bool FetchDouble(const std::wstring& productId, const std::wstring& name,
+                                  double& value);
+MORVSETTINGS_API bool FetchInstallerDouble(const std::string& productId, const std::string& name,
+                                           double& value);
+MORVSETTINGS_API bool FetchInstallerDouble(const std::wstring& productId, const std::wstring& name,
+                                           double& value);
+MORVSETTINGS_API bool FetchBoolean(const std::string& productId, const std::string& name,
+                                   bool& value);
+MORVSETTINGS_API bool FetchBoolean(const std::wstring& productId, const std::wstring& name,
+                                   bool& value);
+MORVSETTINGS_API bool FetchInstallerBoolean(const std::string& productId, const std::string& name,
+                                            bool& value);
+MORVSETTINGS_API bool FetchInstallerBoolean(const std::wstring& productId, const std::wstring& name,
+                                            bool& value);
+MORVSETTINGS_API bool FetchUTF8String(const std::string& productId, const std::string& name,
+                                      std::string& value);
+MORVSETTINGS_API bool FetchUTF8String(const std::wstring& productId, const std::wstring& name,
+                                      std::string& value);
+MORVSETTINGS_API bool FetchInstallerUTF8String(const std::string& productId,
+                                               const std::string& name, std::string& value);
+MORVSETTINGS_API bool FetchInstallerUTF8String(const std::wstring& productId,
+                                               const std::wstring& name, std::string& value);
+MORVSETTINGS_API bool FetchWideString(const std::string& productId, const std::string& name,
+                                      std::wstring& value);
+MORVSETTINGS_API bool FetchWideString(const std::wstring& productId, const std::wstring& name,
+                                      std::wstring& value);
+MORVSETTINGS_API bool FetchInstallerWideString(const std::string& productId,
+                                               const std::string& name, std::wstring& value);
+MORVSETTINGS_API bool FetchInstallerWideString(const std::wstring& productId,
+                                               const std::wstring& name, std::wstring& value);
+MORVSETTINGS_API bool FetchBuffer(const std::string& productId, const std::string& name,
+                                  mvtl::MemoryBuffer<unsigned char>& value);
+MORVSETTINGS_API bool FetchBuffer(const std::wstring& productId, const std::wstring& name,
+                                  mvtl::MemoryBuffer<unsigned char>& value);
+MORVSETTINGS_API bool FetchInstallerBuffer(const std::string& productId, const std::string& name,
+                                           mvtl::MemoryBuffer<unsigned char>& value);
+MORVSETTINGS_API bool FetchInstallerBuffer(const std::wstring& productId, const std::wstring& name,
+                                           mvtl::MemoryBuffer<unsigned char>& value);
 
 // Stores a value in the product's settings (its per-user file), or in the
 // installer's record (the shared file), creating the file and node when
 // missing. All integer widths are one 64-bit entry; Uint32 is zero-extended.
-MORVSETTINGS_API bool StoreInteger(const std::string& productId, const std::string& name, long long value);
-MORVSETTINGS_API bool StoreInteger(const std::wstring& productId, const std::wstring& name, long long value);
-MORVSETTINGS_API bool StoreInstallerInteger(const std::string& productId, const std::string& name, long long value);
-MORVSETTINGS_API bool StoreInstallerInteger(const std::wstring& productId, const std::wstring& name, long long value);
+MORVSETTINGS_API bool StoreInteger(const std::string& productId, const std::string& name,
+                                   long long value);
+MORVSETTINGS_API bool StoreInteger(const std::wstring& productId, const std::wstring& name,
+                                   long long value);
+MORVSETTINGS_API bool StoreInstallerInteger(const std::string& productId, const std::string& name,
+                                            long long value);
+MORVSETTINGS_API bool StoreInstallerInteger(const std::wstring& productId, const std::wstring& name,
+                                            long long value);
 MORVSETTINGS_API bool StoreInt32(const std::string& productId, const std::string& name, int value);
-MORVSETTINGS_API bool StoreInt32(const std::wstring& productId, const std::wstring& name, int value);
-MORVSETTINGS_API bool StoreInstallerInt32(const std::string& productId, const std::string& name, int value);
-MORVSETTINGS_API bool StoreInstallerInt32(const std::wstring& productId, const std::wstring& name, int value);
-MORVSETTINGS_API bool StoreUint32(const std::string& productId, const std::string& name, unsigned int value);
-MORVSETTINGS_API bool StoreUint32(const std::wstring& productId, const std::wstring& name, unsigned int value);
-MORVSETTINGS_API bool StoreInstallerUint32(const std::string& productId, const std::string& name, unsigned int value);
-MORVSETTINGS_API bool StoreInstallerUint32(const std::wstring& productId, const std::wstring& name, unsigned int value);
-MORVSETTINGS_API bool StoreInt64(const std::string& productId, const std::string& name, long long value);
-MORVSETTINGS_API bool StoreInt64(const std::wstring& productId, const std::wstring& name, long long value);
-MORVSETTINGS_API bool StoreInstallerInt64(const std::string& productId, const std::string& name, long long value);
-MORVSETTINGS_API bool StoreInstallerInt64(const std::wstring& productId, const std::wstring& name, long long value);
-MORVSETTINGS_API bool StoreUint64(const std::string& productId, const std::string& name, unsigned long long value);
-MORVSETTINGS_API bool StoreUint64(const std::wstring& productId, const std::wstring& name, unsigned long long value);
-MORVSETTINGS_API bool StoreInstallerUint64(const std::string& productId, const std::string& name, unsigned long long value);
-MORVSETTINGS_API bool StoreInstallerUint64(const std::wstring& productId, const std::wstring& name, unsigned long long value);
-MORVSETTINGS_API bool StoreFloat(const std::string& productId, const std::string& name, float value);
-MORVSETTINGS_API bool StoreFloat(const std::wstring& productId, const std::wstring& name, float value);
-MORVSETTINGS_API bool StoreInstallerFloat(const std::string& productId, const std::string& name, float value);
-MORVSETTINGS_API bool StoreInstallerFloat(const std::wstring& productId, const std::wstring& name, float value);
-MORVSETTINGS_API bool StoreDouble(const std::string& productId, const std::string& name, double value);
-MORVSETTINGS_API bool StoreDouble(const std::wstring& productId, const std::wstring& name, double value);
-MORVSETTINGS_API bool StoreInstallerDouble(const std::string& productId, const std::string& name, double value);
-MORVSETTINGS_API bool StoreInstallerDouble(const std::wstring& productId, const std::wstring& name, double value);
-MORVSETTINGS_API bool StoreBoolean(const std::string& productId, const std::string& name, bool value);
-MORVSETTINGS_API bool StoreBoolean(const std::wstring& productId, const std::wstring& name, bool value);
-MORVSETTINGS_API bool StoreInstallerBoolean(const std::string& productId, const std::string& name, bool value);
-MORVSETTINGS_API bool StoreInstallerBoolean(const std::wstring& productId, const std::wstring& name, bool value);
-MORVSETTINGS_API bool StoreUTF8String(const std::string& productId, const std::string& name, const std::string& value);
-MORVSETTINGS_API bool StoreUTF8String(const std::wstring& productId, const std::wstring& name, const std::string& value);
-MORVSETTINGS_API bool StoreInstallerUTF8String(const std::string& productId, const std::string& name, const std::string& value);
-MORVSETTINGS_API bool StoreInstallerUTF8String(const std::wstring& productId, const std::wstring& name, const std::string& value);
-MORVSETTINGS_API bool StoreWideString(const std::string& productId, const std::string& name, const std::wstring& value);
-MORVSETTINGS_API bool StoreWideString(const std::wstring& productId, const std::wstring& name, const std::wstring& value);
-MORVSETTINGS_API bool StoreInstallerWideString(const std::string& productId, const std::string& name, const std::wstring& value);
-MORVSETTINGS_API bool StoreInstallerWideString(const std::wstring& productId, const std::wstring& name, const std::wstring& value);
-MORVSETTINGS_API bool StoreBuffer(const std::string& productId, const std::string& name, const void* data, unsigned long size);
-MORVSETTINGS_API bool StoreBuffer(const std::wstring& productId, const std::wstring& name, const void* data, unsigned long size);
-MORVSETTINGS_API bool StoreInstallerBuffer(const std::string& productId, const std::string& name, const void* data, unsigned long size);
-MORVSETTINGS_API bool StoreInstallerBuffer(const std::wstring& productId, const std::wstring& name, const void* data, unsigned long size);
+MORVSETTINGS_API bool StoreInt32(const std::wstring& productId, const std::wstring& name,
+                                 int value);
+MORVSETTINGS_API bool StoreInstallerInt32(const std::string& productId, const std::string& name,
+                                          int value);
+MORVSETTINGS_API bool StoreInstallerInt32(const std::wstring& productId, const std::wstring& name,
+                                          int value);
+MORVSETTINGS_API bool StoreUint32(const std::string& productId, const std::string& name,
+                                  unsigned int value);
+MORVSETTINGS_API bool StoreUint32(const std::wstring& productId, const std::wstring& name,
+                                  unsigned int value);
+MORVSETTINGS_API bool StoreInstallerUint32(const std::string& productId, const std::string& name,
+                                           unsigned int value);
+MORVSETTINGS_API bool StoreInstallerUint32(const std::wstring& productId, const std::wstring& name,
+                                           unsigned int value);
+MORVSETTINGS_API bool StoreInt64(const std::string& productId, const std::string& name,
+                                 long long value);
+MORVSETTINGS_API bool StoreInt64(const std::wstring& productId, const std::wstring& name,
+                                 long long value);
+MORVSETTINGS_API bool StoreInstallerInt64(const std::string& productId, const std::string& name,
+                                          long long value);
+MORVSETTINGS_API bool StoreInstallerInt64(const std::wstring& productId, const std::wstring& name,
+                                          long long value);
+MORVSETTINGS_API bool StoreUint64(const std::string& productId, const std::string& name,
+                                  unsigned long long value);
+MORVSETTINGS_API bool StoreUint64(const std::wstring& productId, const std::wstring& name,
+                                  unsigned long long value);
+MORVSETTINGS_API bool StoreInstallerUint64(const std::string& productId, const std::string& name,
+                                           unsigned long long value);
+MORVSETTINGS_API bool StoreInstallerUint64(const std::wstring& productId, const std::wstring& name,
+                                           unsigned long long value);
+MORVSETTINGS_API bool StoreFloat(const std::string& productId, const std::string& name,
+                                 float value);
+MORVSETTINGS_API bool StoreFloat(const std::wstring& productId, const std::wstring& name,
+                                 float value);
+MORVSETTINGS_API bool StoreInstallerFloat(const std::string& productId, const std::string& name,
+                                          float value);
+MORVSETTINGS_API bool StoreInstallerFloat(const std::wstring& productId, const std::wstring& name,
+                                          float value);
+MORVSETTINGS_API bool StoreDouble(const std::string& productId, const std::string& name,
+                                  double value);
+MORVSETTINGS_API bool StoreDouble(const std::wstring& productId, const std::wstring& name,
+                                  double value);
+MORVSETTINGS_API bool StoreInstallerDouble(const std::string& productId, const std::string& name,
+                                           double value);
+MORVSETTINGS_API bool StoreInstallerDouble(const std::wstring& productId, const std::wstring& name,
+                                           double value);
+MORVSETTINGS_API bool StoreBoolean(const std::string& productId, const std::string& name,
+                                   bool value);
+MORVSETTINGS_API bool StoreBoolean(const std::wstring& productId, const std::wstring& name,
+                                   bool value);
+MORVSETTINGS_API bool StoreInstallerBoolean(const std::string& productId, const std::string& name,
+                                            bool value);
+MORVSETTINGS_API bool StoreInstallerBoolean(const std::wstring& productId, const std::wstring& name,
+                                            bool value);
+MORVSETTINGS_API bool StoreUTF8String(const std::string& productId, const std::string& name,
+                                      const std::string& value);
+MORVSETTINGS_API bool StoreUTF8String(const std::wstring& productId, const std::wstring& name,
+                                      const std::string& value);
+MORVSETTINGS_API bool StoreInstallerUTF8String(const std::string& productId,
+                                               const std::string& name, const std::string& value);
+MORVSETTINGS_API bool StoreInstallerUTF8String(const std::wstring& productId,
+                                               const std::wstring& name, const std::string& value);
+MORVSETTINGS_API bool StoreWideString(const std::string& productId, const std::string& name,
+                                      const std::wstring& value);
+MORVSETTINGS_API bool StoreWideString(const std::wstring& productId, const std::wstring& name,
+                                      const std::wstring& value);
+MORVSETTINGS_API bool StoreInstallerWideString(const std::string& productId,
+                                               const std::string& name, const std::wstring& value);
+MORVSETTINGS_API bool StoreInstallerWideString(const std::wstring& productId,
+                                               const std::wstring& name, const std::wstring& value);
+MORVSETTINGS_API bool StoreBuffer(const std::string& productId, const std::string& name,
+                                  const void* data, unsigned long size);
+MORVSETTINGS_API bool StoreBuffer(const std::wstring& productId, const std::wstring& name,
+                                  const void* data, unsigned long size);
+MORVSETTINGS_API bool StoreInstallerBuffer(const std::string& productId, const std::string& name,
+                                           const void* data, unsigned long size);
+MORVSETTINGS_API bool StoreInstallerBuffer(const std::wstring& productId, const std::wstring& name,
+                                           const void* data, unsigned long size);
 
 // Deletes the value or child key `name` directly under the product's node
 // (true also when there is none), or, without a name, the product's node
@@ -163,7 +251,8 @@ MORVSETTINGS_API bool StoreInstallerBuffer(const std::wstring& productId, const 
 MORVSETTINGS_API bool DeleteSetting(const std::string& productId, const std::string& name);
 MORVSETTINGS_API bool DeleteSetting(const std::wstring& productId, const std::wstring& name);
 MORVSETTINGS_API bool DeleteInstallerSetting(const std::string& productId, const std::string& name);
-MORVSETTINGS_API bool DeleteInstallerSetting(const std::wstring& productId, const std::wstring& name);
+MORVSETTINGS_API bool DeleteInstallerSetting(const std::wstring& productId,
+                                             const std::wstring& name);
 MORVSETTINGS_API bool DeleteSetting(const std::string& productId);
 MORVSETTINGS_API bool DeleteSetting(const std::wstring& productId);
 MORVSETTINGS_API bool DeleteInstallerSetting(const std::string& productId);
@@ -180,16 +269,20 @@ MORVSETTINGS_API bool ProductInstallerSettingsExists(const std::wstring& product
 // product's node (with the shared file's) or of the installer's record.
 MORVSETTINGS_API bool GetValueNames(const std::string& productId, std::set<std::string>& names);
 MORVSETTINGS_API bool GetValueNames(const std::wstring& productId, std::set<std::wstring>& names);
-MORVSETTINGS_API bool GetInstallerValueNames(const std::string& productId, std::set<std::string>& names);
-MORVSETTINGS_API bool GetInstallerValueNames(const std::wstring& productId, std::set<std::wstring>& names);
+MORVSETTINGS_API bool GetInstallerValueNames(const std::string& productId,
+                                             std::set<std::string>& names);
+MORVSETTINGS_API bool GetInstallerValueNames(const std::wstring& productId,
+                                             std::set<std::wstring>& names);
 MORVSETTINGS_API bool GetValueCount(const std::string& productId, unsigned long& count);
 MORVSETTINGS_API bool GetValueCount(const std::wstring& productId, unsigned long& count);
 MORVSETTINGS_API bool GetInstallerValueCount(const std::string& productId, unsigned long& count);
 MORVSETTINGS_API bool GetInstallerValueCount(const std::wstring& productId, unsigned long& count);
 MORVSETTINGS_API bool GetChildNames(const std::string& productId, std::set<std::string>& names);
 MORVSETTINGS_API bool GetChildNames(const std::wstring& productId, std::set<std::wstring>& names);
-MORVSETTINGS_API bool GetInstallerChildNames(const std::string& productId, std::set<std::string>& names);
-MORVSETTINGS_API bool GetInstallerChildNames(const std::wstring& productId, std::set<std::wstring>& names);
+MORVSETTINGS_API bool GetInstallerChildNames(const std::string& productId,
+                                             std::set<std::string>& names);
+MORVSETTINGS_API bool GetInstallerChildNames(const std::wstring& productId,
+                                             std::set<std::wstring>& names);
 MORVSETTINGS_API bool GetChildCount(const std::string& productId, unsigned long& count);
 MORVSETTINGS_API bool GetChildCount(const std::wstring& productId, unsigned long& count);
 MORVSETTINGS_API bool GetInstallerChildCount(const std::string& productId, unsigned long& count);

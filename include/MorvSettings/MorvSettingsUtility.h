@@ -37,9 +37,10 @@ enum MORVVALUEKIND {
 // The kind of the entry `name` (one entry, as the typed operations take
 // names) of `node`: the entry of the node's own dictionary, or, for scopes
 // with the shared file as fallback (2, 5, 8) when the own dictionary has no
-// entry of that name, the shared one. Opens the node if needed.
-// MORVVALUEKIND_NONE for no such entry, an empty name, or a node that does
-// not open.
+// entry of that name, the shared one. Opens the node if needed. The name
+// is taken as the typed operations take it: up to its first zero
+// character. MORVVALUEKIND_NONE for no such entry, an empty name, a name
+// that is not valid UTF-8, or a node that does not open.
 MORVSETTINGS_API MORVVALUEKIND GetValueKind(IMorvSettings* node, const std::string& name);
 
 // The per-user settings file of product `productId`
@@ -50,15 +51,31 @@ MORVSETTINGS_API MORVVALUEKIND GetValueKind(IMorvSettings* node, const std::stri
 MORVSETTINGS_API std::string GetProductSettingsFile(const std::string& productId);
 MORVSETTINGS_API std::string GetSharedSettingsFile();
 
+// The outcome of a save: success, or the reason it failed as an errno
+// value, kept with the outcome (errno itself may be changed by any later
+// library call).
+class SaveResult {
+ public:
+  SaveResult() : m_error(0) {}                        // success
+  explicit SaveResult(int error) : m_error(error) {}  // failure (error != 0)
+  bool IsOk() const { return m_error == 0; }
+  explicit operator bool() const { return IsOk(); }
+  // 0 on success; otherwise the errno value that says why.
+  int GetError() const { return m_error; }
+
+ private:
+  int m_error;
+};
+
 // Writes the files of `node` that hold changes now, instead of when the
-// node closes, and says whether that worked: true when every file with
-// changes was written (or none had any). On false the files on disk are as
-// they were, the changes stay in memory (a later close tries again), and
-// errno tells why: as the failing system call set it (EACCES, EROFS,
-// ENOSPC, ...), EFBIG for a file that would be larger than the store reads
-// (64 MiB), or EINVAL for settings that cannot be written so as to read
-// back. False, with errno EINVAL, for a node not made by this library.
-MORVSETTINGS_API bool SaveSettings(IMorvSettings* node);
+// node closes. Succeeds when every file with changes was written (or none
+// had any). On failure the files on disk are as they were, the changes stay
+// in memory (a later close tries again), and the result's error says why:
+// as the failing system call set it (EACCES, EROFS, ENOSPC, ...), EFBIG for
+// a file that would be larger than the store reads (64 MiB), or EINVAL for
+// settings that cannot be written so as to read back. EINVAL also for a
+// node not made by this library.
+MORVSETTINGS_API SaveResult SaveSettings(IMorvSettings* node);
 
 enum MORVPLISTFORMAT {
   MORVPLISTFORMAT_BINARY = 0,  // binary property list, version 1.0

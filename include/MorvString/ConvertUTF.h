@@ -29,9 +29,9 @@
 extern "C" {
 #endif
 
-typedef unsigned int UTF32;   /* one code point */
-typedef unsigned short UTF16; /* one UTF-16 code unit */
-typedef unsigned char UTF8;   /* one UTF-8 code unit */
+typedef unsigned int UTF32;    /* one code point */
+typedef unsigned short UTF16;  /* one UTF-16 code unit */
+typedef unsigned char UTF8;    /* one UTF-8 code unit */
 typedef unsigned char Boolean; /* 1 true, 0 false */
 
 #define UNI_REPLACEMENT_CHAR (UTF32)0x0000FFFD
@@ -50,40 +50,36 @@ typedef enum {
   sourceIllegal = 3    /* the source holds an ill-formed unit or sequence */
 } ConversionResult;
 
-typedef enum {
-  strictConversion = 0,
-  lenientConversion = 1
-} ConversionFlags;
+typedef enum { strictConversion = 0, lenientConversion = 1 } ConversionFlags;
 
-MORVSTRING_API ConversionResult ConvertUTF32toUTF16(
-    const UTF32** sourceStart, const UTF32* sourceEnd, UTF16** targetStart,
-    UTF16* targetEnd, ConversionFlags flags);
+MORVSTRING_API ConversionResult ConvertUTF32toUTF16(const UTF32** sourceStart,
+                                                    const UTF32* sourceEnd, UTF16** targetStart,
+                                                    UTF16* targetEnd, ConversionFlags flags);
 
-MORVSTRING_API ConversionResult ConvertUTF16toUTF32(
-    const UTF16** sourceStart, const UTF16* sourceEnd, UTF32** targetStart,
-    UTF32* targetEnd, ConversionFlags flags);
+MORVSTRING_API ConversionResult ConvertUTF16toUTF32(const UTF16** sourceStart,
+                                                    const UTF16* sourceEnd, UTF32** targetStart,
+                                                    UTF32* targetEnd, ConversionFlags flags);
 
-MORVSTRING_API ConversionResult ConvertUTF16toUTF8(
-    const UTF16** sourceStart, const UTF16* sourceEnd, UTF8** targetStart,
-    UTF8* targetEnd, ConversionFlags flags);
+MORVSTRING_API ConversionResult ConvertUTF16toUTF8(const UTF16** sourceStart,
+                                                   const UTF16* sourceEnd, UTF8** targetStart,
+                                                   UTF8* targetEnd, ConversionFlags flags);
 
-MORVSTRING_API ConversionResult ConvertUTF32toUTF8(
-    const UTF32** sourceStart, const UTF32* sourceEnd, UTF8** targetStart,
-    UTF8* targetEnd, ConversionFlags flags);
+MORVSTRING_API ConversionResult ConvertUTF32toUTF8(const UTF32** sourceStart,
+                                                   const UTF32* sourceEnd, UTF8** targetStart,
+                                                   UTF8* targetEnd, ConversionFlags flags);
 
-MORVSTRING_API ConversionResult ConvertUTF8toUTF32(
-    const UTF8** sourceStart, const UTF8* sourceEnd, UTF32** targetStart,
-    UTF32* targetEnd, ConversionFlags flags);
+MORVSTRING_API ConversionResult ConvertUTF8toUTF32(const UTF8** sourceStart, const UTF8* sourceEnd,
+                                                   UTF32** targetStart, UTF32* targetEnd,
+                                                   ConversionFlags flags);
 
-MORVSTRING_API ConversionResult ConvertUTF8toUTF16(
-    const UTF8** sourceStart, const UTF8* sourceEnd, UTF16** targetStart,
-    UTF16* targetEnd, ConversionFlags flags);
+MORVSTRING_API ConversionResult ConvertUTF8toUTF16(const UTF8** sourceStart, const UTF8* sourceEnd,
+                                                   UTF16** targetStart, UTF16* targetEnd,
+                                                   ConversionFlags flags);
 
 /* Whether the UTF-8 sequence that starts at `source` is complete (it ends at
  * or before `sourceEnd`) and well formed under the rules above. False when
  * source is null or not before sourceEnd. */
-MORVSTRING_API Boolean isLegalUTF8Sequence(const UTF8* source,
-                                           const UTF8* sourceEnd);
+MORVSTRING_API Boolean isLegalUTF8Sequence(const UTF8* source, const UTF8* sourceEnd);
 
 /* The number of bytes that follow the lead byte `first` in its sequence:
  * 0 for 00-BF (so a stray trail byte counts as a one-byte sequence), 1 for

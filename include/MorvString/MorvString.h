@@ -28,8 +28,7 @@ MORVSTRING_API std::string WideToUTF8(const std::wstring& wide);
 // `count` UTF-16 units to UTF-8. Unpaired surrogates are passed through as
 // three-byte sequences; a high surrogate as the last unit makes the result
 // empty, as do a null pointer and a count of 0. The units are only read.
-MORVSTRING_API std::string UnicodeToUTF8(unsigned short* units,
-                                         unsigned long count);
+MORVSTRING_API std::string UnicodeToUTF8(unsigned short* units, unsigned long count);
 
 // Whether the whole string is UTF-8 by the rules the decoders apply
 // (including their acceptance of ED 41 80). The empty string is UTF-8; a
@@ -72,8 +71,7 @@ MORVSTRING_API bool IsCodePageAvailable(const char* name);
 // null out pointer; false, with *out null and *outLength 0, when the
 // converter cannot be opened (unknown name, no library).
 MORVSTRING_API bool UnicodeToCodePage(const char* name, const unsigned short* source,
-                                      unsigned long count, char** out,
-                                      unsigned long* outLength);
+                                      unsigned long count, char** out, unsigned long* outLength);
 
 // `count` bytes of code page `name` to UTF-16 units; the mirror image of
 // UnicodeToCodePage (4 units of room a byte, a zero unit after the text,

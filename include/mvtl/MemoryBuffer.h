@@ -17,7 +17,7 @@ namespace mvtl {
 template <class T>
 class MemoryBuffer {
  public:
-  MemoryBuffer() : m_data(NULL), m_count(0) {}
+  MemoryBuffer() : m_data(nullptr), m_count(0) {}
 
   // Frees the elements.
   virtual ~MemoryBuffer() { Reset(0, false); }
@@ -32,7 +32,7 @@ class MemoryBuffer {
   void Reset(unsigned long count, bool zero) {
     if (count != m_count) {
       delete[] m_data;
-      m_data = NULL;
+      m_data = nullptr;
       m_count = 0;
       if (count != 0) {
         try {
@@ -43,7 +43,7 @@ class MemoryBuffer {
         }
       }
     }
-    if (zero && m_data != NULL) std::memset(m_data, 0, m_count * sizeof(T));
+    if (zero && m_data != nullptr) std::memset(m_data, 0, m_count * sizeof(T));
   }
 
   // Makes the buffer hold count + extra elements, the first `count` copied
@@ -51,8 +51,7 @@ class MemoryBuffer {
   // elements after them are zeroed; otherwise they are left as they are.
   // If the buffer cannot be sized (allocation failure, or count + extra does
   // not fit in an unsigned long) it is left empty and nothing is copied.
-  void Copy(const T* source, unsigned long count, unsigned long extra,
-            bool zeroExtra) {
+  void Copy(const T* source, unsigned long count, unsigned long extra, bool zeroExtra) {
     const unsigned long total = count + extra;
     if (total < count) {  // wrapped around
       Reset(0, false);

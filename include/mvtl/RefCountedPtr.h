@@ -18,8 +18,7 @@ namespace mvtl {
 // Reports a failed assertion and ends the process. Prints
 // "<file>:<line>: failed assertion `<expression>'\n" to standard error,
 // flushes it and calls abort(); it never returns.
-[[noreturn]] inline void AssertionFailed(const char* file, unsigned line,
-                                         const char* expression) {
+[[noreturn]] inline void AssertionFailed(const char* file, unsigned line, const char* expression) {
   std::fprintf(stderr, "%s:%u: failed assertion `%s'\n", file, line, expression);
   std::fflush(stderr);
   std::abort();
@@ -47,18 +46,16 @@ class IRefCounted {
 template <class T>
 class RefCountedPtr_STLSafe {
  public:
-  RefCountedPtr_STLSafe() : ptr(NULL) {}
+  RefCountedPtr_STLSafe() : ptr(nullptr) {}
 
   // Shares the other pointer's object: adds one reference.
-  RefCountedPtr_STLSafe(const RefCountedPtr_STLSafe& other) : ptr(NULL) {
-    Assign(other.ptr);
-  }
+  RefCountedPtr_STLSafe(const RefCountedPtr_STLSafe& other) : ptr(nullptr) { Assign(other.ptr); }
 
   // Releases the held reference, if any.
   virtual ~RefCountedPtr_STLSafe() {
-    if (ptr != NULL) {
+    if (ptr != nullptr) {
       ptr->Release();
-      ptr = NULL;
+      ptr = nullptr;
     }
   }
 
@@ -72,12 +69,12 @@ class RefCountedPtr_STLSafe {
   // release comes first, assigning the object that this pointer alone keeps
   // alive destroys it before the add-ref: never self-assign.
   void Assign(const T* p) const {
-    if (ptr != NULL) {
+    if (ptr != nullptr) {
       ptr->Release();
-      ptr = NULL;
+      ptr = nullptr;
     }
     ptr = const_cast<T*>(p);
-    if (ptr != NULL) ptr->AddRef();
+    if (ptr != nullptr) ptr->AddRef();
   }
 
   // The held object (null when empty). Ownership stays with this pointer.
@@ -126,7 +123,7 @@ class RefCountedPtr : public RefCountedPtr_STLSafe<T> {
 
   // Out-parameter access for factories; aborts unless the pointer is null.
   T** operator&() {
-    if (this->ptr != NULL) {
+    if (this->ptr != nullptr) {
       AssertionFailed(__FILE__, kOutParameterAssertLine, "ptr == NULL");
     }
     return &this->ptr;

@@ -36,8 +36,7 @@ int launchMMS() {
 
   // The bundle path, relative to the current folder, comes first; the
   // settings store is not consulted when it exists.
-  const QString bundle =
-      QString::fromLatin1("MorvMediaServer.app/Contents/MacOS/MorvMediaServer");
+  const QString bundle = QString::fromLatin1("MorvMediaServer.app/Contents/MacOS/MorvMediaServer");
   if (QFile::exists(bundle)) {
     executable = bundle;
   } else {
@@ -46,7 +45,8 @@ int launchMMS() {
       return 0;
     }
     // The whole value is the executable's path, as it stands.
-    executable = QString::fromWCharArray(installPath.data(), (qsizetype)installPath.size());
+    executable =
+        QString::fromWCharArray(installPath.data(), static_cast<qsizetype>(installPath.size()));
     if (!QFile::exists(executable)) return 0;
   }
 
@@ -58,8 +58,8 @@ int launchMMS() {
   // Plain text items as they stand, the path between double quotes exactly
   // as it is (Qt 6 would escape quotes, backslashes and other characters
   // inside them), then the list.
-  qDebug().noquote() << "Lauching Morv Media Server:" << Quoted(executable) << "with arguments:"
-                     << ListText(arguments);
+  qDebug().noquote() << "Lauching Morv Media Server:" << Quoted(executable)
+                     << "with arguments:" << ListText(arguments);
 
   return QProcess::startDetached(executable, arguments) ? 2 : 1;
 }

@@ -21,11 +21,11 @@ const unsigned kSharedSet = 0x248;         // 3, 6, 9: the shared file
 const unsigned kUserReadWriteSet = 0x1B6;  // 1, 2, 4, 5, 7, 8
 
 bool InSet(MORVSETTINGSTYPE scope, unsigned set) {
-  return (unsigned)scope <= 9 && ((1u << (unsigned)scope) & set) != 0;
+  return static_cast<unsigned>(scope) <= 9 && ((1u << static_cast<unsigned>(scope)) & set) != 0;
 }
 
 // Scopes 7, 8 and 9 create missing files and keys.
-bool Creates(MORVSETTINGSTYPE scope) { return (unsigned)scope - 7u <= 2u; }
+bool Creates(MORVSETTINGSTYPE scope) { return static_cast<unsigned>(scope) - 7u <= 2u; }
 
 bool HasReadWriteFile(MORVSETTINGSTYPE scope) {
   return InSet(scope, kUserReadWriteSet) || InSet(scope, kSharedSet);
@@ -35,9 +35,9 @@ bool HasReadWriteFile(MORVSETTINGSTYPE scope) {
 // dictionaries.
 void CollectNames(const PListDictionary* dictionary, bool dictionaries,
                   std::set<std::string>& names) {
-  if (dictionary == NULL) return;
+  if (dictionary == nullptr) return;
   for (const auto& entry : dictionary->GetEntries()) {
-    if ((AsDictionary(entry.second) != NULL) == dictionaries) names.insert(entry.first);
+    if ((AsDictionary(entry.second) != nullptr) == dictionaries) names.insert(entry.first);
   }
 }
 
@@ -60,10 +60,10 @@ std::vector<std::string> tokenize(const std::string& text, const std::string& se
   return pieces;
 }
 
-MorvSettings::MorvSettings(MORVSETTINGSTYPE scope, const std::string& name,
-                           MorvSettings* parent, const std::string& productId)
+MorvSettings::MorvSettings(MORVSETTINGSTYPE scope, const std::string& name, MorvSettings* parent,
+                           const std::string& productId)
     : m_scope(scope), m_name(name), m_fullKeyPath(name) {
-  if (parent != NULL) {
+  if (parent != nullptr) {
     m_fullKeyPath = parent->m_fullKeyPath + "/" + name;
     m_sharedFilePath = parent->m_sharedFilePath;
     m_userFilePath = parent->m_userFilePath;
@@ -87,7 +87,7 @@ bool MorvSettings::CreateMorvSettingsInternal(const std::string& path, MORVSETTI
   // child, so after this list goes only the handed-out node (and what it
   // holds) stays.
   std::list<mvtl::RefCountedPtr_STLSafe<IMorvSettings>> chain;
-  MorvSettings* deepest = NULL;
+  MorvSettings* deepest = nullptr;
   for (const std::string& component : components) {
     if (component.empty()) return false;
     MorvSettings* node = new MorvSettings(scope, component, deepest, productId);
@@ -95,16 +95,15 @@ bool MorvSettings::CreateMorvSettingsInternal(const std::string& path, MORVSETTI
     chain.back().Assign(node);
     deepest = node;
   }
-  if (deepest == NULL || !deepest->Open()) return false;
-  if (out != NULL) {
+  if (deepest == nullptr || !deepest->Open()) return false;
+  if (out != nullptr) {
     *out = deepest;
     deepest->AddRef();
   }
   return true;
 }
 
-bool CreateMorvSettings(std::string const& path, MORVSETTINGSTYPE scope,
-                        IMorvSettings** settings) {
+bool CreateMorvSettings(std::string const& path, MORVSETTINGSTYPE scope, IMorvSettings** settings) {
   return MorvSettings::CreateMorvSettingsInternal(path, scope, settings);
 }
 
@@ -114,7 +113,7 @@ bool CreateMorvSettings(std::wstring const& path, MORVSETTINGSTYPE scope,
 }
 
 bool MorvSettings::Open() {
-  if (m_userKey.Get() != NULL || m_sharedKey.Get() != NULL) return true;
+  if (m_userKey.Get() != nullptr || m_sharedKey.Get() != nullptr) return true;
   const bool create = Creates(m_scope);
   // Files are fetched through the smart pointers' out-parameter, which
   // requires them empty: a node whose earlier open obtained a file but then
@@ -141,14 +140,14 @@ bool MorvSettings::Open() {
     case MORVSETTINGSTYPE_USER_ALT:
     case MORVSETTINGSTYPE_USER_CREATE:
     case MORVSETTINGSTYPE_USER_WITH_SHARED_CREATE:  // with create it always has one
-      return m_userKey.Get() != NULL;
+      return m_userKey.Get() != nullptr;
     case MORVSETTINGSTYPE_USER_WITH_SHARED:
     case MORVSETTINGSTYPE_USER_WITH_SHARED_ALT:
-      return m_userKey.Get() != NULL || m_sharedKey.Get() != NULL;
+      return m_userKey.Get() != nullptr || m_sharedKey.Get() != nullptr;
     case MORVSETTINGSTYPE_SHARED:
     case MORVSETTINGSTYPE_SHARED_ALT:
     case MORVSETTINGSTYPE_SHARED_CREATE:
-      return m_sharedKey.Get() != NULL;
+      return m_sharedKey.Get() != nullptr;
     default:
       return true;  // no file at all
   }
@@ -162,10 +161,9 @@ bool MorvSettings::Open() {
 // `key` receives the dictionary reached and `parent` the one holding it.
 // With no file or no loaded tree: true, nothing set.
 bool MorvSettings::GetChildKey(PList* file, const std::string& keyPath, bool create,
-                               bool isUserFile,
-                               mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
+                               bool isUserFile, mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
                                mvtl::RefCountedPtr_STLSafe<PListDictionary>& parent) {
-  if (file == NULL || file->GetRoot() == NULL) return true;
+  if (file == nullptr || file->GetRoot() == nullptr) return true;
   const std::vector<std::string> components = tokenize(keyPath, "/");
   // No key deeper than a settings file may nest (the root is one level).
   if (components.size() >= kMaxNesting) return false;
@@ -173,10 +171,10 @@ bool MorvSettings::GetChildKey(PList* file, const std::string& keyPath, bool cre
   PListDictionary* holder = current;
   for (const std::string& component : components) {
     const PListValue* entry = current->Find(component);
-    PListDictionary* next = NULL;
-    if (entry != NULL) {
+    PListDictionary* next = nullptr;
+    if (entry != nullptr) {
       next = AsDictionary(*entry);
-      if (next == NULL) return false;
+      if (next == nullptr) return false;
     } else if (create) {
       PListDictionaryRef made;
       made.Assign(new PListDictionary);
@@ -207,13 +205,13 @@ MorvSettings* MorvSettings::OpenChild(const std::string& name) {
   const ChildMap::iterator found = m_children.find(name);
   if (found != m_children.end()) {
     MorvSettings* child = dynamic_cast<MorvSettings*>(found->second.Get());
-    return child != NULL && child->Open() ? child : NULL;
+    return child != nullptr && child->Open() ? child : nullptr;
   }
   // The new child enters the child map (which keeps it, also when it fails
   // to open); this holds it while it opens.
   const mvtl::RefCountedPtr<MorvSettings> child(
       new MorvSettings(m_scope, name, this, std::string()));
-  return child->Open() ? child.Get() : NULL;
+  return child->Open() ? child.Get() : nullptr;
 }
 
 bool MorvSettings::GetChild(std::string const& name, IMorvSettings** out) {
@@ -221,9 +219,9 @@ bool MorvSettings::GetChild(std::string const& name, IMorvSettings** out) {
   if (name.empty() || !StoredText(name, path) || !Open()) return false;
   const std::size_t separator = path.find_first_of("/\\");
   IMorvSettings* child = OpenChild(path.substr(0, separator));
-  if (child == NULL) return false;
+  if (child == nullptr) return false;
   if (separator != std::string::npos) return child->GetChild(path.substr(separator + 1), out);
-  if (out != NULL) {
+  if (out != nullptr) {
     *out = child;
     child->AddRef();
   }
@@ -288,7 +286,7 @@ bool MorvSettings::Delete(std::string const& name) {
     return false;
   }
   PListDictionary* target = GetReadWriteKey();
-  if (target == NULL) return false;
+  if (target == nullptr) return false;
   target->Remove(key);  // a missing name is no error
   SetDirty(target);
   return true;
@@ -318,26 +316,26 @@ bool MorvSettings::Delete() {
 
 bool MorvSettings::Close() {
   bool saved = true;
-  if (m_userFile.Get() != NULL && !m_userFile->Save()) saved = false;
-  if (m_sharedFile.Get() != NULL && !m_sharedFile->Save()) saved = false;
-  m_userKey.Assign(NULL);
-  m_userParent.Assign(NULL);
-  m_userFile = static_cast<const PList*>(NULL);
-  m_sharedKey.Assign(NULL);
+  if (m_userFile.Get() != nullptr && !m_userFile->Save()) saved = false;
+  if (m_sharedFile.Get() != nullptr && !m_sharedFile->Save()) saved = false;
+  m_userKey.Assign(nullptr);
+  m_userParent.Assign(nullptr);
+  m_userFile = static_cast<const PList*>(nullptr);
+  m_sharedKey.Assign(nullptr);
   // The shared key's parent stays set: it does not stop a later Open, which
   // looks only at the keys, and the next Open replaces it.
-  m_sharedFile = static_cast<const PList*>(NULL);
+  m_sharedFile = static_cast<const PList*>(nullptr);
   return saved;
 }
 
 PListDictionary* MorvSettings::GetReadWriteKey() const {
   if (InSet(m_scope, kUserReadWriteSet)) return m_userKey.Get();
   if (InSet(m_scope, kSharedSet)) return m_sharedKey.Get();
-  return NULL;
+  return nullptr;
 }
 
 PListDictionary* MorvSettings::GetReadKeyFallback() const {
-  return InSet(m_scope, kFallbackSet) ? m_sharedKey.Get() : NULL;
+  return InSet(m_scope, kFallbackSet) ? m_sharedKey.Get() : nullptr;
 }
 
 // The file that owns `dictionary`: the shared key is tested first. A null

@@ -145,8 +145,8 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
  private:
   // Finds (or, with `create`, makes) the dictionary at `keyPath` in
   // `file`'s tree; see the definition for the results.
-  static bool GetChildKey(PList* file, const std::string& keyPath, bool create,
-                          bool isUserFile, mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
+  static bool GetChildKey(PList* file, const std::string& keyPath, bool create, bool isUserFile,
+                          mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
                           mvtl::RefCountedPtr_STLSafe<PListDictionary>& parent);
 
   // The file whose key `dictionary` is, or null (see SetDirty).

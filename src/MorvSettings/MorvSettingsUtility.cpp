@@ -9,6 +9,7 @@
 #include "MorvSettingsNode.h"
 #include "PListFormat.h"
 #include "SettingsFiles.h"
+#include "SettingsText.h"
 
 namespace mvcs {
 
@@ -20,7 +21,7 @@ MorvSettings* OwnNode(IMorvSettings* node) { return dynamic_cast<MorvSettings*>(
 
 // The node's own dictionary (opened if needed), or null.
 PListDictionary* OwnDictionary(MorvSettings* node) {
-  if (node == NULL || !node->Open()) return NULL;
+  if (node == nullptr || !node->Open()) return nullptr;
   return node->GetReadWriteKey();
 }
 
@@ -52,8 +53,8 @@ void Merge(PListDictionary& into, const PListDictionary& from) {
   for (const auto& entry : from.GetEntries()) {
     const PListDictionary* incoming = AsDictionary(entry.second);
     const PListValue* existing = into.Find(entry.first);
-    PListDictionary* target = existing != NULL ? AsDictionary(*existing) : NULL;
-    if (incoming != NULL && target != NULL) {
+    PListDictionary* target = existing != nullptr ? AsDictionary(*existing) : nullptr;
+    if (incoming != nullptr && target != nullptr) {
       Merge(*target, *incoming);
     } else {
       into.Set(entry.first, entry.second);
@@ -71,10 +72,13 @@ std::size_t NodeDepth(const MorvSettings& node) {
 
 MORVVALUEKIND GetValueKind(IMorvSettings* node, const std::string& name) {
   MorvSettings* own = OwnNode(node);
-  if (own == NULL || name.empty() || !own->Open()) return MORVVALUEKIND_NONE;
+  std::string key;
+  if (own == nullptr || name.empty() || !StoredText(name, key) || !own->Open()) {
+    return MORVVALUEKIND_NONE;
+  }
   for (const PListDictionary* dictionary : {own->GetReadWriteKey(), own->GetReadKeyFallback()}) {
-    const PListValue* entry = dictionary != NULL ? dictionary->Find(name) : NULL;
-    if (entry != NULL) return std::visit(KindOfEntry(), *entry);
+    const PListValue* entry = dictionary != nullptr ? dictionary->Find(key) : nullptr;
+    if (entry != nullptr) return std::visit(KindOfEntry(), *entry);
   }
   return MORVVALUEKIND_NONE;
 }
@@ -85,28 +89,21 @@ std::string GetProductSettingsFile(const std::string& productId) {
 
 std::string GetSharedSettingsFile() { return SharedSettingsFile(); }
 
-bool SaveSettings(IMorvSettings* node) {
+SaveResult SaveSettings(IMorvSettings* node) {
   MorvSettings* own = OwnNode(node);
-  if (own == NULL) {
-    errno = EINVAL;
-    return false;
-  }
-  bool ok = true;
-  int reason = 0;
+  if (own == nullptr) return SaveResult(EINVAL);
+  SaveResult result;
   for (PList* file : {own->GetUserFile(), own->GetSharedFile()}) {
-    if (file == NULL || file->GetRoot() == NULL || !file->IsDirty()) continue;
-    if (!file->Save() && ok) {
-      ok = false;
-      reason = errno;
-    }
+    if (file == nullptr || file->GetRoot() == nullptr || !file->IsDirty()) continue;
+    int error = 0;
+    if (!file->Save(&error) && result.IsOk()) result = SaveResult(error != 0 ? error : EIO);
   }
-  if (!ok) errno = reason;
-  return ok;
+  return result;
 }
 
 bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format, std::string& bytes) {
   const PListDictionary* dictionary = OwnDictionary(OwnNode(node));
-  if (dictionary == NULL) return false;
+  if (dictionary == nullptr) return false;
   return format == MORVPLISTFORMAT_XML ? WriteXmlPropertyList(*dictionary, bytes)
                                        : WriteBinaryPropertyList(*dictionary, bytes);
 }
@@ -114,7 +111,7 @@ bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format, std::string& by
 MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std::string& bytes) {
   MorvSettings* own = OwnNode(node);
   PListDictionary* dictionary = OwnDictionary(own);
-  if (dictionary == NULL) return MORVIMPORT_NO_NODE;
+  if (dictionary == nullptr) return MORVIMPORT_NO_NODE;
   mvtl::RefCountedPtr<PListDictionary> incoming;
   if (!ParsePropertyList(bytes, incoming)) return MORVIMPORT_NOT_A_SETTINGS_FILE;
   // The list's root stands for the node's own dictionary.

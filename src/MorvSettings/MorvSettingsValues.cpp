@@ -32,7 +32,8 @@ struct ToInteger {
 
 struct ToDouble {
   double operator()(const PListInteger& integer) const {
-    return integer.wide ? (double)(unsigned long long)integer.bits : (double)integer.bits;
+    return integer.wide ? static_cast<double>(static_cast<unsigned long long>(integer.bits))
+                        : static_cast<double>(integer.bits);
   }
   double operator()(const PListReal& real) const { return real.value; }
   double operator()(bool boolean) const { return boolean ? 1.0 : 0.0; }
@@ -40,8 +41,10 @@ struct ToDouble {
 };
 
 struct ToFloat {
-  float operator()(const PListInteger& integer) const { return (float)ToDouble()(integer); }
-  float operator()(const PListReal& real) const { return (float)real.value; }
+  float operator()(const PListInteger& integer) const {
+    return static_cast<float>(ToDouble()(integer));
+  }
+  float operator()(const PListReal& real) const { return static_cast<float>(real.value); }
   float operator()(bool boolean) const { return boolean ? 1.0f : 0.0f; }
   float operator()(const std::string& text) const { return TextToFloat(text); }
 };
@@ -56,7 +59,7 @@ struct ToBoolean {
 // The entry under `name`, or null (also for a null dictionary or an empty
 // name).
 const PListValue* Lookup(const PListDictionary* dictionary, const std::string& name) {
-  if (dictionary == NULL || name.empty()) return NULL;
+  if (dictionary == nullptr || name.empty()) return nullptr;
   return dictionary->Find(name);
 }
 
@@ -65,7 +68,7 @@ template <class T, class Convert>
 bool ReadNumber(const PListDictionary* dictionary, const std::string& name, T& out,
                 Convert convert) {
   const PListValue* entry = Lookup(dictionary, name);
-  if (entry == NULL) return false;
+  if (entry == nullptr) return false;
   if (const PListInteger* integer = std::get_if<PListInteger>(entry)) {
     out = convert(*integer);
   } else if (const PListReal* real = std::get_if<PListReal>(entry)) {
@@ -85,7 +88,7 @@ bool ReadNumber(const PListDictionary* dictionary, const std::string& name, T& o
 // pass here and are refused as invalid UTF-8 by the store.
 bool WideValueToUTF8(const std::wstring& value, std::string& utf8) {
   for (wchar_t unit : value) {
-    if ((unsigned int)unit > 0x10FFFF) return false;
+    if (static_cast<unsigned int>(unit) > 0x10FFFF) return false;
   }
   utf8 = WideToUTF8(value);
   return true;
@@ -116,8 +119,8 @@ bool FetchBoolean(PListDictionary* dictionary, const std::string& name, bool& ou
 
 bool FetchUTF8String(PListDictionary* dictionary, const std::string& name, std::string& out) {
   const PListValue* entry = Lookup(dictionary, name);
-  const std::string* text = entry != NULL ? std::get_if<std::string>(entry) : NULL;
-  if (text == NULL) return false;
+  const std::string* text = entry != nullptr ? std::get_if<std::string>(entry) : nullptr;
+  if (text == nullptr) return false;
   out = *text;
   return true;
 }
@@ -125,8 +128,8 @@ bool FetchUTF8String(PListDictionary* dictionary, const std::string& name, std::
 bool FetchBuffer(PListDictionary* dictionary, const std::string& name,
                  mvtl::MemoryBuffer<unsigned char>& out) {
   const PListValue* entry = Lookup(dictionary, name);
-  const PListData* data = entry != NULL ? std::get_if<PListData>(entry) : NULL;
-  if (data == NULL) return false;
+  const PListData* data = entry != nullptr ? std::get_if<PListData>(entry) : nullptr;
+  if (data == nullptr) return false;
   // Through a temporary, so that `out` ends holding exactly these bytes.
   mvtl::MemoryBuffer<unsigned char> temporary;
   temporary.Copy(data->data(), data->size(), 0, false);
@@ -141,7 +144,7 @@ bool MorvSettings::StoreValue(const std::string& name, PListValue value) {
   if (name.empty() || !StoredText(name, key) || !Open()) return false;
   // Scopes without a read-write dictionary store nothing, and succeed.
   PListDictionary* target = GetReadWriteKey();
-  if (target != NULL) target->Set(key, std::move(value));
+  if (target != nullptr) target->Set(key, std::move(value));
   SetDirty(target);
   return true;
 }
@@ -180,16 +183,17 @@ bool MorvSettings::StoreInteger(std::wstring const& name, long long value) {
   return CallNarrow(&IMorvSettings::StoreInteger, name, value);
 }
 bool MorvSettings::StoreInt32(std::string const& name, int value) {
-  return StoreInteger(name, (long long)value);  // sign-extended
+  return StoreInteger(name, static_cast<long long>(value));  // sign-extended
 }
 bool MorvSettings::StoreInt32(std::wstring const& name, int value) {
-  return StoreInteger(name, (long long)value);
+  return StoreInteger(name, static_cast<long long>(value));
 }
 bool MorvSettings::StoreUint32(std::string const& name, unsigned int value) {
-  return StoreInteger(name, (long long)(unsigned long long)value);  // zero-extended
+  return StoreInteger(
+      name, static_cast<long long>(static_cast<unsigned long long>(value)));  // zero-extended
 }
 bool MorvSettings::StoreUint32(std::wstring const& name, unsigned int value) {
-  return StoreInteger(name, (long long)(unsigned long long)value);
+  return StoreInteger(name, static_cast<long long>(static_cast<unsigned long long>(value)));
 }
 bool MorvSettings::StoreInt64(std::string const& name, long long value) {
   return StoreInteger(name, value);
@@ -198,10 +202,10 @@ bool MorvSettings::StoreInt64(std::wstring const& name, long long value) {
   return StoreInteger(name, value);
 }
 bool MorvSettings::StoreUint64(std::string const& name, unsigned long long value) {
-  return StoreInteger(name, (long long)value);  // the same 64 bits
+  return StoreInteger(name, static_cast<long long>(value));  // the same 64 bits
 }
 bool MorvSettings::StoreUint64(std::wstring const& name, unsigned long long value) {
-  return StoreInteger(name, (long long)value);
+  return StoreInteger(name, static_cast<long long>(value));
 }
 bool MorvSettings::StoreFloat(std::string const& name, float value) {
   return StoreValue(name, PListReal{value, true});
@@ -238,7 +242,7 @@ bool MorvSettings::StoreWideString(std::wstring const& name, std::wstring const&
   return WideValueToUTF8(value, utf8) && StoreUTF8String(WideToUTF8(name), utf8);
 }
 bool MorvSettings::StoreBuffer(std::string const& name, void const* data, unsigned long length) {
-  if (name.empty() || (data == NULL && length != 0)) return false;
+  if (name.empty() || (data == nullptr && length != 0)) return false;
   const unsigned char* bytes = static_cast<const unsigned char*>(data);
   try {
     return StoreValue(name, length == 0 ? PListData() : PListData(bytes, bytes + length));
@@ -323,8 +327,7 @@ bool MorvSettings::FetchWideString(std::wstring const& name, std::wstring& value
 bool MorvSettings::FetchBuffer(std::string const& name, mvtl::MemoryBuffer<unsigned char>& value) {
   return FetchValue(name, value, dictionary_read::FetchBuffer);
 }
-bool MorvSettings::FetchBuffer(std::wstring const& name,
-                               mvtl::MemoryBuffer<unsigned char>& value) {
+bool MorvSettings::FetchBuffer(std::wstring const& name, mvtl::MemoryBuffer<unsigned char>& value) {
   return CallNarrow(&IMorvSettings::FetchBuffer, name, value);
 }
 

@@ -20,8 +20,8 @@ PList::Cache& PList::FileCache() {
 
 void PList::GetPList(const std::string& path, PList** out) {
   mvtl::RefCountedPtr_STLSafe<PList>& entry = FileCache()[path];
-  if (entry.Get() == NULL) entry.Assign(new PList(path));
-  if (out != NULL) {
+  if (entry.Get() == nullptr) entry.Assign(new PList(path));
+  if (out != nullptr) {
     *out = entry.Get();
     (*out)->AddRef();
   }
@@ -37,7 +37,7 @@ PList::PList(const std::string& path)
 PList::~PList() {}
 
 bool PList::Open(bool create) {
-  if (m_root.Get() != NULL) return true;
+  if (m_root.Get() != nullptr) return true;
   std::string bytes;
   switch (ReadSettingsFile(m_path, kMaxSettingsFileSize, bytes)) {
     case kFileRead: {
@@ -55,12 +55,15 @@ bool PList::Open(bool create) {
       m_unreadableFile = false;
       break;
   }
-  if (m_root.Get() == NULL && create) m_root = new PListDictionary;
-  return m_root.Get() != NULL;
+  if (m_root.Get() == nullptr && create) m_root = new PListDictionary;
+  return m_root.Get() != nullptr;
 }
 
-bool PList::Save() {
-  if (m_root.Get() == NULL) return false;
+bool PList::Save(int* error) {
+  if (m_root.Get() == nullptr) {
+    if (error != nullptr) *error = 0;
+    return false;
+  }
   if (!m_dirty) return true;
   if (!m_directoriesMade) {
     MakeAncestorDirectories(m_path);
@@ -80,6 +83,7 @@ bool PList::Save() {
   }
   ok = ok && WriteFileAtomically(m_path, bytes);
   m_dirty = !ok;  // a failed save is tried again by the next one
+  if (!ok && error != nullptr) *error = errno;
   return ok;
 }
 

@@ -45,17 +45,18 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // file atomically. A file that exists but could not be loaded is first
   // moved aside (see MoveFileAside), never overwritten. True on success or
   // when there was nothing to write; false with no root dictionary, or when
-  // the write failed, in which case the object stays dirty and errno says
-  // why (as the failing call set it; EFBIG for a file larger than the store
-  // reads, EINVAL for a tree that cannot be written so as to read back).
-  bool Save();
+  // the write failed, in which case the object stays dirty and *error
+  // (when not null) says why: the failing call's errno, EFBIG for a file
+  // larger than the store reads, EINVAL for a tree that cannot be written
+  // so as to read back, or 0 with no root dictionary. errno is left set to
+  // the same value.
+  bool Save(int* error = nullptr);
 
   // Counting, with the cache step described above.
   int Release() override;
 
   // The root dictionary, or null before a successful Open.
   PListDictionary* GetRoot() const { return m_root.Get(); }
-  const std::string& GetPath() const { return m_path; }
   bool IsDirty() const { return m_dirty; }
   void SetDirty(bool dirty) { m_dirty = dirty; }
 
@@ -66,12 +67,12 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
  private:
   ~PList() override;
 
-  bool m_inRemoval;        // set while erasing its own cache entry
+  bool m_inRemoval;  // set while erasing its own cache entry
   std::string m_path;
   bool m_directoriesMade;  // the folders above the file were made once
   mvtl::RefCountedPtr<PListDictionary> m_root;
   bool m_dirty;
-  bool m_unreadableFile;   // a file is there that Open could not load
+  bool m_unreadableFile;  // a file is there that Open could not load
 };
 
 }  // namespace mvcs

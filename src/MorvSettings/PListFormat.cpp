@@ -48,9 +48,9 @@ bool IsWideInteger(plist_t node, std::uint64_t value) {
 plist_t NewWideInteger(std::uint64_t value) {
   char xml[96];
   const int length = std::snprintf(xml, sizeof(xml), "<plist><integer>%llu</integer></plist>",
-                                   (unsigned long long)value);
-  plist_t node = NULL;
-  plist_from_xml(xml, (uint32_t)length, &node);
+                                   static_cast<unsigned long long>(value));
+  plist_t node = nullptr;
+  plist_from_xml(xml, static_cast<uint32_t>(length), &node);
   return node;
 }
 
@@ -60,19 +60,19 @@ bool ToTree(plist_t node, PListValue& value, std::size_t depth);
 // until it returns false; returns whether every call returned true.
 template <class Visit>
 bool ForEachEntry(plist_t dictionary, Visit visit) {
-  plist_dict_iter iterator = NULL;
+  plist_dict_iter iterator = nullptr;
   plist_dict_new_iter(dictionary, &iterator);
-  if (iterator == NULL) return false;
+  if (iterator == nullptr) return false;
   bool ok = true;
   while (ok) {
-    char* key = NULL;  // a copy, ours to free
-    plist_t child = NULL;
+    char* key = nullptr;  // a copy, ours to free
+    plist_t child = nullptr;
     plist_dict_next_item(dictionary, iterator, &key, &child);
-    if (child == NULL) {
+    if (child == nullptr) {
       std::free(key);
       break;
     }
-    ok = key != NULL && visit(key, child);
+    ok = key != nullptr && visit(key, child);
     std::free(key);
   }
   std::free(iterator);
@@ -82,7 +82,7 @@ bool ForEachEntry(plist_t dictionary, Visit visit) {
 // Whether libplist writes `text` back unchanged: well-formed UTF-8 without
 // U+0000 (it alters other bytes and lone surrogates when it writes them).
 bool IsWritableText(const char* text, std::size_t length) {
-  return text != NULL && std::strlen(text) == length && IsWellFormedUTF8(text, length);
+  return text != nullptr && std::strlen(text) == length && IsWellFormedUTF8(text, length);
 }
 
 // Whether every string and key inside an entry kept as it was read (an
@@ -93,7 +93,7 @@ bool HasOnlyWritableText(plist_t node, std::size_t depth) {
     case PLIST_STRING: {
       uint64_t length = 0;
       const char* text = plist_get_string_ptr(node, &length);
-      return IsWritableText(text, (std::size_t)length);
+      return IsWritableText(text, static_cast<std::size_t>(length));
     }
     case PLIST_ARRAY: {
       const uint32_t size = plist_array_get_size(node);
@@ -132,15 +132,15 @@ bool ToTree(plist_t node, PListValue& value, std::size_t depth) {
     case PLIST_UINT: {
       uint64_t bits = 0;
       plist_get_uint_val(node, &bits);
-      const bool wide = bits > (std::uint64_t)std::numeric_limits<long long>::max() &&
+      const bool wide = bits > static_cast<std::uint64_t>(std::numeric_limits<long long>::max()) &&
                         IsWideInteger(node, bits);
-      value = PListInteger{(long long)bits, wide};
+      value = PListInteger{static_cast<long long>(bits), wide};
       return true;
     }
     case PLIST_REAL: {
       double real = 0;
       plist_get_real_val(node, &real);
-      value = PListReal{real, (double)(float)real == real};
+      value = PListReal{real, static_cast<double>(static_cast<float>(real)) == real};
       return true;
     }
     case PLIST_BOOLEAN: {
@@ -152,21 +152,21 @@ bool ToTree(plist_t node, PListValue& value, std::size_t depth) {
     case PLIST_STRING: {
       uint64_t length = 0;
       const char* text = plist_get_string_ptr(node, &length);
-      if (!IsWritableText(text, (std::size_t)length)) return false;
-      value = std::string(text, (std::size_t)length);
+      if (!IsWritableText(text, static_cast<std::size_t>(length))) return false;
+      value = std::string(text, static_cast<std::size_t>(length));
       return true;
     }
     case PLIST_DATA: {
       uint64_t length = 0;
       const char* data = plist_get_data_ptr(node, &length);
-      value = data != NULL ? PListData(data, data + length) : PListData();
+      value = data != nullptr ? PListData(data, data + length) : PListData();
       return true;
     }
     default: {
       // Arrays, dates, UIDs: kept as they are.
       if (!HasOnlyWritableText(node, depth)) return false;
       plist_t copy = plist_copy(node);
-      if (copy == NULL) return false;
+      if (copy == nullptr) return false;
       value = std::make_shared<const PListOpaque>(copy);
       return true;
     }
@@ -180,17 +180,17 @@ struct NodeBuilder {
     plist_t node = plist_new_dict();
     for (const auto& entry : dictionary.GetEntries()) {
       plist_t child = std::visit(*this, entry.second);
-      if (child == NULL) {
+      if (child == nullptr) {
         plist_free(node);
-        return NULL;
+        return nullptr;
       }
       plist_dict_set_item(node, entry.first.c_str(), child);
     }
     return node;
   }
   plist_t operator()(const PListInteger& integer) const {
-    return integer.wide ? NewWideInteger((std::uint64_t)integer.bits)
-                        : plist_new_uint((std::uint64_t)integer.bits);
+    return integer.wide ? NewWideInteger(static_cast<std::uint64_t>(integer.bits))
+                        : plist_new_uint(static_cast<std::uint64_t>(integer.bits));
   }
   plist_t operator()(const PListReal& real) const { return plist_new_real(real.value); }
   plist_t operator()(bool boolean) const { return plist_new_bool(boolean ? 1 : 0); }
@@ -207,8 +207,8 @@ struct NodeBuilder {
 
 bool ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDictionary>& root) {
   if (bytes.size() > std::numeric_limits<uint32_t>::max()) return false;
-  const uint32_t size = (uint32_t)bytes.size();
-  plist_t parsed = NULL;  // libplist leaves it as it was on some failures
+  const uint32_t size = static_cast<uint32_t>(bytes.size());
+  plist_t parsed = nullptr;  // libplist leaves it as it was on some failures
   if (size >= 8 && std::memcmp(bytes.data(), "bplist00", 8) == 0) {
     if (!IsSafeBinaryPList(reinterpret_cast<const unsigned char*>(bytes.data()), size)) {
       return false;
@@ -219,7 +219,7 @@ bool ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDictio
     plist_from_xml(bytes.data(), size, &parsed);
   }
   const Node owner(parsed);
-  if (parsed == NULL || plist_get_node_type(parsed) != PLIST_DICT) return false;
+  if (parsed == nullptr || plist_get_node_type(parsed) != PLIST_DICT) return false;
   PListValue value;
   if (!ToTree(parsed, value, 1)) return false;
   root = AsDictionary(value);
@@ -236,10 +236,10 @@ bool WritePropertyList(const PListDictionary& root, std::string& bytes, Write wr
                        Release release, Readable readable) {
   const Node node(NodeBuilder().Build(root));
   if (!node) return false;
-  char* written = NULL;
+  char* written = nullptr;
   uint32_t length = 0;
   write(node.get(), &written, &length);
-  if (written == NULL) return false;
+  if (written == nullptr) return false;
   const bool ok = readable(written, length);
   if (ok) bytes.assign(written, length);
   release(written);
@@ -252,11 +252,10 @@ bool WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes) {
   // Never write what could not be read back: libplist shares equal values
   // in the file, so a tree with very many uses of one long text can make a
   // file small enough for the reading budget to refuse.
-  return WritePropertyList(root, bytes, plist_to_bin, plist_to_bin_free,
-                           [](const char* written, uint32_t length) {
-                             return IsSafeBinaryPList(
-                                 reinterpret_cast<const unsigned char*>(written), length);
-                           });
+  return WritePropertyList(
+      root, bytes, plist_to_bin, plist_to_bin_free, [](const char* written, uint32_t length) {
+        return IsSafeBinaryPList(reinterpret_cast<const unsigned char*>(written), length);
+      });
 }
 
 bool WriteXmlPropertyList(const PListDictionary& root, std::string& bytes) {

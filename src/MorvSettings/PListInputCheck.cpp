@@ -20,7 +20,7 @@ namespace mvcs {
 
 namespace {
 
-const std::size_t kHeaderSize = 8;    // "bplist00"
+const std::size_t kHeaderSize = 8;  // "bplist00"
 const std::size_t kTrailerSize = 32;
 
 // The tree that parsing builds is budgeted in modelled bytes: kNodeCost for
@@ -33,7 +33,7 @@ const std::uint64_t kBudgetFloor = 1u << 20;
 const std::uint64_t kBudgetPerFileByte = 64;
 
 enum ObjectType {
-  kSimple = 0x0,   // booleans (and null and fill, which libplist refuses)
+  kSimple = 0x0,  // booleans (and null and fill, which libplist refuses)
   kInteger = 0x1,
   kReal = 0x2,
   kDate = 0x3,
@@ -64,11 +64,11 @@ bool IsPlainAscii(const unsigned char* p, std::size_t size) {
 // every surrogate in a pair.
 bool IsPairedUtf16(const unsigned char* p, std::size_t units) {
   for (std::size_t i = 0; i < units; ++i) {
-    const unsigned unit = (unsigned)p[2 * i] << 8 | p[2 * i + 1];
+    const unsigned unit = static_cast<unsigned>(p[2 * i]) << 8 | p[2 * i + 1];
     if (unit == 0 || (unit >= 0xDC00 && unit <= 0xDFFF)) return false;
     if (unit >= 0xD800 && unit <= 0xDBFF) {
       if (i + 1 >= units) return false;
-      const unsigned next = (unsigned)p[2 * i + 2] << 8 | p[2 * i + 3];
+      const unsigned next = static_cast<unsigned>(p[2 * i + 2]) << 8 | p[2 * i + 3];
       if (next < 0xDC00 || next > 0xDFFF) return false;
       ++i;
     }
@@ -124,10 +124,10 @@ class BinaryWalk {
     if (tableOffset < kHeaderSize || tableOffset >= tableEnd) return false;
     if (objectCount == 0 || objectCount > (tableEnd - tableOffset) / m_offsetSize) return false;
     if (topObject >= objectCount) return false;
-    m_objectCount = (std::size_t)objectCount;
-    m_topObject = (std::size_t)topObject;
-    m_tableOffset = (std::size_t)tableOffset;
-    m_budget = SaturatingAdd(kBudgetFloor, kBudgetPerFileByte * (std::uint64_t)m_size);
+    m_objectCount = static_cast<std::size_t>(objectCount);
+    m_topObject = static_cast<std::size_t>(topObject);
+    m_tableOffset = static_cast<std::size_t>(tableOffset);
+    m_budget = SaturatingAdd(kBudgetFloor, kBudgetPerFileByte * static_cast<std::uint64_t>(m_size));
     return true;
   }
 
@@ -138,7 +138,7 @@ class BinaryWalk {
     const std::uint64_t offset =
         ReadBigEndian(m_bytes + m_tableOffset + index * m_offsetSize, m_offsetSize);
     if (offset < kHeaderSize || offset >= end) return false;
-    std::size_t position = (std::size_t)offset;
+    std::size_t position = static_cast<std::size_t>(offset);
     const unsigned marker = m_bytes[position++];
     object.type = marker >> 4;
     std::uint64_t count = marker & 0xF;
@@ -150,7 +150,7 @@ class BinaryWalk {
       if (position >= end || (m_bytes[position] >> 4) != kInteger) return false;
       const unsigned exponent = m_bytes[position] & 0xF;
       if (exponent > 3) return false;
-      const std::size_t size = (std::size_t)1 << exponent;
+      const std::size_t size = static_cast<std::size_t>(1) << exponent;
       if (end - position - 1 < size) return false;
       count = ReadBigEndian(m_bytes + position + 1, size);
       position += 1 + size;
@@ -166,11 +166,11 @@ class BinaryWalk {
         break;
       case kInteger:
         if (count > 4) return false;
-        length = (std::uint64_t)1 << count;
+        length = static_cast<std::uint64_t>(1) << count;
         break;
       case kReal:
         if (count != 2 && count != 3) return false;
-        length = (std::uint64_t)1 << count;
+        length = static_cast<std::uint64_t>(1) << count;
         break;
       case kDate:
         if (marker != 0x33) return false;
@@ -181,12 +181,14 @@ class BinaryWalk {
         object.leafCost = SaturatingAdd(kNodeCost, count);
         break;
       case kAsciiString:  // strings must be text libplist can write back
-        if (count > room || !IsPlainAscii(m_bytes + position, (std::size_t)count)) return false;
+        if (count > room || !IsPlainAscii(m_bytes + position, static_cast<std::size_t>(count)))
+          return false;
         length = count;
         object.leafCost = SaturatingAdd(kNodeCost, count);
         break;
       case kUtf16String:
-        if (count > room / 2 || !IsPairedUtf16(m_bytes + position, (std::size_t)count)) return false;
+        if (count > room / 2 || !IsPairedUtf16(m_bytes + position, static_cast<std::size_t>(count)))
+          return false;
         length = count * 2;
         object.leafCost = SaturatingAdd(kNodeCost, count * 3);  // as UTF-8
         break;
@@ -211,8 +213,8 @@ class BinaryWalk {
   }
 
   std::size_t Reference(const Object& object, std::uint64_t i) const {
-    return (std::size_t)ReadBigEndian(m_bytes + object.references + i * m_referenceSize,
-                                      m_referenceSize);
+    return static_cast<std::size_t>(
+        ReadBigEndian(m_bytes + object.references + i * m_referenceSize, m_referenceSize));
   }
 
   // Walks object `index`, a container at nesting `depth` (the root is 1):
@@ -280,11 +282,10 @@ class BinaryWalk {
 // the end of the tag's name.
 bool TagIs(const char* p, const char* end, const char* name) {
   const std::size_t length = std::strlen(name);
-  if ((std::size_t)(end - p) < length || std::memcmp(p, name, length) != 0) return false;
-  if ((std::size_t)(end - p) == length) return true;
+  if (static_cast<std::size_t>(end - p) < length || std::memcmp(p, name, length) != 0) return false;
+  if (static_cast<std::size_t>(end - p) == length) return true;
   const char next = p[length];
-  return next == '>' || next == '/' || next == ' ' || next == '\t' || next == '\r' ||
-         next == '\n';
+  return next == '>' || next == '/' || next == ' ' || next == '\t' || next == '\r' || next == '\n';
 }
 
 }  // namespace
@@ -294,12 +295,12 @@ bool IsSafeBinaryPList(const unsigned char* bytes, std::size_t size) {
 }
 
 bool IsSafeXmlPList(const char* text, std::size_t size) {
-  if (std::memchr(text, 0, size) != NULL) return false;  // no XML holds a NUL
+  if (std::memchr(text, 0, size) != nullptr) return false;  // no XML holds a NUL
   const char* const end = text + size;
   std::size_t depth = 0;
   for (const char* p = text; p < end;) {
     const char* open = static_cast<const char*>(std::memchr(p, '<', end - p));
-    if (open == NULL) break;
+    if (open == nullptr) break;
     p = open + 1;
     if (p < end && *p == '/') {
       if ((TagIs(p + 1, end, "dict") || TagIs(p + 1, end, "array")) && depth > 0) --depth;
@@ -308,7 +309,7 @@ bool IsSafeXmlPList(const char* text, std::size_t size) {
     if (!TagIs(p, end, "dict") && !TagIs(p, end, "array")) continue;
     // An empty element (<dict/>) opens nothing.
     const char* close = static_cast<const char*>(std::memchr(p, '>', end - p));
-    if (close != NULL && close[-1] == '/') continue;
+    if (close != nullptr && close[-1] == '/') continue;
     if (++depth > kMaxNesting) return false;
   }
   return true;

@@ -8,12 +8,12 @@ namespace mvcs {
 
 PListDictionary* AsDictionary(const PListValue& value) {
   const PListDictionaryRef* dictionary = std::get_if<PListDictionaryRef>(&value);
-  return dictionary != NULL ? dictionary->Get() : NULL;
+  return dictionary != nullptr ? dictionary->Get() : nullptr;
 }
 
 const PListValue* PListDictionary::Find(const std::string& key) const {
   const Entries::const_iterator it = m_entries.find(key);
-  return it == m_entries.end() ? NULL : &it->second;
+  return it == m_entries.end() ? nullptr : &it->second;
 }
 
 void PListDictionary::Set(const std::string& key, PListValue value) {

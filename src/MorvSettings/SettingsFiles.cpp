@@ -24,7 +24,7 @@ namespace {
 // An environment variable's value, or empty.
 std::string Environment(const char* name) {
   const char* value = getenv(name);
-  return value != NULL ? std::string(value) : std::string();
+  return value != nullptr ? std::string(value) : std::string();
 }
 
 bool IsAbsolute(const std::string& path) { return !path.empty() && path[0] == '/'; }
@@ -49,7 +49,7 @@ mode_t CurrentUmask() {
   std::string line;
   while (std::getline(status, line)) {
     if (line.compare(0, 6, "Umask:") == 0) {
-      return (mode_t)std::strtoul(line.c_str() + 6, NULL, 8) & 0777;
+      return static_cast<mode_t>(std::strtoul(line.c_str() + 6, nullptr, 8)) & 0777;
     }
   }
   const mode_t mask = umask(022);
@@ -106,8 +106,7 @@ std::string UserSettingsFile(const std::string& productId) {
 
 std::string SharedSettingsFile() { return SharedPreferencesDirectory() + "/com.morv.plist"; }
 
-FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize,
-                                std::string& bytes) {
+FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes) {
   // Non-blocking, so that opening a FIFO cannot wait for a writer.
   const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (fd.Get() < 0) {
@@ -115,9 +114,9 @@ FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize,
   }
   struct stat info;
   if (fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return kFileUnreadable;
-  if ((std::size_t)info.st_size > maxSize) return kFileUnreadable;
+  if (static_cast<std::size_t>(info.st_size) > maxSize) return kFileUnreadable;
   std::string contents;
-  contents.resize((std::size_t)info.st_size);
+  contents.resize(static_cast<std::size_t>(info.st_size));
   std::size_t total = 0;
   for (;;) {
     // The file may grow while it is read: read on to its end, but never
@@ -132,7 +131,7 @@ FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize,
       return kFileUnreadable;
     }
     if (got == 0) break;
-    total += (std::size_t)got;
+    total += static_cast<std::size_t>(got);
   }
   if (total > maxSize) return kFileUnreadable;
   contents.resize(total);
@@ -155,7 +154,7 @@ bool WriteFileAtomically(const std::string& requestedPath, const std::string& by
   struct stat link;
   if (lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
     char resolved[PATH_MAX];
-    if (realpath(path.c_str(), resolved) != NULL) path = resolved;
+    if (realpath(path.c_str(), resolved) != nullptr) path = resolved;
   }
   const std::string directory = DirectoryOf(path);
 

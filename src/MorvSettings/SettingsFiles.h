@@ -37,8 +37,7 @@ enum FileReadResult {
 
 // Reads the regular file at `path`, at most `maxSize` bytes (a larger file
 // is unreadable). Never blocks on special files (FIFOs, devices).
-FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize,
-                                std::string& bytes);
+FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes);
 
 // For every "/" in `path` after its first character, in order: if the
 // prefix before it does not exist, creates it as a directory with mode 0777

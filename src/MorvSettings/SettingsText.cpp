@@ -29,7 +29,7 @@ std::size_t SkipSpace(const std::string& text) {
 
 // The C locale, made once: the number rules never follow the user's locale.
 locale_t CLocale() {
-  static const locale_t locale = newlocale(LC_ALL_MASK, "C", (locale_t)0);
+  static const locale_t locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
   return locale;
 }
 
@@ -108,26 +108,28 @@ long long TextToInteger(const std::string& text) {
   if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
   // Accumulate the magnitude as unsigned, saturating at 2^63 (the largest
   // magnitude a result can take, for the negative limit).
-  const std::uint64_t limit = (std::uint64_t)std::numeric_limits<long long>::max() + 1;
+  const std::uint64_t limit = static_cast<std::uint64_t>(std::numeric_limits<long long>::max()) + 1;
   std::uint64_t magnitude = 0;
   for (; i < text.size() && IsDigit(text[i]); ++i) {
-    const unsigned digit = (unsigned)(text[i] - '0');
+    const unsigned digit = static_cast<unsigned>(text[i] - '0');
     magnitude = magnitude > (limit - digit) / 10 ? limit : magnitude * 10 + digit;
   }
   if (negative) {
-    return magnitude >= limit ? std::numeric_limits<long long>::min() : -(long long)magnitude;
+    return magnitude >= limit ? std::numeric_limits<long long>::min()
+                              : -static_cast<long long>(magnitude);
   }
-  return magnitude >= limit ? std::numeric_limits<long long>::max() : (long long)magnitude;
+  return magnitude >= limit ? std::numeric_limits<long long>::max()
+                            : static_cast<long long>(magnitude);
 }
 
 double TextToDouble(const std::string& text) {
   const std::string prefix = DecimalPrefix(text);
-  return prefix.empty() ? 0.0 : strtod_l(prefix.c_str(), NULL, CLocale());
+  return prefix.empty() ? 0.0 : strtod_l(prefix.c_str(), nullptr, CLocale());
 }
 
 float TextToFloat(const std::string& text) {
   const std::string prefix = DecimalPrefix(text);
-  return prefix.empty() ? 0.0f : strtof_l(prefix.c_str(), NULL, CLocale());
+  return prefix.empty() ? 0.0f : strtof_l(prefix.c_str(), nullptr, CLocale());
 }
 
 bool TextToBoolean(const std::string& text) {
@@ -145,7 +147,7 @@ long long RealToInteger(double value) {
   const double limit = 9223372036854775808.0;
   if (value >= limit) return std::numeric_limits<long long>::max();
   if (value <= -limit) return std::numeric_limits<long long>::min();
-  return (long long)value;  // truncates toward zero
+  return static_cast<long long>(value);  // truncates toward zero
 }
 
 }  // namespace mvcs

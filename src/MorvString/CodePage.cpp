@@ -35,7 +35,7 @@ bool FitsOutputSize(unsigned long count) {
 template <class Source, class Target, class Convert>
 bool ConvertOnce(const char* name, const Source* source, unsigned long count, Target** out,
                  unsigned long* outLength, Convert convert) {
-  if (source == NULL || count == 0 || out == NULL || outLength == NULL ||
+  if (source == nullptr || count == 0 || out == nullptr || outLength == nullptr ||
       !FitsOutputSize(count)) {
     return false;
   }
@@ -46,16 +46,16 @@ bool ConvertOnce(const char* name, const Source* source, unsigned long count, Ta
   UCNVLibrary* library = UCNVLibrary::instance();
   UErrorCode error = U_ZERO_ERROR;
   UConverter* converter = library->UCNV_open(name, &error);
-  if (converter != NULL && error <= U_ZERO_ERROR) {
+  if (converter != nullptr && error <= U_ZERO_ERROR) {
     convert(library, converter, &target, *out + *outLength - 1, &cursor, source + count, &error);
     *target = 0;
-    *outLength = (unsigned long)(target - *out);
+    *outLength = static_cast<unsigned long>(target - *out);
     library->UCNV_close(converter);
     return true;
   }
-  if (converter != NULL) library->UCNV_close(converter);
-  delete[] *out;
-  *out = NULL;
+  if (converter != nullptr) library->UCNV_close(converter);
+  delete[] * out;
+  *out = nullptr;
   *outLength = 0;
   return false;
 }
@@ -67,11 +67,11 @@ bool ConvertOnce(const char* name, const Source* source, unsigned long count, Ta
 template <class Finish>
 void ThroughUTF16(const char* name, const char* source, unsigned long count, const char* second,
                   bool needUnits, Finish finish) {
-  unsigned short* units = NULL;
+  unsigned short* units = nullptr;
   unsigned long unitCount = 0;
   if (!CodePageToUnicode(name, source, count, &units, &unitCount)) return;
-  if (units != NULL && (unitCount != 0 || !needUnits)) {
-    char* bytes = NULL;
+  if (units != nullptr && (unitCount != 0 || !needUnits)) {
+    char* bytes = nullptr;
     unsigned long byteCount = 0;
     if (UnicodeToCodePage(second, units, unitCount, &bytes, &byteCount)) {
       finish(bytes, byteCount);
@@ -85,12 +85,13 @@ void ThroughUTF16(const char* name, const char* source, unsigned long count, con
 // `from` to code page `name`, into the caller's *out, which must be null.
 void TextToCodePage(const char* name, const char* from, const char* text, unsigned long count,
                     char** out, unsigned long* outLength) {
-  if (name == NULL || count == 0 || out == NULL || *out != NULL || outLength == NULL) return;
-  unsigned short* units = NULL;
+  if (name == nullptr || count == 0 || out == nullptr || *out != nullptr || outLength == nullptr)
+    return;
+  unsigned short* units = nullptr;
   unsigned long unitCount = 0;
   if (!CodePageToUnicode(from, text, count, &units, &unitCount)) return;
   // After a failed second step *out is null and the length 0.
-  if (units != NULL && unitCount != 0) UnicodeToCodePage(name, units, unitCount, out, outLength);
+  if (units != nullptr && unitCount != 0) UnicodeToCodePage(name, units, unitCount, out, outLength);
   delete[] units;
 }
 
@@ -98,11 +99,11 @@ void TextToCodePage(const char* name, const char* from, const char* text, unsign
 
 bool IsCodePageAvailable(const char* name) {
   // A null name only asks whether the library object exists: it always does.
-  if (name == NULL) return UCNVLibrary::instance() != NULL;
+  if (name == nullptr) return UCNVLibrary::instance() != nullptr;
   UCNVLibrary* library = UCNVLibrary::instance();
   UErrorCode error = U_ZERO_ERROR;
   UConverter* converter = library->UCNV_open(name, &error);
-  if (converter == NULL) return false;
+  if (converter == nullptr) return false;
   const bool available = error <= U_ZERO_ERROR;  // warnings count as success
   library->UCNV_close(converter);
   return available;
@@ -110,13 +111,13 @@ bool IsCodePageAvailable(const char* name) {
 
 bool UnicodeToCodePage(const char* name, const unsigned short* source, unsigned long count,
                        char** out, unsigned long* outLength) {
-  return ConvertOnce(name, source, count, out, outLength,
-                     [](UCNVLibrary* library, UConverter* converter, char** target,
-                        const char* targetLimit, const unsigned short** cursor,
-                        const unsigned short* sourceLimit, UErrorCode* error) {
-                       library->UCNV_fromUnicode(converter, target, targetLimit, cursor,
-                                                 sourceLimit, NULL, 1, error);
-                     });
+  return ConvertOnce(
+      name, source, count, out, outLength,
+      [](UCNVLibrary* library, UConverter* converter, char** target, const char* targetLimit,
+         const unsigned short** cursor, const unsigned short* sourceLimit, UErrorCode* error) {
+        library->UCNV_fromUnicode(converter, target, targetLimit, cursor, sourceLimit, nullptr, 1,
+                                  error);
+      });
 }
 
 bool CodePageToUnicode(const char* name, const char* source, unsigned long count,
@@ -125,8 +126,8 @@ bool CodePageToUnicode(const char* name, const char* source, unsigned long count
                      [](UCNVLibrary* library, UConverter* converter, unsigned short** target,
                         const unsigned short* targetLimit, const char** cursor,
                         const char* sourceLimit, UErrorCode* error) {
-                       library->UCNV_toUnicode(converter, target, targetLimit, cursor,
-                                               sourceLimit, NULL, 1, error);
+                       library->UCNV_toUnicode(converter, target, targetLimit, cursor, sourceLimit,
+                                               nullptr, 1, error);
                      });
 }
 
@@ -143,7 +144,7 @@ void UTF8ToCodePage(const char* name, const std::string& text, char** out,
 
 std::wstring CodePageToWide(const char* name, const char* source, unsigned long count) {
   std::wstring result;
-  if (name == NULL || source == NULL || count == 0) return result;
+  if (name == nullptr || source == nullptr || count == 0) return result;
   ThroughUTF16(name, source, count, kWideConverter, true,
                [&result](const char* bytes, unsigned long byteCount) {
                  // Counted, so that U+0000 inside the text is kept.
@@ -155,11 +156,10 @@ std::wstring CodePageToWide(const char* name, const char* source, unsigned long 
 
 std::string CodePageToUTF8(const char* name, const char* source, unsigned long count) {
   std::string result;
-  if (name == NULL || source == NULL || count == 0) return result;
-  ThroughUTF16(name, source, count, kUTF8Converter, false,
-               [&result](const char* bytes, unsigned long byteCount) {
-                 result.assign(bytes, byteCount);
-               });
+  if (name == nullptr || source == nullptr || count == 0) return result;
+  ThroughUTF16(
+      name, source, count, kUTF8Converter, false,
+      [&result](const char* bytes, unsigned long byteCount) { result.assign(bytes, byteCount); });
   return result;
 }
 

@@ -47,9 +47,7 @@ const UTF32 byteMask = 0xBF;
 
 inline bool IsStrict(ConversionFlags flags) { return flags == strictConversion; }
 
-inline bool IsSurrogate(UTF32 ch) {
-  return ch >= UNI_SUR_HIGH_START && ch <= UNI_SUR_LOW_END;
-}
+inline bool IsSurrogate(UTF32 ch) { return ch >= UNI_SUR_HIGH_START && ch <= UNI_SUR_LOW_END; }
 
 // Legality of the `length` bytes at `source`, all of which are present.
 Boolean isLegalUTF8(const UTF8* source, int length) {
@@ -69,11 +67,21 @@ Boolean isLegalUTF8(const UTF8* source, int length) {
       switch (*source) {
         // Only an upper bound after ED and F4: a second byte below 0x80
         // passes there. This is how the rule has always been.
-        case 0xE0: if (a < 0xA0) return 0; break;
-        case 0xED: if (a > 0x9F) return 0; break;
-        case 0xF0: if (a < 0x90) return 0; break;
-        case 0xF4: if (a > 0x8F) return 0; break;
-        default:   if (a < 0x80) return 0; break;
+        case 0xE0:
+          if (a < 0xA0) return 0;
+          break;
+        case 0xED:
+          if (a > 0x9F) return 0;
+          break;
+        case 0xF0:
+          if (a < 0x90) return 0;
+          break;
+        case 0xF4:
+          if (a > 0x8F) return 0;
+          break;
+        default:
+          if (a < 0x80) return 0;
+          break;
       }
       [[fallthrough]];
     case 1:
@@ -86,19 +94,35 @@ Boolean isLegalUTF8(const UTF8* source, int length) {
 // Reads one UTF-8 sequence at `source`. On conversionOK, `source` has moved
 // past it, `ch` holds the decoded value and `extra` its trail-byte count. On
 // sourceExhausted or sourceIllegal, `source` is unchanged.
-inline ConversionResult ReadUTF8(const UTF8*& source, const UTF8* sourceEnd,
-                                 UTF32& ch, int& extra) {
+inline ConversionResult ReadUTF8(const UTF8*& source, const UTF8* sourceEnd, UTF32& ch,
+                                 int& extra) {
   extra = trailingBytesForUTF8[*source];
   if (extra >= sourceEnd - source) return sourceExhausted;
   if (!isLegalUTF8(source, extra + 1)) return sourceIllegal;
   ch = 0;
   switch (extra) {
-    case 5: ch += *source++; ch <<= 6; [[fallthrough]];
-    case 4: ch += *source++; ch <<= 6; [[fallthrough]];
-    case 3: ch += *source++; ch <<= 6; [[fallthrough]];
-    case 2: ch += *source++; ch <<= 6; [[fallthrough]];
-    case 1: ch += *source++; ch <<= 6; [[fallthrough]];
-    case 0: ch += *source++;
+    case 5:
+      ch += *source++;
+      ch <<= 6;
+      [[fallthrough]];
+    case 4:
+      ch += *source++;
+      ch <<= 6;
+      [[fallthrough]];
+    case 3:
+      ch += *source++;
+      ch <<= 6;
+      [[fallthrough]];
+    case 2:
+      ch += *source++;
+      ch <<= 6;
+      [[fallthrough]];
+    case 1:
+      ch += *source++;
+      ch <<= 6;
+      [[fallthrough]];
+    case 0:
+      ch += *source++;
   }
   ch -= offsetsFromUTF8[extra];
   return conversionOK;
@@ -115,8 +139,7 @@ inline ConversionResult ReadUTF16(const UTF16*& source, const UTF16* sourceEnd,
     if (p >= sourceEnd) return sourceExhausted;
     const UTF32 ch2 = *p;
     if (ch2 >= UNI_SUR_LOW_START && ch2 <= UNI_SUR_LOW_END) {
-      ch = ((ch - UNI_SUR_HIGH_START) << halfShift) + (ch2 - UNI_SUR_LOW_START) +
-           halfBase;
+      ch = ((ch - UNI_SUR_HIGH_START) << halfShift) + (ch2 - UNI_SUR_LOW_START) + halfBase;
       ++p;
     } else if (IsStrict(flags)) {
       return sourceIllegal;
@@ -147,10 +170,20 @@ inline bool WriteUTF8Bytes(UTF32 ch, int length, UTF8*& target, UTF8* targetEnd)
   if (target > targetEnd || length > targetEnd - target) return false;
   UTF8* p = target + length;
   switch (length) {
-    case 4: *--p = (UTF8)((ch | byteMark) & byteMask); ch >>= 6; [[fallthrough]];
-    case 3: *--p = (UTF8)((ch | byteMark) & byteMask); ch >>= 6; [[fallthrough]];
-    case 2: *--p = (UTF8)((ch | byteMark) & byteMask); ch >>= 6; [[fallthrough]];
-    case 1: *--p = (UTF8)(ch | firstByteMark[length]);
+    case 4:
+      *--p = static_cast<UTF8>((ch | byteMark) & byteMask);
+      ch >>= 6;
+      [[fallthrough]];
+    case 3:
+      *--p = static_cast<UTF8>((ch | byteMark) & byteMask);
+      ch >>= 6;
+      [[fallthrough]];
+    case 2:
+      *--p = static_cast<UTF8>((ch | byteMark) & byteMask);
+      ch >>= 6;
+      [[fallthrough]];
+    case 1:
+      *--p = static_cast<UTF8>(ch | firstByteMark[length]);
   }
   target += length;
   return true;
@@ -174,8 +207,8 @@ struct ReadUTF8Character {
 };
 
 struct ReadUTF16Character {
-  ConversionResult operator()(const UTF16*& source, const UTF16* sourceEnd,
-                              ConversionFlags flags, UTF32& ch) const {
+  ConversionResult operator()(const UTF16*& source, const UTF16* sourceEnd, ConversionFlags flags,
+                              UTF32& ch) const {
     return ReadUTF16(source, sourceEnd, flags, ch);
   }
 };
@@ -190,10 +223,10 @@ struct ReadUTF32Character {
 
 // What a writer did with one character.
 enum WriteResult {
-  kWritten,          // written (or skipped by rule); the conversion goes on
-  kWrittenIllegal,   // as kWritten, and the final result becomes sourceIllegal
-  kStopIllegal,      // nothing written; stop with sourceIllegal
-  kStopTargetFull,   // nothing written; stop with targetExhausted
+  kWritten,         // written (or skipped by rule); the conversion goes on
+  kWrittenIllegal,  // as kWritten, and the final result becomes sourceIllegal
+  kStopIllegal,     // nothing written; stop with sourceIllegal
+  kStopTargetFull,  // nothing written; stop with targetExhausted
 };
 
 // UTF-32 target. The UTF-8 decoder replaces surrogate values (strict mode
@@ -201,8 +234,7 @@ enum WriteResult {
 // UTF-16 decoder passes every value through, unpaired surrogates included.
 template <bool kReplaceSurrogates>
 struct WriteUTF32 {
-  WriteResult operator()(UTF32 ch, UTF32*& target, UTF32* targetEnd,
-                         ConversionFlags flags) const {
+  WriteResult operator()(UTF32 ch, UTF32*& target, UTF32* targetEnd, ConversionFlags flags) const {
     if (target >= targetEnd) return kStopTargetFull;
     if (kReplaceSurrogates) {
       if (ch > UNI_MAX_LEGAL_UTF32) {
@@ -225,28 +257,27 @@ struct WriteUTF32 {
 // false) while the UTF-8 decoder stops (true).
 template <bool kStopOnTooLarge>
 struct WriteUTF16 {
-  WriteResult operator()(UTF32 ch, UTF16*& target, UTF16* targetEnd,
-                         ConversionFlags flags) const {
+  WriteResult operator()(UTF32 ch, UTF16*& target, UTF16* targetEnd, ConversionFlags flags) const {
     if (target >= targetEnd) return kStopTargetFull;
     if (ch <= UNI_MAX_BMP) {
       if (IsSurrogate(ch)) {
         if (IsStrict(flags)) return kStopIllegal;
         ch = UNI_REPLACEMENT_CHAR;
       }
-      *target++ = (UTF16)ch;
+      *target++ = static_cast<UTF16>(ch);
       return kWritten;
     }
     if (ch > UNI_MAX_UTF16) {
       if (!IsStrict(flags)) {
-        *target++ = (UTF16)UNI_REPLACEMENT_CHAR;
+        *target++ = static_cast<UTF16>(UNI_REPLACEMENT_CHAR);
         return kWritten;
       }
       return kStopOnTooLarge ? kStopIllegal : kWrittenIllegal;
     }
     if (target + 1 >= targetEnd) return kStopTargetFull;
     ch -= halfBase;
-    *target++ = (UTF16)((ch >> halfShift) + UNI_SUR_HIGH_START);
-    *target++ = (UTF16)((ch & halfMask) + UNI_SUR_LOW_START);
+    *target++ = static_cast<UTF16>((ch >> halfShift) + UNI_SUR_HIGH_START);
+    *target++ = static_cast<UTF16>((ch & halfMask) + UNI_SUR_LOW_START);
     return kWritten;
   }
 };
@@ -254,8 +285,7 @@ struct WriteUTF16 {
 // UTF-8 target. Strict mode stops on surrogate values (lenient mode encodes
 // them as three bytes); a value above 0x10FFFF becomes U+FFFD, noted.
 struct WriteUTF8 {
-  WriteResult operator()(UTF32 ch, UTF8*& target, UTF8* targetEnd,
-                         ConversionFlags flags) const {
+  WriteResult operator()(UTF32 ch, UTF8*& target, UTF8* targetEnd, ConversionFlags flags) const {
     if (IsStrict(flags) && IsSurrogate(ch)) return kStopIllegal;
     bool replaced;
     const int length = UTF8Length(ch, replaced);
@@ -265,8 +295,8 @@ struct WriteUTF8 {
 };
 
 template <class S, class T, class Read, class Write>
-ConversionResult Convert(const S** sourceStart, const S* sourceEnd, T** targetStart,
-                         T* targetEnd, ConversionFlags flags, Read read, Write write) {
+ConversionResult Convert(const S** sourceStart, const S* sourceEnd, T** targetStart, T* targetEnd,
+                         ConversionFlags flags, Read read, Write write) {
   ConversionResult result = conversionOK;
   const S* source = *sourceStart;
   T* target = *targetStart;
@@ -296,49 +326,43 @@ ConversionResult Convert(const S** sourceStart, const S* sourceEnd, T** targetSt
 extern "C" {
 
 ConversionResult ConvertUTF32toUTF16(const UTF32** sourceStart, const UTF32* sourceEnd,
-                                     UTF16** targetStart, UTF16* targetEnd,
-                                     ConversionFlags flags) {
+                                     UTF16** targetStart, UTF16* targetEnd, ConversionFlags flags) {
   return Convert(sourceStart, sourceEnd, targetStart, targetEnd, flags, ReadUTF32Character(),
                  WriteUTF16<false>());
 }
 
 ConversionResult ConvertUTF16toUTF32(const UTF16** sourceStart, const UTF16* sourceEnd,
-                                     UTF32** targetStart, UTF32* targetEnd,
-                                     ConversionFlags flags) {
+                                     UTF32** targetStart, UTF32* targetEnd, ConversionFlags flags) {
   return Convert(sourceStart, sourceEnd, targetStart, targetEnd, flags, ReadUTF16Character(),
                  WriteUTF32<false>());
 }
 
 ConversionResult ConvertUTF16toUTF8(const UTF16** sourceStart, const UTF16* sourceEnd,
-                                    UTF8** targetStart, UTF8* targetEnd,
-                                    ConversionFlags flags) {
+                                    UTF8** targetStart, UTF8* targetEnd, ConversionFlags flags) {
   return Convert(sourceStart, sourceEnd, targetStart, targetEnd, flags, ReadUTF16Character(),
                  WriteUTF8());
 }
 
 ConversionResult ConvertUTF32toUTF8(const UTF32** sourceStart, const UTF32* sourceEnd,
-                                    UTF8** targetStart, UTF8* targetEnd,
-                                    ConversionFlags flags) {
+                                    UTF8** targetStart, UTF8* targetEnd, ConversionFlags flags) {
   return Convert(sourceStart, sourceEnd, targetStart, targetEnd, flags, ReadUTF32Character(),
                  WriteUTF8());
 }
 
 ConversionResult ConvertUTF8toUTF32(const UTF8** sourceStart, const UTF8* sourceEnd,
-                                    UTF32** targetStart, UTF32* targetEnd,
-                                    ConversionFlags flags) {
+                                    UTF32** targetStart, UTF32* targetEnd, ConversionFlags flags) {
   return Convert(sourceStart, sourceEnd, targetStart, targetEnd, flags, ReadUTF8Character(),
                  WriteUTF32<true>());
 }
 
 ConversionResult ConvertUTF8toUTF16(const UTF8** sourceStart, const UTF8* sourceEnd,
-                                    UTF16** targetStart, UTF16* targetEnd,
-                                    ConversionFlags flags) {
+                                    UTF16** targetStart, UTF16* targetEnd, ConversionFlags flags) {
   return Convert(sourceStart, sourceEnd, targetStart, targetEnd, flags, ReadUTF8Character(),
                  WriteUTF16<true>());
 }
 
 Boolean isLegalUTF8Sequence(const UTF8* source, const UTF8* sourceEnd) {
-  if (source == NULL || source >= sourceEnd) return 0;
+  if (source == nullptr || source >= sourceEnd) return 0;
   const int length = trailingBytesForUTF8[*source] + 1;
   if (length > sourceEnd - source) return 0;
   return isLegalUTF8(source, length);

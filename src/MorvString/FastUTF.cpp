@@ -48,14 +48,22 @@ constexpr unsigned Next(unsigned state, unsigned byte) {
       if (byte >= 0xF1 && byte <= 0xF3) return kTrail3;
       if (byte == 0xF4) return kAfterF4;
       return kReject;  // trail bytes, C0, C1, F5-FF
-    case kTrail1: return trail ? kAccept : kReject;
-    case kTrail2: return trail ? kTrail1 : kReject;
-    case kTrail3: return trail ? kTrail2 : kReject;
-    case kAfterE0: return byte >= 0xA0 && byte <= 0xBF ? kTrail1 : kReject;
-    case kAfterED: return byte <= 0x9F ? kTrail1 : kReject;
-    case kAfterF0: return byte >= 0x90 && byte <= 0xBF ? kTrail2 : kReject;
-    case kAfterF4: return byte <= 0x8F ? kTrail2 : kReject;
-    default: return kReject;
+    case kTrail1:
+      return trail ? kAccept : kReject;
+    case kTrail2:
+      return trail ? kTrail1 : kReject;
+    case kTrail3:
+      return trail ? kTrail2 : kReject;
+    case kAfterE0:
+      return byte >= 0xA0 && byte <= 0xBF ? kTrail1 : kReject;
+    case kAfterED:
+      return byte <= 0x9F ? kTrail1 : kReject;
+    case kAfterF0:
+      return byte >= 0x90 && byte <= 0xBF ? kTrail2 : kReject;
+    case kAfterF4:
+      return byte <= 0x8F ? kTrail2 : kReject;
+    default:
+      return kReject;
   }
 }
 
@@ -68,7 +76,8 @@ constexpr Rows MakeRows() {
   const unsigned states[] = {kAccept,  kTrail1,  kTrail2,  kTrail3, kAfterE0,
                              kAfterED, kAfterF0, kAfterF4, kReject};
   for (unsigned byte = 0; byte < 256; ++byte) {
-    for (unsigned state : states) rows.row[byte] |= (std::uint64_t)Next(state, byte) << state;
+    for (unsigned state : states)
+      rows.row[byte] |= static_cast<std::uint64_t>(Next(state, byte)) << state;
   }
   return rows;
 }
@@ -131,7 +140,8 @@ inline bool NarrowAscii16(const wchar_t* w, char* out) {
 inline bool NarrowAscii16(const unsigned short* u, char* out) {
 #if defined(__SSE2__)
   const __m128i v0 = Load(u), v1 = Load(u + 8);
-  const __m128i high = _mm_and_si128(_mm_or_si128(v0, v1), _mm_set1_epi16((short)0xFF80));
+  const __m128i high =
+      _mm_and_si128(_mm_or_si128(v0, v1), _mm_set1_epi16(static_cast<short>(0xFF80)));
   if (_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) != 0xFFFF) return false;
   Store(out, _mm_packus_epi16(v0, v1));
 #else
@@ -154,14 +164,14 @@ inline __m128i EncodeUTF16Lanes(__m128i v, __m128i next, __m128i high, __m128i l
                                 std::uint32_t* words) {
   const __m128i zero = _mm_setzero_si128();
   auto atLeast = [&](int mask) {  // -1 where a bit of `mask` is set
-    return _mm_cmpeq_epi16(_mm_cmpeq_epi16(_mm_and_si128(v, _mm_set1_epi16((short)mask)), zero),
-                           zero);
+    return _mm_cmpeq_epi16(
+        _mm_cmpeq_epi16(_mm_and_si128(v, _mm_set1_epi16(static_cast<short>(mask))), zero), zero);
   };
   auto select = [](__m128i m, __m128i a, __m128i b) {
     return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b));
   };
   auto bits = [](__m128i x, int shift, int mask) {
-    return _mm_and_si128(_mm_srli_epi16(x, shift), _mm_set1_epi16((short)mask));
+    return _mm_and_si128(_mm_srli_epi16(x, shift), _mm_set1_epi16(static_cast<short>(mask)));
   };
   const __m128i trail = _mm_set1_epi16(0x80);
   const __m128i two = atLeast(0xFF80), three = atLeast(0xF800);
@@ -196,13 +206,17 @@ inline __m128i EncodeUTF16Lanes(__m128i v, __m128i next, __m128i high, __m128i l
 // four bytes of garbage follow the last character (outputs carry kSlack).
 inline bool EncodeUTF16Chunk(const unsigned short* u, char*& out) {
   const __m128i v0 = Load(u), v1 = Load(u + 8);
-  const __m128i top = _mm_set1_epi16((short)0xFC00);
-  const __m128i high0 = _mm_cmpeq_epi16(_mm_and_si128(v0, top), _mm_set1_epi16((short)0xD800));
-  const __m128i high1 = _mm_cmpeq_epi16(_mm_and_si128(v1, top), _mm_set1_epi16((short)0xD800));
-  const __m128i low0 = _mm_cmpeq_epi16(_mm_and_si128(v0, top), _mm_set1_epi16((short)0xDC00));
-  const __m128i low1 = _mm_cmpeq_epi16(_mm_and_si128(v1, top), _mm_set1_epi16((short)0xDC00));
-  const unsigned highs = (unsigned)_mm_movemask_epi8(_mm_packs_epi16(high0, high1));
-  const unsigned lows = (unsigned)_mm_movemask_epi8(_mm_packs_epi16(low0, low1));
+  const __m128i top = _mm_set1_epi16(static_cast<short>(0xFC00));
+  const __m128i high0 =
+      _mm_cmpeq_epi16(_mm_and_si128(v0, top), _mm_set1_epi16(static_cast<short>(0xD800)));
+  const __m128i high1 =
+      _mm_cmpeq_epi16(_mm_and_si128(v1, top), _mm_set1_epi16(static_cast<short>(0xD800)));
+  const __m128i low0 =
+      _mm_cmpeq_epi16(_mm_and_si128(v0, top), _mm_set1_epi16(static_cast<short>(0xDC00)));
+  const __m128i low1 =
+      _mm_cmpeq_epi16(_mm_and_si128(v1, top), _mm_set1_epi16(static_cast<short>(0xDC00)));
+  const unsigned highs = static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(high0, high1)));
+  const unsigned lows = static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(low0, low1)));
   const unsigned pairs = highs & (lows >> 1);
   if (highs != pairs || lows != ((pairs << 1) & 0xFFFF)) return false;
   alignas(16) std::uint32_t words[16];
@@ -242,23 +256,23 @@ inline std::size_t UTF8Length(UTF32 ch) {
 // Writers for one character of a known UTF-8 length; each returns the byte
 // after it.
 inline char* EncodeTwo(UTF32 ch, char* out) {
-  out[0] = (char)(0xC0 | (ch >> 6));
-  out[1] = (char)(0x80 | (ch & 0x3F));
+  out[0] = static_cast<char>(0xC0 | (ch >> 6));
+  out[1] = static_cast<char>(0x80 | (ch & 0x3F));
   return out + 2;
 }
 
 inline char* EncodeThree(UTF32 ch, char* out) {
-  out[0] = (char)(0xE0 | (ch >> 12));
-  out[1] = (char)(0x80 | ((ch >> 6) & 0x3F));
-  out[2] = (char)(0x80 | (ch & 0x3F));
+  out[0] = static_cast<char>(0xE0 | (ch >> 12));
+  out[1] = static_cast<char>(0x80 | ((ch >> 6) & 0x3F));
+  out[2] = static_cast<char>(0x80 | (ch & 0x3F));
   return out + 3;
 }
 
 inline char* EncodeFour(UTF32 ch, char* out) {
-  out[0] = (char)(0xF0 | (ch >> 18));
-  out[1] = (char)(0x80 | ((ch >> 12) & 0x3F));
-  out[2] = (char)(0x80 | ((ch >> 6) & 0x3F));
-  out[3] = (char)(0x80 | (ch & 0x3F));
+  out[0] = static_cast<char>(0xF0 | (ch >> 18));
+  out[1] = static_cast<char>(0x80 | ((ch >> 12) & 0x3F));
+  out[2] = static_cast<char>(0x80 | ((ch >> 6) & 0x3F));
+  out[3] = static_cast<char>(0x80 | (ch & 0x3F));
   return out + 4;
 }
 
@@ -267,7 +281,7 @@ inline char* EncodeFour(UTF32 ch, char* out) {
 // order measurably matters for mixed text.
 inline char* EncodeOne(UTF32 ch, char* out) {
   if (ch < 0x80) {
-    *out = (char)ch;
+    *out = static_cast<char>(ch);
     return out + 1;
   }
   if (ch < 0x800) return EncodeTwo(ch, out);
@@ -283,7 +297,7 @@ inline bool IsLowSurrogate(UTF32 u) { return u >= 0xDC00 && u <= 0xDFFF; }
 inline std::size_t Sum32(__m128i v) {
   std::uint32_t lanes[4];
   _mm_storeu_si128(reinterpret_cast<__m128i*>(lanes), v);
-  return (std::size_t)lanes[0] + lanes[1] + lanes[2] + lanes[3];
+  return static_cast<std::size_t>(lanes[0]) + lanes[1] + lanes[2] + lanes[3];
 }
 
 // Sums the eight 16-bit lanes, read as unsigned.
@@ -311,36 +325,37 @@ namespace {
 // are exactly those below -64. A byte must be a trail byte exactly when the
 // byte before it is at least C0, or the one two before at least E0, or the
 // one three before at least F0 (unsigned; found by saturating subtraction).
-__attribute__((always_inline)) inline void CheckBlock(__m128i v, __m128i previous,
-                                                      __m128i& error, __m128i& starts) {
+__attribute__((always_inline)) inline void CheckBlock(__m128i v, __m128i previous, __m128i& error,
+                                                      __m128i& starts) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i before1 = _mm_or_si128(_mm_slli_si128(v, 1), _mm_srli_si128(previous, 15));
   const __m128i before2 = _mm_or_si128(_mm_slli_si128(v, 2), _mm_srli_si128(previous, 14));
   const __m128i before3 = _mm_or_si128(_mm_slli_si128(v, 3), _mm_srli_si128(previous, 13));
   const __m128i trail = _mm_cmpgt_epi8(_mm_set1_epi8(-64), v);
   const __m128i noTrailExpected = _mm_cmpeq_epi8(
-      _mm_or_si128(_mm_or_si128(_mm_subs_epu8(before1, _mm_set1_epi8((char)0xBF)),
-                                _mm_subs_epu8(before2, _mm_set1_epi8((char)0xDF))),
-                   _mm_subs_epu8(before3, _mm_set1_epi8((char)0xEF))),
+      _mm_or_si128(_mm_or_si128(_mm_subs_epu8(before1, _mm_set1_epi8(static_cast<char>(0xBF))),
+                                _mm_subs_epu8(before2, _mm_set1_epi8(static_cast<char>(0xDF)))),
+                   _mm_subs_epu8(before3, _mm_set1_epi8(static_cast<char>(0xEF)))),
       zero);
   // C0, C1 and F5-FF never occur.
-  const __m128i invalid =
-      _mm_or_si128(_mm_cmpeq_epi8(_mm_and_si128(v, _mm_set1_epi8((char)0xFE)),
-                                  _mm_set1_epi8((char)0xC0)),
-                   _mm_cmpeq_epi8(_mm_cmpeq_epi8(_mm_subs_epu8(v, _mm_set1_epi8((char)0xF4)), zero),
-                                  zero));
+  const __m128i invalid = _mm_or_si128(
+      _mm_cmpeq_epi8(_mm_and_si128(v, _mm_set1_epi8(static_cast<char>(0xFE))),
+                     _mm_set1_epi8(static_cast<char>(0xC0))),
+      _mm_cmpeq_epi8(_mm_cmpeq_epi8(_mm_subs_epu8(v, _mm_set1_epi8(static_cast<char>(0xF4))), zero),
+                     zero));
   // Second bytes: after E0 at least A0, after ED at most 9F, after F0 at
   // least 90, after F4 at most 8F.
-  auto after = [&](int lead) { return _mm_cmpeq_epi8(before1, _mm_set1_epi8((char)lead)); };
-  auto below = [&](int x) { return _mm_cmpgt_epi8(_mm_set1_epi8((char)x), v); };
-  auto above = [&](int x) { return _mm_cmpgt_epi8(v, _mm_set1_epi8((char)x)); };
-  const __m128i second =
-      _mm_or_si128(_mm_or_si128(_mm_and_si128(after(0xE0), below(-96)),
-                                _mm_and_si128(after(0xED), above(-97))),
-                   _mm_or_si128(_mm_and_si128(after(0xF0), below(-112)),
-                                _mm_and_si128(after(0xF4), above(-113))));
-  error = _mm_or_si128(error, _mm_or_si128(_mm_cmpeq_epi8(noTrailExpected, trail),
-                                           _mm_or_si128(invalid, second)));
+  auto after = [&](int lead) {
+    return _mm_cmpeq_epi8(before1, _mm_set1_epi8(static_cast<char>(lead)));
+  };
+  auto below = [&](int x) { return _mm_cmpgt_epi8(_mm_set1_epi8(static_cast<char>(x)), v); };
+  auto above = [&](int x) { return _mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(x))); };
+  const __m128i second = _mm_or_si128(
+      _mm_or_si128(_mm_and_si128(after(0xE0), below(-96)), _mm_and_si128(after(0xED), above(-97))),
+      _mm_or_si128(_mm_and_si128(after(0xF0), below(-112)),
+                   _mm_and_si128(after(0xF4), above(-113))));
+  error = _mm_or_si128(
+      error, _mm_or_si128(_mm_cmpeq_epi8(noTrailExpected, trail), _mm_or_si128(invalid, second)));
   starts = _mm_add_epi64(starts, _mm_sad_epu8(_mm_andnot_si128(trail, _mm_set1_epi8(1)), zero));
 }
 
@@ -376,8 +391,9 @@ bool CheckStandard(const unsigned char* p, std::size_t n, std::size_t* character
   CheckBlock(zero, v, error, padding);
   if (_mm_movemask_epi8(error) != 0) return false;
   // The padding bytes were counted as character starts.
-  *characters = ascii + (std::size_t)_mm_cvtsi128_si64(starts) +
-                (std::size_t)_mm_cvtsi128_si64(_mm_unpackhi_epi64(starts, starts)) - (16 - (n - i));
+  *characters = ascii + static_cast<std::size_t>(_mm_cvtsi128_si64(starts)) +
+                static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(starts, starts))) -
+                (16 - (n - i));
   return true;
 }
 #endif
@@ -403,12 +419,11 @@ bool ValidateUTF8(const unsigned char* p, std::size_t n, std::size_t* characters
 #if defined(__SSE2__)
   std::size_t standard = 0;
   if (CheckStandard(p, n, &standard)) {
-    if (characters != NULL) *characters = standard;
+    if (characters != nullptr) *characters = standard;
     return true;
   }
 #endif
-  return characters != NULL ? Validate<true>(p, n, characters)
-                            : Validate<false>(p, n, NULL);
+  return characters != nullptr ? Validate<true>(p, n, characters) : Validate<false>(p, n, nullptr);
 }
 
 namespace {
@@ -418,16 +433,17 @@ namespace {
 inline void DecodeOne(const unsigned char*& p, wchar_t*& out) {
   const UTF32 b0 = *p;
   if (b0 < 0x80) {
-    *out++ = (wchar_t)b0;
+    *out++ = static_cast<wchar_t>(b0);
     p += 1;
   } else if (b0 < 0xE0) {
-    *out++ = (wchar_t)((b0 << 6) + p[1] - kOffset2);
+    *out++ = static_cast<wchar_t>((b0 << 6) + p[1] - kOffset2);
     p += 2;
   } else if (b0 < 0xF0) {
-    *out++ = (wchar_t)((b0 << 12) + ((UTF32)p[1] << 6) + p[2] - kOffset3);
+    *out++ = static_cast<wchar_t>((b0 << 12) + (static_cast<UTF32>(p[1]) << 6) + p[2] - kOffset3);
     p += 3;
   } else {
-    *out++ = (wchar_t)((b0 << 18) + ((UTF32)p[1] << 12) + ((UTF32)p[2] << 6) + p[3] - kOffset4);
+    *out++ = static_cast<wchar_t>((b0 << 18) + (static_cast<UTF32>(p[1]) << 12) +
+                                  (static_cast<UTF32>(p[2]) << 6) + p[3] - kOffset4);
     p += 4;
   }
 }
@@ -458,8 +474,8 @@ bool ScanWide(const wchar_t* w, std::size_t n, std::size_t* utf8Bytes, bool* has
 #if defined(__SSE2__)
   // Unsigned "above 0x10FFFF" as a signed compare of values with the top
   // bit flipped; the size steps as signed compares (only read when valid).
-  const __m128i flip = _mm_set1_epi32((int)0x80000000u);
-  const __m128i limit = _mm_set1_epi32((int)(0x10FFFFu ^ 0x80000000u));
+  const __m128i flip = _mm_set1_epi32(static_cast<int>(0x80000000u));
+  const __m128i limit = _mm_set1_epi32(static_cast<int>(0x10FFFFu ^ 0x80000000u));
   const __m128i t1 = _mm_set1_epi32(0x7F), t2 = _mm_set1_epi32(0x7FF);
   const __m128i t3 = _mm_set1_epi32(0xFFFF), none = _mm_setzero_si128();
   __m128i badLanes = none, zeroLanes = none;
@@ -479,7 +495,7 @@ bool ScanWide(const wchar_t* w, std::size_t n, std::size_t* utf8Bytes, bool* has
   zero = _mm_movemask_epi8(zeroLanes) != 0;
 #endif
   for (; i < n; ++i) {
-    const UTF32 ch = (UTF32)w[i];
+    const UTF32 ch = static_cast<UTF32>(w[i]);
     bad |= ch > 0x10FFFF;
     zero |= ch == 0;
     bytes += UTF8Length(ch) - 1;
@@ -498,9 +514,10 @@ void EncodeWide(const wchar_t* w, std::size_t n, char* out) {
       out += 16;
       continue;
     }
-    for (const wchar_t* const stop = w + 16; w < stop; ++w) out = EncodeOne((UTF32)*w, out);
+    for (const wchar_t* const stop = w + 16; w < stop; ++w)
+      out = EncodeOne(static_cast<UTF32>(*w), out);
   }
-  for (; w < end; ++w) out = EncodeOne((UTF32)*w, out);
+  for (; w < end; ++w) out = EncodeOne(static_cast<UTF32>(*w), out);
 }
 
 std::size_t ScanUTF16(const unsigned short* u, std::size_t n, bool* hasZero) {
@@ -511,9 +528,11 @@ std::size_t ScanUTF16(const unsigned short* u, std::size_t n, bool* hasZero) {
   bool zero = false;
 #if defined(__SSE2__)
   const __m128i none = _mm_setzero_si128();
-  const __m128i m80 = _mm_set1_epi16((short)0xFF80), m800 = _mm_set1_epi16((short)0xF800);
-  const __m128i mSurrogate = _mm_set1_epi16((short)0xFC00);
-  const __m128i high = _mm_set1_epi16((short)0xD800), low = _mm_set1_epi16((short)0xDC00);
+  const __m128i m80 = _mm_set1_epi16(static_cast<short>(0xFF80)),
+                m800 = _mm_set1_epi16(static_cast<short>(0xF800));
+  const __m128i mSurrogate = _mm_set1_epi16(static_cast<short>(0xFC00));
+  const __m128i high = _mm_set1_epi16(static_cast<short>(0xD800)),
+                low = _mm_set1_epi16(static_cast<short>(0xDC00));
   __m128i zeroLanes = none;
   while (n - i >= 9) {  // each step also reads the unit after its eight
     __m128i extra = none, pairs = none;
@@ -522,12 +541,12 @@ std::size_t ScanUTF16(const unsigned short* u, std::size_t n, bool* hasZero) {
       const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(u + i + 1));
       zeroLanes = _mm_or_si128(zeroLanes, _mm_cmpeq_epi16(v, none));
       // cmpeq gives -1 where the unit is below the step: add 1 + that.
-      extra = _mm_add_epi16(extra, _mm_add_epi16(_mm_set1_epi16(2),
-                                                 _mm_add_epi16(_mm_cmpeq_epi16(_mm_and_si128(v, m80), none),
-                                                               _mm_cmpeq_epi16(_mm_and_si128(v, m800), none))));
-      const __m128i pair =
-          _mm_and_si128(_mm_cmpeq_epi16(_mm_and_si128(v, mSurrogate), high),
-                        _mm_cmpeq_epi16(_mm_and_si128(next, mSurrogate), low));
+      extra = _mm_add_epi16(
+          extra, _mm_add_epi16(_mm_set1_epi16(2),
+                               _mm_add_epi16(_mm_cmpeq_epi16(_mm_and_si128(v, m80), none),
+                                             _mm_cmpeq_epi16(_mm_and_si128(v, m800), none))));
+      const __m128i pair = _mm_and_si128(_mm_cmpeq_epi16(_mm_and_si128(v, mSurrogate), high),
+                                         _mm_cmpeq_epi16(_mm_and_si128(next, mSurrogate), low));
       pairs = _mm_sub_epi16(pairs, pair);
     }
     bytes += Sum16(extra) - 2 * Sum16(pairs);
@@ -551,7 +570,7 @@ namespace {
 inline void EncodeUTF16One(const unsigned short*& u, const unsigned short* end, char*& out) {
   const UTF32 ch = *u++;
   if (ch < 0x80) {
-    *out++ = (char)ch;
+    *out++ = static_cast<char>(ch);
   } else if (ch < 0x800) {
     out = EncodeTwo(ch, out);
   } else if (ch < 0xD800 || ch > 0xDFFF) {

@@ -25,7 +25,6 @@ namespace fastutf {
 // (it stores whole 32-bit words): its output needs that much extra room.
 constexpr std::size_t kSlack = 4;
 
-
 // Whether [p, p + n) converts with conversionOK under ConvertUTF8toUTF32 in
 // lenient mode (which is also exactly what IsUTF8 accepts). On true, and if
 // `characters` is not null, *characters receives the number of code points.

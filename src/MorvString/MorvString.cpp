@@ -34,7 +34,7 @@ std::wstring UTF8ToWide(const std::string& utf8) {
     std::wstring result(characters, L'\0');
     fastutf::DecodeValidUTF8(p, n, &result[0]);
     // A zero byte is U+0000 or (rarely) the second byte after ED or F4.
-    if (std::memchr(p, 0, n) != NULL) {
+    if (std::memchr(p, 0, n) != nullptr) {
       result.resize(std::wcslen(result.c_str()));
     }
     return result;
@@ -63,7 +63,7 @@ std::string WideToUTF8(const std::wstring& wide) {
 }
 
 std::string UnicodeToUTF8(unsigned short* units, unsigned long count) {
-  if (units == NULL || count == 0) return std::string();
+  if (units == nullptr || count == 0) return std::string();
   // A high surrogate as the last unit ends the conversion sourceExhausted.
   const unsigned short last = units[count - 1];
   if (last >= 0xD800 && last <= 0xDBFF) return std::string();
@@ -95,8 +95,8 @@ std::string UnicodeToUTF8(unsigned short* units, unsigned long count) {
 }
 
 bool IsUTF8(const std::string& text) {
-  return fastutf::ValidateUTF8(reinterpret_cast<const unsigned char*>(text.data()),
-                               text.size(), NULL);
+  return fastutf::ValidateUTF8(reinterpret_cast<const unsigned char*>(text.data()), text.size(),
+                               nullptr);
 }
 
 std::string UTF8ToNative(const std::string& utf8) { return utf8; }

@@ -44,16 +44,20 @@ const UErrorCode kDisabled = U_INTERNAL_PROGRAM_ERROR;  // 5
 
 }  // namespace
 
-UCNVLibrary* UCNVLibrary::s_ucnvLibrary = NULL;
+UCNVLibrary* UCNVLibrary::s_ucnvLibrary = nullptr;
 
 UCNVLibrary::UCNVLibrary()
-    : m_handle(NULL), m_open(NULL), m_close(NULL), m_toUnicode(NULL), m_fromUnicode(NULL) {
+    : m_handle(nullptr),
+      m_open(nullptr),
+      m_close(nullptr),
+      m_toUnicode(nullptr),
+      m_fromUnicode(nullptr) {
   // RTLD_NODELETE: ICU keeps its converter data in heap blocks reachable
   // only from its own globals. Unmapping the library at dlclose would lose
   // them, and every FreeCodePageResouces and reload would leak them anew;
   // kept mapped, a reload finds ICU's state as it was.
   m_handle = dlopen(LibraryPath().c_str(), RTLD_LAZY | RTLD_NODELETE);
-  if (m_handle != NULL) {
+  if (m_handle != nullptr) {
     m_open = Lookup<OpenFunction>(m_handle, "ucnv_open");
     m_close = Lookup<CloseFunction>(m_handle, "ucnv_close");
     m_toUnicode = Lookup<ToUnicodeFunction>(m_handle, "ucnv_toUnicode");
@@ -62,26 +66,26 @@ UCNVLibrary::UCNVLibrary()
 }
 
 UCNVLibrary::~UCNVLibrary() {
-  if (m_handle != NULL) {
+  if (m_handle != nullptr) {
     dlclose(m_handle);
-    m_handle = NULL;
+    m_handle = nullptr;
   }
 }
 
 UCNVLibrary* UCNVLibrary::instance() {
-  if (s_ucnvLibrary == NULL) s_ucnvLibrary = new UCNVLibrary;
+  if (s_ucnvLibrary == nullptr) s_ucnvLibrary = new UCNVLibrary;
   return s_ucnvLibrary;
 }
 
 bool UCNVLibrary::IsUsable() const {
-  return m_handle != NULL && m_open != NULL && m_close != NULL && m_toUnicode != NULL &&
-         m_fromUnicode != NULL;
+  return m_handle != nullptr && m_open != nullptr && m_close != nullptr && m_toUnicode != nullptr &&
+         m_fromUnicode != nullptr;
 }
 
 UConverter* UCNVLibrary::UCNV_open(const char* converterName, UErrorCode* err) {
   if (!IsUsable()) {
-    if (err != NULL) *err = kDisabled;
-    return NULL;
+    if (err != nullptr) *err = kDisabled;
+    return nullptr;
   }
   return m_open(converterName, err);
 }
@@ -95,34 +99,33 @@ void UCNVLibrary::UCNV_toUnicode(UConverter* converter, unsigned short** target,
                                  const char* sourceLimit, int* offsets, signed char flush,
                                  UErrorCode* err) {
   if (!IsUsable()) {
-    if (err != NULL) *err = kDisabled;
+    if (err != nullptr) *err = kDisabled;
     return;
   }
   m_toUnicode(converter, target, targetLimit, source, sourceLimit, offsets, flush, err);
 }
 
 void UCNVLibrary::UCNV_fromUnicode(UConverter* converter, char** target, const char* targetLimit,
-                                   const unsigned short** source,
-                                   const unsigned short* sourceLimit, int* offsets,
-                                   signed char flush, UErrorCode* err) {
+                                   const unsigned short** source, const unsigned short* sourceLimit,
+                                   int* offsets, signed char flush, UErrorCode* err) {
   if (!IsUsable()) {
-    if (err != NULL) *err = kDisabled;
+    if (err != nullptr) *err = kDisabled;
     return;
   }
   m_fromUnicode(converter, target, targetLimit, source, sourceLimit, offsets, flush, err);
 }
 
 void FreeCodePageResouces() {
-  if (UCNVLibrary::s_ucnvLibrary != NULL) {
+  if (UCNVLibrary::s_ucnvLibrary != nullptr) {
     UCNVLibrary* old = UCNVLibrary::s_ucnvLibrary;
-    UCNVLibrary::s_ucnvLibrary = NULL;
+    UCNVLibrary::s_ucnvLibrary = nullptr;
     delete old;
   }
 }
 
 void SetCodePageLibrary(const char* path, const char* symbolSuffix) {
-  LibraryPath() = path != NULL ? path : MORV_ICU_LIBRARY;
-  SymbolSuffix() = symbolSuffix != NULL ? symbolSuffix : MORV_ICU_SUFFIX;
+  LibraryPath() = path != nullptr ? path : MORV_ICU_LIBRARY;
+  SymbolSuffix() = symbolSuffix != nullptr ? symbolSuffix : MORV_ICU_SUFFIX;
 }
 
 }  // namespace mvcs

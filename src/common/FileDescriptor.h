@@ -43,7 +43,7 @@ inline bool WriteAll(int fd, const char* data, std::size_t size) {
       return false;
     }
     data += written;
-    size -= (std::size_t)written;
+    size -= static_cast<std::size_t>(written);
   }
   return true;
 }

@@ -39,9 +39,15 @@ ToolError NotWritten(const SettingsTarget& target, int reason) {
   return Failure(message + "; nothing was changed");
 }
 
+// Writes the node's changes now, or throws.
+void Save(const SettingsTarget& target, const Node& node) {
+  const mvcs::SaveResult result = mvcs::SaveSettings(node.Get());
+  if (!result) throw NotWritten(target, result.GetError());
+}
+
 const ValueType& RequireType(const std::string& name) {
   const ValueType* type = FindValueType(name);
-  if (type == NULL) {
+  if (type == nullptr) {
     std::string names;
     for (const ValueType& known : ValueTypes()) {
       names += std::string(names.empty() ? "" : ", ") + known.name;
@@ -88,7 +94,7 @@ void PrintTree(mvcs::IMorvSettings& node, const std::string& indent, std::ostrea
     out << indent << name << " (" << KindName(kind) << ")";
     const ValueType* type = TypeForKind(kind);
     Value value;
-    if (type != NULL && type->fetch(node, name, value)) out << " = " << FormatQuoted(value);
+    if (type != nullptr && type->fetch(node, name, value)) out << " = " << FormatQuoted(value);
     out << "\n";
   }
   for (const std::string& name : children) {
@@ -129,7 +135,7 @@ Node RequireNode(const SettingsTarget& target, Access access) {
 // (saying so when the product has only machine-wide defaults).
 Node RequireOwnNode(const SettingsTarget& target) {
   Node node = target.Open({}, Access::kOwn);
-  if (!node) throw NotInOwnFile(target, "", (bool)target.Open({}, Access::kRead));
+  if (!node) throw NotInOwnFile(target, "", static_cast<bool>(target.Open({}, Access::kRead)));
   return node;
 }
 
@@ -137,10 +143,10 @@ Node RequireOwnNode(const SettingsTarget& target) {
 
 void ReadCommand(const SettingsTarget& target, const std::string& key, const std::string& typeName,
                  std::ostream& out) {
-  const ValueType* type = typeName.empty() ? NULL : &RequireType(typeName);
+  const ValueType* type = typeName.empty() ? nullptr : &RequireType(typeName);
   CheckOwnFile(target, false);
   if (key.empty()) {
-    if (type != NULL) throw UsageError("--type needs a KEY: a node holds many values");
+    if (type != nullptr) throw UsageError("--type needs a KEY: a node holds many values");
     Node node = RequireNode(target, Access::kRead);
     PrintTree(*node, "", out);
     return;
@@ -149,14 +155,14 @@ void ReadCommand(const SettingsTarget& target, const std::string& key, const std
   Node parent;
   const mvcs::MORVVALUEKIND kind = KindAt(target, entry, Access::kRead, parent);
   if (kind == mvcs::MORVVALUEKIND_NONE) throw NotFound(target, key);
-  if (kind == mvcs::MORVVALUEKIND_DICTIONARY && type == NULL) {
+  if (kind == mvcs::MORVVALUEKIND_DICTIONARY && type == nullptr) {
     Node child;
     if (!parent->GetChild(entry.name, &child)) throw NotFound(target, key);
     PrintTree(*child, "", out);
     return;
   }
-  if (type == NULL) type = TypeForKind(kind);
-  if (type == NULL) {
+  if (type == nullptr) type = TypeForKind(kind);
+  if (type == nullptr) {
     throw Failure(Where(target, key) + " is " + WithArticle(kind) +
                   ", which the settings interface cannot read (export shows it)");
   }
@@ -212,7 +218,7 @@ void WriteCommand(const SettingsTarget& target, const std::string& key, const st
     throw UsageError("the settings store refused " + Quoted(key) +
                      " (names must be well-formed UTF-8); nothing was changed");
   }
-  if (!mvcs::SaveSettings(parent.Get())) throw NotWritten(target, errno);
+  Save(target, parent);
 }
 
 void DeleteCommand(const SettingsTarget& target, const std::string& key) {
@@ -235,7 +241,7 @@ void DeleteCommand(const SettingsTarget& target, const std::string& key) {
                        KindAt(target, entry, Access::kRead, reader) != mvcs::MORVVALUEKIND_NONE);
   }
   parent->Delete(entry.name);
-  if (!mvcs::SaveSettings(parent.Get())) throw NotWritten(target, errno);
+  Save(target, parent);
 }
 
 void ListCommand(const SettingsTarget& target, const std::string& keyPath, std::ostream& out) {
@@ -293,7 +299,7 @@ void ImportCommand(const SettingsTarget& target, const std::string& file) {
     default:
       throw NotFound(target, "");
   }
-  if (!mvcs::SaveSettings(node.Get())) throw NotWritten(target, errno);
+  Save(target, node);
 }
 
 void WhereCommand(const SettingsTarget& target, std::ostream& out) {

@@ -2,8 +2,8 @@
 
 #include "SettingsTarget.h"
 
-#include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvSettings/MorvSettingsSimple.h"
+#include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvString/MorvString.h"
 #include "ToolError.h"
 

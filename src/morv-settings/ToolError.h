@@ -26,9 +26,7 @@ class ToolError : public std::runtime_error {
 
 // Shorthands for the two kinds.
 inline ToolError Failure(const std::string& message) { return ToolError(kFailure, message); }
-inline ToolError UsageError(const std::string& message) {
-  return ToolError(kUsageError, message);
-}
+inline ToolError UsageError(const std::string& message) { return ToolError(kUsageError, message); }
 
 }  // namespace morvtool
 

@@ -34,11 +34,11 @@ std::string ReadAll(int fd, const std::string& path) {
       throw Failure("cannot read " + NameOf(path) + ": " + ErrnoText());
     }
     if (got == 0) return bytes;
-    if (bytes.size() + (std::size_t)got > kMaxInputSize) {
+    if (bytes.size() + static_cast<std::size_t>(got) > kMaxInputSize) {
       throw Failure(NameOf(path) + " is larger than " + std::to_string(kMaxInputSize >> 20) +
                     " MiB, the most a settings file may hold");
     }
-    bytes.append(buffer, (std::size_t)got);
+    bytes.append(buffer, static_cast<std::size_t>(got));
   }
 }
 
@@ -73,7 +73,7 @@ std::string ReadInput(const std::string& path) {
   if (fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) {
     throw Failure("cannot read " + path + ": not a regular file");
   }
-  if ((std::size_t)info.st_size > kMaxInputSize) {
+  if (static_cast<std::size_t>(info.st_size) > kMaxInputSize) {
     throw Failure(path + " is larger than " + std::to_string(kMaxInputSize >> 20) +
                   " MiB, the most a settings file may hold");
   }

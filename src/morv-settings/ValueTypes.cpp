@@ -29,8 +29,8 @@ std::string RangeOf() {
 // then digits, and nothing else; within T's range.
 template <class T>
 bool ParseInteger(const std::string& text, Value& value, std::string& error) {
-  typedef typename std::conditional<std::is_signed<T>::value, long long,
-                                    unsigned long long>::type Wide;
+  typedef
+      typename std::conditional<std::is_signed<T>::value, long long, unsigned long long>::type Wide;
   const char* begin = text.data();
   const char* end = begin + text.size();
   const bool plus = begin != end && *begin == '+';
@@ -49,8 +49,8 @@ bool ParseInteger(const std::string& text, Value& value, std::string& error) {
   const std::from_chars_result result = std::from_chars(begin, end, wide);
   if (result.ec == std::errc::result_out_of_range ||
       (result.ec == std::errc() && result.ptr == end &&
-       (wide < (Wide)std::numeric_limits<T>::min() ||
-        wide > (Wide)std::numeric_limits<T>::max()))) {
+       (wide < static_cast<Wide>(std::numeric_limits<T>::min()) ||
+        wide > static_cast<Wide>(std::numeric_limits<T>::max())))) {
     error = "is out of range " + RangeOf<T>();
     return false;
   }
@@ -58,7 +58,7 @@ bool ParseInteger(const std::string& text, Value& value, std::string& error) {
     error = "is not a whole number";
     return false;
   }
-  value = (T)wide;
+  value = static_cast<T>(wide);
   return true;
 }
 
@@ -92,7 +92,7 @@ bool ParseReal(const std::string& text, Value& value, std::string& error) {
 
 bool ParseBoolean(const std::string& text, Value& value, std::string& error) {
   std::string lower;
-  for (char c : text) lower += (c >= 'A' && c <= 'Z') ? (char)(c - 'A' + 'a') : c;
+  for (char c : text) lower += (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
   if (lower == "true" || lower == "yes" || lower == "1") {
     value = true;
   } else if (lower == "false" || lower == "no" || lower == "0") {
@@ -131,7 +131,7 @@ bool ParseHex(const std::string& text, Value& value, std::string& error) {
     const int high = HexDigit(text[i]);
     const int low = HexDigit(text[i + 1]);
     if (high < 0 || low < 0) break;
-    bytes.push_back((unsigned char)(high * 16 + low));
+    bytes.push_back(static_cast<unsigned char>(high * 16 + low));
   }
   if (bytes.size() * 2 != text.size()) {
     error = "is not hexadecimal data (pairs of the digits 0-9 and a-f, such as 00ff1a)";
@@ -166,7 +166,7 @@ bool FetchData(mvcs::IMorvSettings& node, const std::string& name, Value& value)
   mvtl::MemoryBuffer<unsigned char> buffer;
   if (!node.FetchBuffer(name, buffer)) return false;
   const unsigned char* data = buffer.GetData();
-  value = data != NULL ? Bytes(data, data + buffer.GetCount()) : Bytes();
+  value = data != nullptr ? Bytes(data, data + buffer.GetCount()) : Bytes();
   return true;
 }
 
@@ -212,18 +212,28 @@ std::string Quote(const std::string& text) {
   std::string quoted = "\"";
   for (unsigned char c : text) {
     switch (c) {
-      case '"': quoted += "\\\""; break;
-      case '\\': quoted += "\\\\"; break;
-      case '\n': quoted += "\\n"; break;
-      case '\t': quoted += "\\t"; break;
-      case '\r': quoted += "\\r"; break;
+      case '"':
+        quoted += "\\\"";
+        break;
+      case '\\':
+        quoted += "\\\\";
+        break;
+      case '\n':
+        quoted += "\\n";
+        break;
+      case '\t':
+        quoted += "\\t";
+        break;
+      case '\r':
+        quoted += "\\r";
+        break;
       default:
         if (c < 0x20 || c == 0x7F) {
           char escape[8];
           std::snprintf(escape, sizeof(escape), "\\x%02x", c);
           quoted += escape;
         } else {
-          quoted += (char)c;
+          quoted += static_cast<char>(c);
         }
     }
   }
@@ -257,8 +267,7 @@ const std::vector<ValueType>& ValueTypes() {
       Row<DoubleMember>("double", "64-bit real", ParseReal<double>),
       Row<BooleanMember>("bool", "true or false (also yes/no, 1/0)", ParseBoolean),
       Row<StringMember>("string", "UTF-8 text", ParseString),
-      ValueType{"data", "bytes, as hexadecimal digits (or --file)", ParseHex, StoreData,
-                FetchData},
+      ValueType{"data", "bytes, as hexadecimal digits (or --file)", ParseHex, StoreData, FetchData},
   };
   return types;
 }
@@ -267,34 +276,51 @@ const ValueType* FindValueType(const std::string& name) {
   for (const ValueType& type : ValueTypes()) {
     if (name == type.name) return &type;
   }
-  return NULL;
+  return nullptr;
 }
 
 const ValueType* TypeForKind(mvcs::MORVVALUEKIND kind) {
   switch (kind) {
-    case mvcs::MORVVALUEKIND_INTEGER: return FindValueType("int");
-    case mvcs::MORVVALUEKIND_UNSIGNED_INTEGER: return FindValueType("uint64");
-    case mvcs::MORVVALUEKIND_REAL: return FindValueType("double");
-    case mvcs::MORVVALUEKIND_BOOLEAN: return FindValueType("bool");
-    case mvcs::MORVVALUEKIND_STRING: return FindValueType("string");
-    case mvcs::MORVVALUEKIND_DATA: return FindValueType("data");
-    default: return NULL;
+    case mvcs::MORVVALUEKIND_INTEGER:
+      return FindValueType("int");
+    case mvcs::MORVVALUEKIND_UNSIGNED_INTEGER:
+      return FindValueType("uint64");
+    case mvcs::MORVVALUEKIND_REAL:
+      return FindValueType("double");
+    case mvcs::MORVVALUEKIND_BOOLEAN:
+      return FindValueType("bool");
+    case mvcs::MORVVALUEKIND_STRING:
+      return FindValueType("string");
+    case mvcs::MORVVALUEKIND_DATA:
+      return FindValueType("data");
+    default:
+      return nullptr;
   }
 }
 
 const char* KindName(mvcs::MORVVALUEKIND kind) {
   switch (kind) {
     case mvcs::MORVVALUEKIND_INTEGER:
-    case mvcs::MORVVALUEKIND_UNSIGNED_INTEGER: return "integer";
-    case mvcs::MORVVALUEKIND_REAL: return "real";
-    case mvcs::MORVVALUEKIND_BOOLEAN: return "boolean";
-    case mvcs::MORVVALUEKIND_STRING: return "string";
-    case mvcs::MORVVALUEKIND_DATA: return "data";
-    case mvcs::MORVVALUEKIND_DICTIONARY: return "key";
-    case mvcs::MORVVALUEKIND_ARRAY: return "array";
-    case mvcs::MORVVALUEKIND_DATE: return "date";
-    case mvcs::MORVVALUEKIND_OTHER: return "other";
-    default: return "none";
+    case mvcs::MORVVALUEKIND_UNSIGNED_INTEGER:
+      return "integer";
+    case mvcs::MORVVALUEKIND_REAL:
+      return "real";
+    case mvcs::MORVVALUEKIND_BOOLEAN:
+      return "boolean";
+    case mvcs::MORVVALUEKIND_STRING:
+      return "string";
+    case mvcs::MORVVALUEKIND_DATA:
+      return "data";
+    case mvcs::MORVVALUEKIND_DICTIONARY:
+      return "key";
+    case mvcs::MORVVALUEKIND_ARRAY:
+      return "array";
+    case mvcs::MORVVALUEKIND_DATE:
+      return "date";
+    case mvcs::MORVVALUEKIND_OTHER:
+      return "other";
+    default:
+      return "none";
   }
 }
 

@@ -18,14 +18,16 @@ int main() {
             mvcs::IsUTF8("abc") && getTrailingBytesForUTF8(0xE2) == 2 && buffer.GetCount() == 4;
   {
     mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
-    ok = ok && mvcs::CreateMorvSettings(std::string("Settings/Consumer"),
-                                        mvcs::MORVSETTINGSTYPE_USER_CREATE, &node) &&
+    ok = ok &&
+         mvcs::CreateMorvSettings(std::string("Settings/Consumer"),
+                                  mvcs::MORVSETTINGSTYPE_USER_CREATE, &node) &&
          node->StoreInteger(std::string("answer"), 42);
   }
   mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
   long long answer = 0;
-  ok = ok && mvcs::CreateMorvSettings(std::string("Settings/Consumer"),
-                                      mvcs::MORVSETTINGSTYPE_USER, &node) &&
+  ok = ok &&
+       mvcs::CreateMorvSettings(std::string("Settings/Consumer"), mvcs::MORVSETTINGSTYPE_USER,
+                                &node) &&
        node->FetchInteger(std::string("answer"), answer) && answer == 42;
   std::puts(ok ? "consumer ok" : "consumer FAILED");
   return ok ? 0 : 1;

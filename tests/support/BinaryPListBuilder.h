@@ -14,14 +14,15 @@ namespace bplist {
 // `value` as `size` big-endian bytes.
 inline std::string BigEndian(std::uint64_t value, unsigned size) {
   std::string bytes(size, '\0');
-  for (unsigned i = 0; i < size; ++i) bytes[size - 1 - i] = (char)((value >> (8 * i)) & 0xFF);
+  for (unsigned i = 0; i < size; ++i)
+    bytes[size - 1 - i] = static_cast<char>((value >> (8 * i)) & 0xFF);
   return bytes;
 }
 
 // A marker byte with its count: in the low nibble, or 0xF and an integer.
 inline std::string Marker(unsigned type, std::uint64_t count) {
-  if (count < 15) return std::string(1, (char)((type << 4) | count));
-  return std::string(1, (char)((type << 4) | 0xF)) + "\x13" + BigEndian(count, 8);
+  if (count < 15) return std::string(1, static_cast<char>((type << 4) | count));
+  return std::string(1, static_cast<char>((type << 4) | 0xF)) + "\x13" + BigEndian(count, 8);
 }
 
 class Builder {
@@ -38,7 +39,7 @@ class Builder {
   std::string Reference(std::uint64_t index) const { return BigEndian(index, m_referenceSize); }
 
   std::size_t Integer(std::int64_t value) {
-    return Add("\x13" + BigEndian((std::uint64_t)value, 8));
+    return Add("\x13" + BigEndian(static_cast<std::uint64_t>(value), 8));
   }
   std::size_t Ascii(const std::string& text) { return Add(Marker(0x5, text.size()) + text); }
   std::size_t Array(const std::vector<std::uint64_t>& items) {
@@ -73,13 +74,18 @@ class Builder {
     const std::uint64_t tableOffset = file.size();
     for (std::uint64_t offset : offsets) file += BigEndian(offset, m_offsetSize);
     file += std::string(6, '\0');
-    file += (char)(trailer.offsetSize >= 0 ? trailer.offsetSize : (int)m_offsetSize);
-    file += (char)(trailer.referenceSize >= 0 ? trailer.referenceSize : (int)m_referenceSize);
-    file += BigEndian(trailer.objectCount >= 0 ? (std::uint64_t)trailer.objectCount
-                                               : m_objects.size(), 8);
-    file += BigEndian(trailer.topObject >= 0 ? (std::uint64_t)trailer.topObject : top, 8);
-    file += BigEndian(trailer.tableOffset >= 0 ? (std::uint64_t)trailer.tableOffset
-                                               : tableOffset, 8);
+    file += static_cast<char>(trailer.offsetSize >= 0 ? trailer.offsetSize
+                                                      : static_cast<int>(m_offsetSize));
+    file += static_cast<char>(trailer.referenceSize >= 0 ? trailer.referenceSize
+                                                         : static_cast<int>(m_referenceSize));
+    file += BigEndian(trailer.objectCount >= 0 ? static_cast<std::uint64_t>(trailer.objectCount)
+                                               : m_objects.size(),
+                      8);
+    file +=
+        BigEndian(trailer.topObject >= 0 ? static_cast<std::uint64_t>(trailer.topObject) : top, 8);
+    file += BigEndian(
+        trailer.tableOffset >= 0 ? static_cast<std::uint64_t>(trailer.tableOffset) : tableOffset,
+        8);
     return file;
   }
 

@@ -28,17 +28,20 @@ namespace launcher {
 // arguments and its process id, then (with $MORV_SERVER_SECONDS) stays
 // running that long.
 inline void WriteRecordingServer(const std::string& path, const std::string& identity) {
-  sandbox::WriteFile(path,
-                     "#!/bin/sh\n"
-                     "{\n"
-                     "  echo \"who=" + identity + "\"\n"
-                     "  echo \"cwd=$(pwd -P)\"\n"
-                     "  echo \"argc=$#\"\n"
-                     "  for argument in \"$@\"; do echo \"arg=$argument\"; done\n"
-                     "  echo \"pid=$$\"\n"
-                     "} > \"$MORV_RECORD.tmp\"\n"
-                     "mv \"$MORV_RECORD.tmp\" \"$MORV_RECORD\"\n"
-                     "if [ -n \"$MORV_SERVER_SECONDS\" ]; then exec sleep \"$MORV_SERVER_SECONDS\"; fi\n");
+  sandbox::WriteFile(
+      path,
+      "#!/bin/sh\n"
+      "{\n"
+      "  echo \"who=" +
+          identity +
+          "\"\n"
+          "  echo \"cwd=$(pwd -P)\"\n"
+          "  echo \"argc=$#\"\n"
+          "  for argument in \"$@\"; do echo \"arg=$argument\"; done\n"
+          "  echo \"pid=$$\"\n"
+          "} > \"$MORV_RECORD.tmp\"\n"
+          "mv \"$MORV_RECORD.tmp\" \"$MORV_RECORD\"\n"
+          "if [ -n \"$MORV_SERVER_SECONDS\" ]; then exec sleep \"$MORV_SERVER_SECONDS\"; fi\n");
   chmod(path.c_str(), 0755);
 }
 
@@ -75,7 +78,7 @@ inline Record WaitForRecord(const std::string& path, double seconds) {
 // Stops a server that a record names, if it still runs.
 inline void StopServer(const Record& record) {
   const std::string pid = record.Get("pid");
-  if (!pid.empty()) kill((pid_t)std::stol(pid), SIGKILL);
+  if (!pid.empty()) kill(static_cast<pid_t>(std::stol(pid)), SIGKILL);
 }
 
 typedef process::Result Result;

@@ -26,7 +26,7 @@ namespace process {
 constexpr uid_t kNobody = 65534;
 
 struct Options {
-  std::string directory = ".";  // working folder
+  std::string directory = ".";                                   // working folder
   std::vector<std::pair<std::string, std::string>> environment;  // added to the test's
   std::vector<std::string> unset;  // variables removed from the environment
   std::string input;               // standard input
@@ -50,7 +50,7 @@ inline bool Drain(int& fd, std::string& text) {
   for (;;) {
     const ssize_t got = read(fd, buffer, sizeof(buffer));
     if (got > 0) {
-      text.append(buffer, (std::size_t)got);
+      text.append(buffer, static_cast<std::size_t>(got));
       continue;
     }
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) return true;
@@ -72,16 +72,17 @@ inline bool Drain(int& fd, std::string& text) {
   for (const std::string& name : options.unset) unsetenv(name.c_str());
   if (options.fileSizeLimit >= 0) {
     signal(SIGXFSZ, SIG_IGN);  // writes past the limit fail with EFBIG instead
-    const rlimit limit = {(rlim_t)options.fileSizeLimit, (rlim_t)options.fileSizeLimit};
+    const rlimit limit = {static_cast<rlim_t>(options.fileSizeLimit),
+                          static_cast<rlim_t>(options.fileSizeLimit)};
     setrlimit(RLIMIT_FSIZE, &limit);
   }
   if (options.dropPrivileges && geteuid() == 0 &&
-      (setgroups(0, NULL) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
+      (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
     _exit(125);
   }
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(NULL);
+  argv.push_back(nullptr);
   execv(argv[0], argv.data());
   _exit(127);
 }
@@ -122,7 +123,7 @@ inline Result Run(const std::vector<std::string>& arguments, const Options& opti
     if (inFd >= 0) {
       const ssize_t wrote =
           write(inFd, options.input.data() + written, options.input.size() - written);
-      if (wrote > 0) written += (std::size_t)wrote;
+      if (wrote > 0) written += static_cast<std::size_t>(wrote);
       if ((wrote < 0 && errno != EAGAIN && errno != EINTR) || written == options.input.size()) {
         close(inFd);
         inFd = -1;

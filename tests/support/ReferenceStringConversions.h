@@ -24,8 +24,8 @@ inline std::wstring UTF8ToWide(const std::string& utf8) {
   const UTF8* source = reinterpret_cast<const UTF8*>(utf8.data());
   UTF32* targetStart = reinterpret_cast<UTF32*>(buffer.GetData());
   UTF32* target = targetStart;
-  if (ConvertUTF8toUTF32(&source, source + n, &target, targetStart + n,
-                         lenientConversion) != conversionOK) {
+  if (ConvertUTF8toUTF32(&source, source + n, &target, targetStart + n, lenientConversion) !=
+      conversionOK) {
     return std::wstring();
   }
   *target = 0;
@@ -41,8 +41,8 @@ std::string ToUTF8(const Unit* units, unsigned long count, Convert convert) {
   const Unit* source = units;
   UTF8* targetStart = reinterpret_cast<UTF8*>(buffer.GetData());
   UTF8* target = targetStart;
-  if (convert(&source, units + count, &target, targetStart + 4 * count,
-              lenientConversion) != conversionOK) {
+  if (convert(&source, units + count, &target, targetStart + 4 * count, lenientConversion) !=
+      conversionOK) {
     return std::string();
   }
   *target = 0;
@@ -55,7 +55,7 @@ inline std::string WideToUTF8(const std::wstring& wide) {
 }
 
 inline std::string UnicodeToUTF8(const unsigned short* units, unsigned long count) {
-  if (units == NULL || count == 0) return std::string();
+  if (units == nullptr || count == 0) return std::string();
   return ToUTF8(reinterpret_cast<const UTF16*>(units), count, ConvertUTF16toUTF8);
 }
 

@@ -37,7 +37,7 @@ inline void WriteFile(const std::string& path, const std::string& bytes) {
     mkdir(path.substr(0, slash).c_str(), 0777);
   }
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), (std::streamsize)bytes.size());
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 // The names in a folder (without "." and "..").
@@ -67,15 +67,15 @@ inline void RemoveTree(const std::string& path) {
 
 // Runs a shell command; returns its exit status and, in `output`, what it
 // printed on standard output.
-inline int Run(const std::string& command, std::string* output = NULL) {
+inline int Run(const std::string& command, std::string* output = nullptr) {
   FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == NULL) return -1;
+  if (pipe == nullptr) return -1;
   std::string text;
   char buffer[4096];
   std::size_t got;
   while ((got = fread(buffer, 1, sizeof(buffer), pipe)) > 0) text.append(buffer, got);
   const int status = pclose(pipe);
-  if (output != NULL) *output = text;
+  if (output != nullptr) *output = text;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
@@ -85,7 +85,7 @@ class SettingsSandbox : public ::testing::Test {
  protected:
   void SetUp() override {
     const char* tmp = getenv("TMPDIR");
-    std::string pattern = std::string(tmp != NULL && *tmp ? tmp : "/tmp") + "/morv-test-XXXXXX";
+    std::string pattern = std::string(tmp != nullptr && *tmp ? tmp : "/tmp") + "/morv-test-XXXXXX";
     ASSERT_NE(mkdtemp(&pattern[0]), nullptr);
     m_root = pattern;
     chmod(m_root.c_str(), 0777);  // reachable for tests that drop privileges
@@ -100,8 +100,7 @@ class SettingsSandbox : public ::testing::Test {
   // The per-user file of `productId` and the shared file.
   std::string UserFile(const std::string& productId) const {
     return m_userConfig + "/Preferences/" +
-           (productId.empty() ? std::string("com.morv.plist")
-                              : "com.morv." + productId + ".plist");
+           (productId.empty() ? std::string("com.morv.plist") : "com.morv." + productId + ".plist");
   }
   std::string SharedFile() const { return m_machineConfig + "/Morv/Preferences/com.morv.plist"; }
   std::string UserFolder() const { return m_userConfig + "/Preferences"; }

@@ -35,44 +35,49 @@ inline std::string Words(const std::vector<std::string>& words,
 }
 
 inline std::string Ascii(std::size_t bytes) {
-  return Words({"the", "media", "server", "keeps", "its", "library", "index", "in", "settings",
-                "store", "install", "path", "recorded", "by", "installer", "for", "every",
-                "product", "values", "are", "typed", "integers", "reals", "booleans", "strings",
-                "and", "data", "user", "shared", "file", "node", "key", "2026", "v1.0", "HTTP",
-                "port", "8080", "enabled", "false", "true"},
-               {" ", " ", " ", " ", ", ", ". ", "\n", " = ", "/"}, bytes, 1);
+  return Words(
+      {"the",      "media",   "server",  "keeps", "its",      "library",  "index",     "in",
+       "settings", "store",   "install", "path",  "recorded", "by",       "installer", "for",
+       "every",    "product", "values",  "are",   "typed",    "integers", "reals",     "booleans",
+       "strings",  "and",     "data",    "user",  "shared",   "file",     "node",      "key",
+       "2026",     "v1.0",    "HTTP",    "port",  "8080",     "enabled",  "false",     "true"},
+      {" ", " ", " ", " ", ", ", ". ", "\n", " = ", "/"}, bytes, 1);
 }
 
 inline std::string Accented(std::size_t bytes) {
-  return Words({"Ça", "coûte", "très", "cher", "à", "Paris", "où", "l'été", "est", "chaud",
-                "Größere", "Übungen", "für", "Äpfel", "und", "Öfen", "in", "München", "Señora",
-                "Núñez", "añadió", "piñones", "al", "guiso", "Čeština", "žluťoučký", "kůň",
-                "úpěl", "ďábelské", "ódy", "Łódź", "zażółć", "gęślą", "jaźń", "São", "Paulo",
-                "coração", "ação", "Ærø", "smørrebrød", "fjörður", "the", "and", "de", "la",
-                "der", "die", "el", "y", "et"},
-               {" ", " ", " ", ", ", ". ", "; ", "\n"}, bytes, 2);
+  return Words(
+      {"Ça",      "coûte",     "très",    "cher",    "à",        "Paris",   "où",   "l'été",
+       "est",     "chaud",     "Größere", "Übungen", "für",      "Äpfel",   "und",  "Öfen",
+       "in",      "München",   "Señora",  "Núñez",   "añadió",   "piñones", "al",   "guiso",
+       "Čeština", "žluťoučký", "kůň",     "úpěl",    "ďábelské", "ódy",     "Łódź", "zażółć",
+       "gęślą",   "jaźń",      "São",     "Paulo",   "coração",  "ação",    "Ærø",  "smørrebrød",
+       "fjörður", "the",       "and",     "de",      "la",       "der",     "die",  "el",
+       "y",       "et"},
+      {" ", " ", " ", ", ", ". ", "; ", "\n"}, bytes, 2);
 }
 
 inline std::string Cjk(std::size_t bytes) {
-  return Words({"媒体", "服务器", "设置", "存储", "中", "保存", "库", "索引", "安装", "程序",
-                "为", "每个", "产品", "记录", "路径", "設定", "ファイル", "は", "ユーザー", "ごと",
-                "に", "保存", "されます", "한국어", "텍스트", "도", "포함", "됩니다", "서버",
-                "설정", "파일", "東京", "北京", "서울"},
-               {"", "", "", "，", "。", "、", " ", "\n"}, bytes, 3);
+  return Words(
+      {"媒体",     "服务器", "设置", "存储", "中",       "保存",   "库",     "索引",     "安装",
+       "程序",     "为",     "每个", "产品", "记录",     "路径",   "設定",   "ファイル", "は",
+       "ユーザー", "ごと",   "に",   "保存", "されます", "한국어", "텍스트", "도",       "포함",
+       "됩니다",   "서버",   "설정", "파일", "東京",     "北京",   "서울"},
+      {"", "", "", "，", "。", "、", " ", "\n"}, bytes, 3);
 }
 
 inline std::string Emoji(std::size_t bytes) {
-  return Words({"😀", "😃", "😄", "😁", "😆", "😅", "🤣", "😂", "🚀", "✅", "🎵", "🎶", "📺",
-                "📻", "👍🏽", "👋🏿", "🌍", "🌎", "🌏", "❤️", "launch", "done", "media", "hi", "ok"},
+  return Words({"😀", "😃",      "😄",      "😁",    "😆",     "😅",        "🤣",     "😂", "🚀",
+                "✅", "🎵",      "🎶",      "📺",    "📻",     "👍🏽", "👋🏿", "🌍", "🌎",
+                "🌏", "❤️", "launch", "done", "media", "hi",       "ok"},
                {"", "", " ", " ", "! ", "\n"}, bytes, 4);
 }
 
 // Setting names of 16 to 40 bytes, the kind the store converts on every call.
 inline std::vector<std::string> SettingNames() {
-  return {"InstallPath/Current", "MediaLibrary/IndexFolder", "Network/HttpPort/Default",
-          "Transcoder/MaxConcurrentJobs", "Ui/Window/LastPosition/X",
-          "Sharing/AllowedClientAddresses", "Updates/LastCheckTimestamp",
-          "Bibliothèque/Dossier/Vidéo"};
+  return {"InstallPath/Current",        "MediaLibrary/IndexFolder",
+          "Network/HttpPort/Default",   "Transcoder/MaxConcurrentJobs",
+          "Ui/Window/LastPosition/X",   "Sharing/AllowedClientAddresses",
+          "Updates/LastCheckTimestamp", "Bibliothèque/Dossier/Vidéo"};
 }
 
 }  // namespace corpus
