@@ -173,7 +173,7 @@ TEST_F(CodePage, IllegalBytesBecomeReplacementCharacter) {
 TEST_F(CodePage, CodePageToWideKeepsZeroCharacter) {
   const std::string bytes("a\0\xE9z", 4);
   EXPECT_EQ(mvcs::CodePageToWide("windows-1252", bytes.data(), bytes.size()),
-            std::wstring({L'a', L'\0', (wchar_t)0xE9, L'z'}));
+            std::wstring({L'a', L'\0', static_cast<wchar_t>(0xE9), L'z'}));
 }
 
 TEST_F(CodePage, CodePageToUTF8KeepsZeroCharacter) {

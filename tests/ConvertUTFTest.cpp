@@ -281,7 +281,7 @@ TEST(ConvertUTF, TrailingByteCountsByLeadByte) {
     if (byte >= 0xF0) expected = 3;
     if (byte >= 0xF8) expected = 4;
     if (byte >= 0xFC) expected = 5;
-    EXPECT_EQ(getTrailingBytesForUTF8((UTF8)byte), expected) << byte;
+    EXPECT_EQ(getTrailingBytesForUTF8(static_cast<UTF8>(byte)), expected) << byte;
   }
 }
 

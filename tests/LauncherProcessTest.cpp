@@ -132,7 +132,8 @@ TEST_F(LauncherProcess, LongRunningServerDoesNotDelayTheLauncher) {
   EXPECT_LT(result.seconds, 5.0);
   const launcher::Record record = launcher::WaitForRecord(m_record, 10);
   ASSERT_TRUE(record.found);
-  EXPECT_EQ(kill((pid_t)std::stol(record.Get("pid")), 0), 0);  // still running after the launcher
+  EXPECT_EQ(kill(static_cast<pid_t>(std::stol(record.Get("pid"))), 0),
+            0);  // still running after the launcher
 }
 
 TEST_F(LauncherProcess, NonAsciiInstallPathIsFoundAndStarted) {

@@ -55,8 +55,8 @@ TEST(PListFormat, EveryStoredKindRoundTrips) {
   tree->Set("child", child);
   tree->Set("int", PListInteger{-5, false});
   tree->Set("max", PListInteger{9223372036854775807LL, false});
-  tree->Set("float", PListReal{0.1f, true});
-  tree->Set("double", PListReal{0.1, false});
+  tree->Set("float", PListReal{0.1f});
+  tree->Set("double", PListReal{0.1});
   tree->Set("true", true);
   tree->Set("false", false);
   tree->Set("utf8", std::string("Gr\xC3\xBC\xC3\x9F"
@@ -71,10 +71,8 @@ TEST(PListFormat, EveryStoredKindRoundTrips) {
   EXPECT_EQ(Get<PListInteger>(parsed, "int").bits, -5);
   EXPECT_FALSE(Get<PListInteger>(parsed, "int").wide);
   EXPECT_EQ(Get<PListInteger>(parsed, "max").bits, 9223372036854775807LL);
-  EXPECT_EQ(Get<PListReal>(parsed, "float").value, (double)0.1f);
-  EXPECT_TRUE(Get<PListReal>(parsed, "float").isFloat);
+  EXPECT_EQ(Get<PListReal>(parsed, "float").value, static_cast<double>(0.1f));
   EXPECT_EQ(Get<PListReal>(parsed, "double").value, 0.1);
-  EXPECT_FALSE(Get<PListReal>(parsed, "double").isFloat);
   EXPECT_TRUE(Get<bool>(parsed, "true"));
   EXPECT_FALSE(Get<bool>(parsed, "false"));
   EXPECT_EQ(Get<std::string>(parsed, "utf8"),

@@ -57,7 +57,7 @@ TEST_F(SettingsFiles, NewFileGets0666LessTheUmask) {
   const mode_t old = umask(027);
   EXPECT_TRUE(mvcs::WriteFileAtomically(m_root + "/new", "data"));
   umask(old);
-  EXPECT_EQ(ModeOf(m_root + "/new"), (mode_t)0640);
+  EXPECT_EQ(ModeOf(m_root + "/new"), static_cast<mode_t>(0640));
   EXPECT_EQ(sandbox::ReadFile(m_root + "/new"), "data");
 }
 
@@ -66,7 +66,7 @@ TEST_F(SettingsFiles, ReplacedFileKeepsItsMode) {
   sandbox::WriteFile(path, "old");
   ASSERT_EQ(chmod(path.c_str(), 0600), 0);
   EXPECT_TRUE(mvcs::WriteFileAtomically(path, "new"));
-  EXPECT_EQ(ModeOf(path), (mode_t)0600);
+  EXPECT_EQ(ModeOf(path), static_cast<mode_t>(0600));
   EXPECT_EQ(sandbox::ReadFile(path), "new");
   EXPECT_EQ(sandbox::List(m_root), std::set<std::string>({"kept"}));  // no temporary left
 }

@@ -245,8 +245,10 @@ TEST_F(SettingsValues, InvalidUTF8NameOrValueIsRefused) {
   EXPECT_FALSE(m_node->StoreInteger(std::string("bad\xC3"), 1));
   EXPECT_FALSE(m_node->StoreUTF8String(std::string("good"), std::string("\xED\xA0\x80")));
   EXPECT_FALSE(m_node->StoreUTF8String(std::string("good"), std::string("\xED\x41\x80")));
-  EXPECT_FALSE(m_node->StoreWideString(std::string("good"), std::wstring(1, (wchar_t)0xD800)));
-  EXPECT_FALSE(m_node->StoreWideString(std::string("good"), std::wstring(1, (wchar_t)0x110000)));
+  EXPECT_FALSE(
+      m_node->StoreWideString(std::string("good"), std::wstring(1, static_cast<wchar_t>(0xD800))));
+  EXPECT_FALSE(m_node->StoreWideString(std::string("good"),
+                                       std::wstring(1, static_cast<wchar_t>(0x110000))));
   long long n = 0;
   EXPECT_FALSE(m_node->FetchInteger(std::string("\xFF"), n));
   std::set<std::string> names;
@@ -283,11 +285,11 @@ TEST_F(SettingsValues, FloatAndDoubleKeepTheirValues) {
   ASSERT_TRUE(m_node->FetchFloat(std::string("f"), f));
   EXPECT_EQ(f, 0.1f);
   ASSERT_TRUE(m_node->FetchDouble(std::string("f"), d));
-  EXPECT_EQ(d, (double)0.1f);
+  EXPECT_EQ(d, static_cast<double>(0.1f));
   ASSERT_TRUE(m_node->FetchDouble(std::string("d"), d));
   EXPECT_EQ(d, 0.1);
   ASSERT_TRUE(m_node->FetchFloat(std::string("d"), f));
-  EXPECT_EQ(f, (float)0.1);
+  EXPECT_EQ(f, static_cast<float>(0.1));
 }
 
 TEST_F(SettingsValues, RealsReadAsIntegersTruncateAndSaturate) {
@@ -366,7 +368,7 @@ TEST_F(SettingsValues, TextEntriesFollowFoundationRules) {
     ASSERT_TRUE(m_node->FetchDouble(std::string("t"), d));
     EXPECT_EQ(d, c.real);
     ASSERT_TRUE(m_node->FetchFloat(std::string("t"), f));
-    EXPECT_EQ(f, (float)c.real);
+    EXPECT_EQ(f, static_cast<float>(c.real));
     ASSERT_TRUE(m_node->FetchBoolean(std::string("t"), b));
     EXPECT_EQ(b, c.boolean);
   }

@@ -22,7 +22,8 @@ TEST(UTF8ToWide, AsciiGivesSameCharacters) {
 TEST(UTF8ToWide, TwoThreeAndFourByteSequences) {
   const std::wstring wide =
       mvcs::UTF8ToWide(Bytes({'a', 0xC3, 0xA9, 0xE2, 0x82, 0xAC, 0xF0, 0x9F, 0x98, 0x80, 'z'}));
-  EXPECT_EQ(wide, std::wstring({L'a', (wchar_t)0xE9, (wchar_t)0x20AC, (wchar_t)0x1F600, L'z'}));
+  EXPECT_EQ(wide, std::wstring({L'a', static_cast<wchar_t>(0xE9), static_cast<wchar_t>(0x20AC),
+                                static_cast<wchar_t>(0x1F600), L'z'}));
 }
 
 TEST(UTF8ToWide, LoneLeadByteAtEndGivesEmpty) {
@@ -36,7 +37,8 @@ TEST(UTF8ToWide, IllFormedAnywhereGivesEmpty) {
 }
 
 TEST(UTF8ToWide, UnusualSecondByteAfterEDIsAccepted) {
-  EXPECT_EQ(mvcs::UTF8ToWide(Bytes({0xED, 0x41, 0x80})), std::wstring(1, (wchar_t)0xC040));
+  EXPECT_EQ(mvcs::UTF8ToWide(Bytes({0xED, 0x41, 0x80})),
+            std::wstring(1, static_cast<wchar_t>(0xC040)));
 }
 
 TEST(UTF8ToWide, StopsAtZeroCharacter) {
@@ -57,13 +59,14 @@ TEST(WideToUTF8, EncodesEveryLength) {
 }
 
 TEST(WideToUTF8, AboveMaximumGivesEmpty) {
-  EXPECT_EQ(mvcs::WideToUTF8(std::wstring(1, (wchar_t)0x110000)), "");
-  EXPECT_EQ(mvcs::WideToUTF8(std::wstring({L'a', (wchar_t)0x110000, L'b'})), "");
-  EXPECT_EQ(mvcs::WideToUTF8(std::wstring(1, (wchar_t)-1)), "");
+  EXPECT_EQ(mvcs::WideToUTF8(std::wstring(1, static_cast<wchar_t>(0x110000))), "");
+  EXPECT_EQ(mvcs::WideToUTF8(std::wstring({L'a', static_cast<wchar_t>(0x110000), L'b'})), "");
+  EXPECT_EQ(mvcs::WideToUTF8(std::wstring(1, static_cast<wchar_t>(-1))), "");
 }
 
 TEST(WideToUTF8, SurrogateIsEncodedAsThreeBytes) {
-  EXPECT_EQ(mvcs::WideToUTF8(std::wstring(1, (wchar_t)0xD800)), Bytes({0xED, 0xA0, 0x80}));
+  EXPECT_EQ(mvcs::WideToUTF8(std::wstring(1, static_cast<wchar_t>(0xD800))),
+            Bytes({0xED, 0xA0, 0x80}));
 }
 
 TEST(WideToUTF8, ZeroCharacterTruncates) {
@@ -71,7 +74,7 @@ TEST(WideToUTF8, ZeroCharacterTruncates) {
 }
 
 TEST(WideToUTF8, AboveMaximumAfterZeroCharacterStillGivesEmpty) {
-  EXPECT_EQ(mvcs::WideToUTF8(std::wstring({L'A', L'\0', (wchar_t)0x110000})), "");
+  EXPECT_EQ(mvcs::WideToUTF8(std::wstring({L'A', L'\0', static_cast<wchar_t>(0x110000)})), "");
 }
 
 TEST(UnicodeToUTF8, NullOrZeroCountGivesEmpty) {
@@ -120,7 +123,7 @@ TEST(UTF8ToNative, ReturnsArgumentUnchangedEvenWhenNotUTF8) {
 TEST(WideToNative, IsWideToUTF8) {
   const std::wstring wide({L'x', static_cast<wchar_t>(0x20AC)});
   EXPECT_EQ(mvcs::WideToNative(wide), Bytes({'x', 0xE2, 0x82, 0xAC}));
-  EXPECT_EQ(mvcs::WideToNative(std::wstring(1, (wchar_t)0x110000)), "");
+  EXPECT_EQ(mvcs::WideToNative(std::wstring(1, static_cast<wchar_t>(0x110000))), "");
 }
 
 }  // namespace

@@ -9,9 +9,9 @@
 
 namespace {
 
-using morvtool::Bytes;
-using morvtool::FindValueType;
-using morvtool::Value;
+using morv_tool::Bytes;
+using morv_tool::FindValueType;
+using morv_tool::Value;
 
 // Parses `text` as `type`; the value on success, with `error` cleared.
 struct Parsed {
@@ -21,7 +21,7 @@ struct Parsed {
 };
 Parsed Parse(const char* type, const std::string& text) {
   Parsed parsed;
-  const morvtool::ValueType* found = FindValueType(type);
+  const morv_tool::ValueType* found = FindValueType(type);
   EXPECT_NE(found, nullptr) << type;
   if (found != nullptr) parsed.ok = found->parse(text, parsed.value, parsed.error);
   return parsed;
@@ -43,7 +43,7 @@ void ExpectError(const char* type, const std::string& text, const std::string& e
 
 TEST(ToolValueTypes, EveryTypeIsNamedInOrder) {
   std::string names;
-  for (const morvtool::ValueType& type : morvtool::ValueTypes())
+  for (const morv_tool::ValueType& type : morv_tool::ValueTypes())
     names += std::string(type.name) + " ";
   EXPECT_EQ(names, "int uint int32 uint32 int64 uint64 float double bool string data ");
   EXPECT_EQ(FindValueType("integer"), nullptr);
@@ -141,40 +141,40 @@ TEST(ToolValueTypes, DataIsPairsOfHexDigits) {
 }
 
 TEST(ToolValueTypes, PlainFormatting) {
-  EXPECT_EQ(morvtool::FormatPlain(Value(-5LL)), "-5");
-  EXPECT_EQ(morvtool::FormatPlain(Value(18446744073709551615ull)), "18446744073709551615");
-  EXPECT_EQ(morvtool::FormatPlain(Value(4294967295u)), "4294967295");
-  EXPECT_EQ(morvtool::FormatPlain(Value(0.1)), "0.1");
-  EXPECT_EQ(morvtool::FormatPlain(Value((double)0.1f)), "0.10000000149011612");
-  EXPECT_EQ(morvtool::FormatPlain(Value(0.1f)), "0.1");
-  EXPECT_EQ(morvtool::FormatPlain(Value(3.0)), "3");
-  EXPECT_EQ(morvtool::FormatPlain(Value(1e-300)), "1e-300");
-  EXPECT_EQ(morvtool::FormatPlain(Value(true)), "true");
-  EXPECT_EQ(morvtool::FormatPlain(Value(std::string("a \"b\"\n"))), "a \"b\"\n");
-  EXPECT_EQ(morvtool::FormatPlain(Value(Bytes({0x00, 0xAB}))), "00ab");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(-5LL)), "-5");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(18446744073709551615ull)), "18446744073709551615");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(4294967295u)), "4294967295");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(0.1)), "0.1");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(static_cast<double>(0.1f))), "0.10000000149011612");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(0.1f)), "0.1");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(3.0)), "3");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(1e-300)), "1e-300");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(true)), "true");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(std::string("a \"b\"\n"))), "a \"b\"\n");
+  EXPECT_EQ(morv_tool::FormatPlain(Value(Bytes({0x00, 0xAB}))), "00ab");
 }
 
 TEST(ToolValueTypes, QuotedFormattingEscapesText) {
-  EXPECT_EQ(morvtool::FormatQuoted(Value(std::string("a \"b\"\\\n\t\x01\x7F\xC3\xA9"))),
+  EXPECT_EQ(morv_tool::FormatQuoted(Value(std::string("a \"b\"\\\n\t\x01\x7F\xC3\xA9"))),
             "\"a \\\"b\\\"\\\\\\n\\t\\x01\\x7f\xC3\xA9\"");
-  EXPECT_EQ(morvtool::FormatQuoted(Value(Bytes({0x0A, 0xFF}))), "<0aff>");
-  EXPECT_EQ(morvtool::FormatQuoted(Value(Bytes())), "<>");
-  EXPECT_EQ(morvtool::FormatQuoted(Value(42LL)), "42");
+  EXPECT_EQ(morv_tool::FormatQuoted(Value(Bytes({0x0A, 0xFF}))), "<0aff>");
+  EXPECT_EQ(morv_tool::FormatQuoted(Value(Bytes())), "<>");
+  EXPECT_EQ(morv_tool::FormatQuoted(Value(42LL)), "42");
 }
 
 TEST(ToolValueTypes, KindsMapToTheirReadingType) {
-  EXPECT_STREQ(morvtool::TypeForKind(mvcs::MORVVALUEKIND_INTEGER)->name, "int");
-  EXPECT_STREQ(morvtool::TypeForKind(mvcs::MORVVALUEKIND_UNSIGNED_INTEGER)->name, "uint64");
-  EXPECT_STREQ(morvtool::TypeForKind(mvcs::MORVVALUEKIND_REAL)->name, "double");
-  EXPECT_STREQ(morvtool::TypeForKind(mvcs::MORVVALUEKIND_BOOLEAN)->name, "bool");
-  EXPECT_STREQ(morvtool::TypeForKind(mvcs::MORVVALUEKIND_STRING)->name, "string");
-  EXPECT_STREQ(morvtool::TypeForKind(mvcs::MORVVALUEKIND_DATA)->name, "data");
-  EXPECT_EQ(morvtool::TypeForKind(mvcs::MORVVALUEKIND_ARRAY), nullptr);
-  EXPECT_EQ(morvtool::TypeForKind(mvcs::MORVVALUEKIND_DICTIONARY), nullptr);
-  EXPECT_EQ(morvtool::TypeForKind(mvcs::MORVVALUEKIND_NONE), nullptr);
-  EXPECT_STREQ(morvtool::KindName(mvcs::MORVVALUEKIND_UNSIGNED_INTEGER), "integer");
-  EXPECT_STREQ(morvtool::KindName(mvcs::MORVVALUEKIND_DATE), "date");
-  EXPECT_STREQ(morvtool::KindName(mvcs::MORVVALUEKIND_DICTIONARY), "key");
+  EXPECT_STREQ(morv_tool::TypeForKind(mvcs::MORVVALUEKIND_INTEGER)->name, "int");
+  EXPECT_STREQ(morv_tool::TypeForKind(mvcs::MORVVALUEKIND_UNSIGNED_INTEGER)->name, "uint64");
+  EXPECT_STREQ(morv_tool::TypeForKind(mvcs::MORVVALUEKIND_REAL)->name, "double");
+  EXPECT_STREQ(morv_tool::TypeForKind(mvcs::MORVVALUEKIND_BOOLEAN)->name, "bool");
+  EXPECT_STREQ(morv_tool::TypeForKind(mvcs::MORVVALUEKIND_STRING)->name, "string");
+  EXPECT_STREQ(morv_tool::TypeForKind(mvcs::MORVVALUEKIND_DATA)->name, "data");
+  EXPECT_EQ(morv_tool::TypeForKind(mvcs::MORVVALUEKIND_ARRAY), nullptr);
+  EXPECT_EQ(morv_tool::TypeForKind(mvcs::MORVVALUEKIND_DICTIONARY), nullptr);
+  EXPECT_EQ(morv_tool::TypeForKind(mvcs::MORVVALUEKIND_NONE), nullptr);
+  EXPECT_STREQ(morv_tool::KindName(mvcs::MORVVALUEKIND_UNSIGNED_INTEGER), "integer");
+  EXPECT_STREQ(morv_tool::KindName(mvcs::MORVVALUEKIND_DATE), "date");
+  EXPECT_STREQ(morv_tool::KindName(mvcs::MORVVALUEKIND_DICTIONARY), "key");
 }
 
 }  // namespace

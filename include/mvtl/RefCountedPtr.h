@@ -25,7 +25,8 @@ namespace mvtl {
 }
 
 // The line number that the out-parameter assertion of RefCountedPtr reports.
-// It has always been 383; scripts that watch for this abort match on it.
+// It is fixed at 383, whatever line the check is on, so that scripts that
+// watch for this abort can match the message.
 constexpr unsigned kOutParameterAssertLine = 383;
 
 // The counting interface. AddRef and Release return the new count;

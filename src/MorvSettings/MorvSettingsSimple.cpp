@@ -1,12 +1,15 @@
 // One-call settings functions and product paths (see MorvSettingsSimple.h).
 //
-// Every function is the same sequence: check the name, open the product's
-// node with the family's flags (CreateSimpleSettings), run one node
-// operation, release the node. WithNamedNode and WithNode are that
-// sequence; the macros below only spell out, per row of the table, the
-// narrow and wide signatures and which node operation they run.
+// Every function is the same sequence: check the name (where there is one),
+// open the product's node, or its installer record's, with its family's
+// flags (CreateSimpleSettings), run one node operation, release the node.
+// WithProductNode is that sequence; CallNamed adds the name check and
+// calls a named operation. The definitions below only say, for each
+// function, which family it belongs to and which node operation it runs.
 
 #include "MorvSettings/MorvSettingsSimple.h"
+
+#include <utility>
 
 #include "mvtl/RefCountedPtr.h"
 
@@ -26,8 +29,7 @@ bool CreateSimpleSettings(const StringT& productId, bool installer, bool create,
   const int product = create  ? mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_CREATE
                       : query ? mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT
                               : mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED;
-  const mvcs::MORVSETTINGSTYPE scope =
-      static_cast<mvcs::MORVSETTINGSTYPE>(product + (installer ? 1 : 0));
+  const auto scope = static_cast<mvcs::MORVSETTINGSTYPE>(product + (installer ? 1 : 0));
   mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
   if (!mvcs::CreateMorvSettings(GetProductIDPath(productId, installer), scope, &node) ||
       node.Get() == nullptr) {
@@ -49,146 +51,639 @@ namespace mvcs {
 
 namespace {
 
-// How a family opens the node: (create, query).
-struct Mode {
+// Which node a function opens, and how: the installer's record or the
+// product's own settings; creating (stores), querying (fetches, exists
+// tests, names and counts) or neither (deletes).
+struct Family {
+  bool installer;
   bool create;
   bool query;
 };
-const Mode kQuery = {false, true};   // fetches, exists tests, names and counts
-const Mode kCreate = {true, false};  // stores
-const Mode kPlain = {false, false};  // deletes
+constexpr Family kProductQuery = {false, false, true};
+constexpr Family kInstallerQuery = {true, false, true};
+constexpr Family kProductCreate = {false, true, false};
+constexpr Family kInstallerCreate = {true, true, false};
+constexpr Family kProductPlain = {false, false, false};
+constexpr Family kInstallerPlain = {true, false, false};
 
-// Opens the node of the product (or of its installer record) and runs
-// `operation` on it; the node is released on return.
+// Opens the node of `productId` as `family` says and returns what
+// operation(node) returns; false when the node does not open. The node is
+// released on return.
 template <class StringT, class Operation>
-bool WithNode(const StringT& productId, bool installer, Mode mode, Operation operation) {
+bool WithProductNode(const StringT& productId, Family family, Operation operation) {
   mvtl::RefCountedPtr<IMorvSettings> node;
-  if (!CreateSimpleSettings(productId, installer, mode.create, mode.query, &node)) return false;
-  return operation(node.Get());
+  if (!CreateSimpleSettings(productId, family.installer, family.create, family.query, &node)) {
+    return false;
+  }
+  return operation(*node.Get());
 }
 
-// The same for an operation on one name: an empty name fails before
-// anything is opened.
-template <class StringT, class Operation>
-bool WithNamedNode(const StringT& productId, const StringT& name, bool installer, Mode mode,
-                   Operation operation) {
+// Runs node.*operation(name, args...) on the node of `productId`; an empty
+// name fails before anything is opened. StringT is given explicitly, which
+// picks the narrow or wide overload of `operation`.
+template <class StringT, class... Params, class... Args>
+bool CallNamed(const StringT& productId, Family family,
+               bool (IMorvSettings::*operation)(const StringT&, Params...), const StringT& name,
+               Args&&... args) {
   if (name.empty()) return false;
-  return WithNode(productId, installer, mode, operation);
+  return WithProductNode(productId, family, [&](IMorvSettings& node) {
+    return (node.*operation)(name, std::forward<Args>(args)...);
+  });
 }
 
 }  // namespace
 
-#define MORV_LIST(...) __VA_ARGS__
+bool FetchInteger(const std::string& productId, const std::string& name, long long& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchInteger, name,
+                                value);
+}
 
-// A row on one name: Function(productId, name <Params>) runs
-// node->Operation(name <Args>), narrow and wide.
-#define MORV_NAMED_CALL(Function, Operation, installer, mode, Params, Args)                 \
-  bool Function(const std::string& productId, const std::string& name MORV_LIST Params) {   \
-    return WithNamedNode(productId, name, installer, mode, [&](IMorvSettings* node) {       \
-      return node->Operation(name MORV_LIST Args);                                          \
-    });                                                                                     \
-  }                                                                                         \
-  bool Function(const std::wstring& productId, const std::wstring& name MORV_LIST Params) { \
-    return WithNamedNode(productId, name, installer, mode, [&](IMorvSettings* node) {       \
-      return node->Operation(name MORV_LIST Args);                                          \
-    });                                                                                     \
-  }
+bool FetchInteger(const std::wstring& productId, const std::wstring& name, long long& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchInteger, name,
+                                 value);
+}
 
-// A row on the node itself: Function(productId <Params>) runs `Call` on
-// `node`, narrow and wide (NarrowParams and WideParams differ in the set
-// types).
-#define MORV_NODE_CALL(Function, installer, mode, NarrowParams, WideParams, Call)           \
-  bool Function(const std::string& productId MORV_LIST NarrowParams) {                      \
-    return WithNode(productId, installer, mode, [&](IMorvSettings* node) { return Call; }); \
-  }                                                                                         \
-  bool Function(const std::wstring& productId MORV_LIST WideParams) {                       \
-    return WithNode(productId, installer, mode, [&](IMorvSettings* node) { return Call; }); \
-  }
+bool FetchInstallerInteger(const std::string& productId, const std::string& name,
+                           long long& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchInteger, name,
+                                value);
+}
 
-MORV_NAMED_CALL(FetchInteger, FetchInteger, false, kQuery, (, long long& value), (, value))
-MORV_NAMED_CALL(FetchInstallerInteger, FetchInteger, true, kQuery, (, long long& value), (, value))
-MORV_NAMED_CALL(FetchInt32, FetchInt32, false, kQuery, (, int& value), (, value))
-MORV_NAMED_CALL(FetchInstallerInt32, FetchInt32, true, kQuery, (, int& value), (, value))
-MORV_NAMED_CALL(FetchUint32, FetchUint32, false, kQuery, (, unsigned int& value), (, value))
-MORV_NAMED_CALL(FetchInstallerUint32, FetchUint32, true, kQuery, (, unsigned int& value), (, value))
-MORV_NAMED_CALL(FetchInt64, FetchInt64, false, kQuery, (, long long& value), (, value))
-MORV_NAMED_CALL(FetchInstallerInt64, FetchInt64, true, kQuery, (, long long& value), (, value))
-MORV_NAMED_CALL(FetchUint64, FetchUint64, false, kQuery, (, unsigned long long& value), (, value))
-MORV_NAMED_CALL(FetchInstallerUint64, FetchUint64, true, kQuery, (, unsigned long long& value),
-                (, value))
-MORV_NAMED_CALL(FetchFloat, FetchFloat, false, kQuery, (, float& value), (, value))
-MORV_NAMED_CALL(FetchInstallerFloat, FetchFloat, true, kQuery, (, float& value), (, value))
-MORV_NAMED_CALL(FetchDouble, FetchDouble, false, kQuery, (, double& value), (, value))
-MORV_NAMED_CALL(FetchInstallerDouble, FetchDouble, true, kQuery, (, double& value), (, value))
-MORV_NAMED_CALL(FetchBoolean, FetchBoolean, false, kQuery, (, bool& value), (, value))
-MORV_NAMED_CALL(FetchInstallerBoolean, FetchBoolean, true, kQuery, (, bool& value), (, value))
-MORV_NAMED_CALL(FetchUTF8String, FetchUTF8String, false, kQuery, (, std::string& value), (, value))
-MORV_NAMED_CALL(FetchInstallerUTF8String, FetchUTF8String, true, kQuery, (, std::string& value),
-                (, value))
-MORV_NAMED_CALL(FetchWideString, FetchWideString, false, kQuery, (, std::wstring& value), (, value))
-MORV_NAMED_CALL(FetchInstallerWideString, FetchWideString, true, kQuery, (, std::wstring& value),
-                (, value))
-MORV_NAMED_CALL(FetchBuffer, FetchBuffer, false, kQuery,
-                (, mvtl::MemoryBuffer<unsigned char>& value), (, value))
-MORV_NAMED_CALL(FetchInstallerBuffer, FetchBuffer, true, kQuery,
-                (, mvtl::MemoryBuffer<unsigned char>& value), (, value))
+bool FetchInstallerInteger(const std::wstring& productId, const std::wstring& name,
+                           long long& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchInteger, name,
+                                 value);
+}
 
-MORV_NAMED_CALL(StoreInteger, StoreInteger, false, kCreate, (, long long value), (, value))
-MORV_NAMED_CALL(StoreInstallerInteger, StoreInteger, true, kCreate, (, long long value), (, value))
-MORV_NAMED_CALL(StoreInt32, StoreInt32, false, kCreate, (, int value), (, value))
-MORV_NAMED_CALL(StoreInstallerInt32, StoreInt32, true, kCreate, (, int value), (, value))
-MORV_NAMED_CALL(StoreUint32, StoreUint32, false, kCreate, (, unsigned int value), (, value))
-MORV_NAMED_CALL(StoreInstallerUint32, StoreUint32, true, kCreate, (, unsigned int value), (, value))
-MORV_NAMED_CALL(StoreInt64, StoreInt64, false, kCreate, (, long long value), (, value))
-MORV_NAMED_CALL(StoreInstallerInt64, StoreInt64, true, kCreate, (, long long value), (, value))
-MORV_NAMED_CALL(StoreUint64, StoreUint64, false, kCreate, (, unsigned long long value), (, value))
-MORV_NAMED_CALL(StoreInstallerUint64, StoreUint64, true, kCreate, (, unsigned long long value),
-                (, value))
-MORV_NAMED_CALL(StoreFloat, StoreFloat, false, kCreate, (, float value), (, value))
-MORV_NAMED_CALL(StoreInstallerFloat, StoreFloat, true, kCreate, (, float value), (, value))
-MORV_NAMED_CALL(StoreDouble, StoreDouble, false, kCreate, (, double value), (, value))
-MORV_NAMED_CALL(StoreInstallerDouble, StoreDouble, true, kCreate, (, double value), (, value))
-MORV_NAMED_CALL(StoreBoolean, StoreBoolean, false, kCreate, (, bool value), (, value))
-MORV_NAMED_CALL(StoreInstallerBoolean, StoreBoolean, true, kCreate, (, bool value), (, value))
-MORV_NAMED_CALL(StoreUTF8String, StoreUTF8String, false, kCreate, (, const std::string& value),
-                (, value))
-MORV_NAMED_CALL(StoreInstallerUTF8String, StoreUTF8String, true, kCreate,
-                (, const std::string& value), (, value))
-MORV_NAMED_CALL(StoreWideString, StoreWideString, false, kCreate, (, const std::wstring& value),
-                (, value))
-MORV_NAMED_CALL(StoreInstallerWideString, StoreWideString, true, kCreate,
-                (, const std::wstring& value), (, value))
-MORV_NAMED_CALL(StoreBuffer, StoreBuffer, false, kCreate, (, const void* data, unsigned long size),
-                (, data, size))
-MORV_NAMED_CALL(StoreInstallerBuffer, StoreBuffer, true, kCreate,
-                (, const void* data, unsigned long size), (, data, size))
+bool FetchInt32(const std::string& productId, const std::string& name, int& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchInt32, name, value);
+}
 
-MORV_NAMED_CALL(DeleteSetting, Delete, false, kPlain, (), ())
-MORV_NAMED_CALL(DeleteInstallerSetting, Delete, true, kPlain, (), ())
+bool FetchInt32(const std::wstring& productId, const std::wstring& name, int& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchInt32, name, value);
+}
 
-MORV_NODE_CALL(DeleteSetting, false, kPlain, (), (), node->Delete())
-MORV_NODE_CALL(DeleteInstallerSetting, true, kPlain, (), (), node->Delete())
-MORV_NODE_CALL(ProductSettingsExists, false, kQuery, (), (), node != nullptr)
-MORV_NODE_CALL(ProductInstallerSettingsExists, true, kQuery, (), (), node != nullptr)
-MORV_NODE_CALL(GetValueNames, false, kQuery, (, std::set<std::string>& names),
-               (, std::set<std::wstring>& names), node->GetValueNames(names))
-MORV_NODE_CALL(GetInstallerValueNames, true, kQuery, (, std::set<std::string>& names),
-               (, std::set<std::wstring>& names), node->GetValueNames(names))
-MORV_NODE_CALL(GetValueCount, false, kQuery, (, unsigned long& count), (, unsigned long& count),
-               node->GetValueCount(count))
-MORV_NODE_CALL(GetInstallerValueCount, true, kQuery, (, unsigned long& count),
-               (, unsigned long& count), node->GetValueCount(count))
-MORV_NODE_CALL(GetChildNames, false, kQuery, (, std::set<std::string>& names),
-               (, std::set<std::wstring>& names), node->GetChildNames(names))
-MORV_NODE_CALL(GetInstallerChildNames, true, kQuery, (, std::set<std::string>& names),
-               (, std::set<std::wstring>& names), node->GetChildNames(names))
-MORV_NODE_CALL(GetChildCount, false, kQuery, (, unsigned long& count), (, unsigned long& count),
-               node->GetChildCount(count))
-MORV_NODE_CALL(GetInstallerChildCount, true, kQuery, (, unsigned long& count),
-               (, unsigned long& count), node->GetChildCount(count))
+bool FetchInstallerInt32(const std::string& productId, const std::string& name, int& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchInt32, name,
+                                value);
+}
 
-#undef MORV_NODE_CALL
-#undef MORV_NAMED_CALL
-#undef MORV_LIST
+bool FetchInstallerInt32(const std::wstring& productId, const std::wstring& name, int& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchInt32, name,
+                                 value);
+}
+
+bool FetchUint32(const std::string& productId, const std::string& name, unsigned int& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchUint32, name, value);
+}
+
+bool FetchUint32(const std::wstring& productId, const std::wstring& name, unsigned int& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchUint32, name,
+                                 value);
+}
+
+bool FetchInstallerUint32(const std::string& productId, const std::string& name,
+                          unsigned int& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchUint32, name,
+                                value);
+}
+
+bool FetchInstallerUint32(const std::wstring& productId, const std::wstring& name,
+                          unsigned int& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchUint32, name,
+                                 value);
+}
+
+bool FetchInt64(const std::string& productId, const std::string& name, long long& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchInt64, name, value);
+}
+
+bool FetchInt64(const std::wstring& productId, const std::wstring& name, long long& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchInt64, name, value);
+}
+
+bool FetchInstallerInt64(const std::string& productId, const std::string& name, long long& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchInt64, name,
+                                value);
+}
+
+bool FetchInstallerInt64(const std::wstring& productId, const std::wstring& name,
+                         long long& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchInt64, name,
+                                 value);
+}
+
+bool FetchUint64(const std::string& productId, const std::string& name, unsigned long long& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchUint64, name, value);
+}
+
+bool FetchUint64(const std::wstring& productId, const std::wstring& name,
+                 unsigned long long& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchUint64, name,
+                                 value);
+}
+
+bool FetchInstallerUint64(const std::string& productId, const std::string& name,
+                          unsigned long long& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchUint64, name,
+                                value);
+}
+
+bool FetchInstallerUint64(const std::wstring& productId, const std::wstring& name,
+                          unsigned long long& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchUint64, name,
+                                 value);
+}
+
+bool FetchFloat(const std::string& productId, const std::string& name, float& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchFloat, name, value);
+}
+
+bool FetchFloat(const std::wstring& productId, const std::wstring& name, float& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchFloat, name, value);
+}
+
+bool FetchInstallerFloat(const std::string& productId, const std::string& name, float& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchFloat, name,
+                                value);
+}
+
+bool FetchInstallerFloat(const std::wstring& productId, const std::wstring& name, float& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchFloat, name,
+                                 value);
+}
+
+bool FetchDouble(const std::string& productId, const std::string& name, double& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchDouble, name, value);
+}
+
+bool FetchDouble(const std::wstring& productId, const std::wstring& name, double& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchDouble, name,
+                                 value);
+}
+
+bool FetchInstallerDouble(const std::string& productId, const std::string& name, double& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchDouble, name,
+                                value);
+}
+
+bool FetchInstallerDouble(const std::wstring& productId, const std::wstring& name, double& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchDouble, name,
+                                 value);
+}
+
+bool FetchBoolean(const std::string& productId, const std::string& name, bool& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchBoolean, name,
+                                value);
+}
+
+bool FetchBoolean(const std::wstring& productId, const std::wstring& name, bool& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchBoolean, name,
+                                 value);
+}
+
+bool FetchInstallerBoolean(const std::string& productId, const std::string& name, bool& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchBoolean, name,
+                                value);
+}
+
+bool FetchInstallerBoolean(const std::wstring& productId, const std::wstring& name, bool& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchBoolean, name,
+                                 value);
+}
+
+bool FetchUTF8String(const std::string& productId, const std::string& name, std::string& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchUTF8String, name,
+                                value);
+}
+
+bool FetchUTF8String(const std::wstring& productId, const std::wstring& name, std::string& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchUTF8String, name,
+                                 value);
+}
+
+bool FetchInstallerUTF8String(const std::string& productId, const std::string& name,
+                              std::string& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchUTF8String, name,
+                                value);
+}
+
+bool FetchInstallerUTF8String(const std::wstring& productId, const std::wstring& name,
+                              std::string& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchUTF8String, name,
+                                 value);
+}
+
+bool FetchWideString(const std::string& productId, const std::string& name, std::wstring& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchWideString, name,
+                                value);
+}
+
+bool FetchWideString(const std::wstring& productId, const std::wstring& name, std::wstring& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchWideString, name,
+                                 value);
+}
+
+bool FetchInstallerWideString(const std::string& productId, const std::string& name,
+                              std::wstring& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchWideString, name,
+                                value);
+}
+
+bool FetchInstallerWideString(const std::wstring& productId, const std::wstring& name,
+                              std::wstring& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchWideString, name,
+                                 value);
+}
+
+bool FetchBuffer(const std::string& productId, const std::string& name,
+                 mvtl::MemoryBuffer<unsigned char>& value) {
+  return CallNamed<std::string>(productId, kProductQuery, &IMorvSettings::FetchBuffer, name, value);
+}
+
+bool FetchBuffer(const std::wstring& productId, const std::wstring& name,
+                 mvtl::MemoryBuffer<unsigned char>& value) {
+  return CallNamed<std::wstring>(productId, kProductQuery, &IMorvSettings::FetchBuffer, name,
+                                 value);
+}
+
+bool FetchInstallerBuffer(const std::string& productId, const std::string& name,
+                          mvtl::MemoryBuffer<unsigned char>& value) {
+  return CallNamed<std::string>(productId, kInstallerQuery, &IMorvSettings::FetchBuffer, name,
+                                value);
+}
+
+bool FetchInstallerBuffer(const std::wstring& productId, const std::wstring& name,
+                          mvtl::MemoryBuffer<unsigned char>& value) {
+  return CallNamed<std::wstring>(productId, kInstallerQuery, &IMorvSettings::FetchBuffer, name,
+                                 value);
+}
+
+bool StoreInteger(const std::string& productId, const std::string& name, long long value) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreInteger, name,
+                                value);
+}
+
+bool StoreInteger(const std::wstring& productId, const std::wstring& name, long long value) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreInteger, name,
+                                 value);
+}
+
+bool StoreInstallerInteger(const std::string& productId, const std::string& name, long long value) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreInteger, name,
+                                value);
+}
+
+bool StoreInstallerInteger(const std::wstring& productId, const std::wstring& name,
+                           long long value) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreInteger, name,
+                                 value);
+}
+
+bool StoreInt32(const std::string& productId, const std::string& name, int value) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreInt32, name, value);
+}
+
+bool StoreInt32(const std::wstring& productId, const std::wstring& name, int value) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreInt32, name,
+                                 value);
+}
+
+bool StoreInstallerInt32(const std::string& productId, const std::string& name, int value) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreInt32, name,
+                                value);
+}
+
+bool StoreInstallerInt32(const std::wstring& productId, const std::wstring& name, int value) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreInt32, name,
+                                 value);
+}
+
+bool StoreUint32(const std::string& productId, const std::string& name, unsigned int value) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreUint32, name,
+                                value);
+}
+
+bool StoreUint32(const std::wstring& productId, const std::wstring& name, unsigned int value) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreUint32, name,
+                                 value);
+}
+
+bool StoreInstallerUint32(const std::string& productId, const std::string& name,
+                          unsigned int value) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreUint32, name,
+                                value);
+}
+
+bool StoreInstallerUint32(const std::wstring& productId, const std::wstring& name,
+                          unsigned int value) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreUint32, name,
+                                 value);
+}
+
+bool StoreInt64(const std::string& productId, const std::string& name, long long value) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreInt64, name, value);
+}
+
+bool StoreInt64(const std::wstring& productId, const std::wstring& name, long long value) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreInt64, name,
+                                 value);
+}
+
+bool StoreInstallerInt64(const std::string& productId, const std::string& name, long long value) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreInt64, name,
+                                value);
+}
+
+bool StoreInstallerInt64(const std::wstring& productId, const std::wstring& name, long long value) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreInt64, name,
+                                 value);
+}
+
+bool StoreUint64(const std::string& productId, const std::string& name, unsigned long long value) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreUint64, name,
+                                value);
+}
+
+bool StoreUint64(const std::wstring& productId, const std::wstring& name,
+                 unsigned long long value) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreUint64, name,
+                                 value);
+}
+
+bool StoreInstallerUint64(const std::string& productId, const std::string& name,
+                          unsigned long long value) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreUint64, name,
+                                value);
+}
+
+bool StoreInstallerUint64(const std::wstring& productId, const std::wstring& name,
+                          unsigned long long value) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreUint64, name,
+                                 value);
+}
+
+bool StoreFloat(const std::string& productId, const std::string& name, float value) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreFloat, name, value);
+}
+
+bool StoreFloat(const std::wstring& productId, const std::wstring& name, float value) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreFloat, name,
+                                 value);
+}
+
+bool StoreInstallerFloat(const std::string& productId, const std::string& name, float value) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreFloat, name,
+                                value);
+}
+
+bool StoreInstallerFloat(const std::wstring& productId, const std::wstring& name, float value) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreFloat, name,
+                                 value);
+}
+
+bool StoreDouble(const std::string& productId, const std::string& name, double value) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreDouble, name,
+                                value);
+}
+
+bool StoreDouble(const std::wstring& productId, const std::wstring& name, double value) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreDouble, name,
+                                 value);
+}
+
+bool StoreInstallerDouble(const std::string& productId, const std::string& name, double value) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreDouble, name,
+                                value);
+}
+
+bool StoreInstallerDouble(const std::wstring& productId, const std::wstring& name, double value) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreDouble, name,
+                                 value);
+}
+
+bool StoreBoolean(const std::string& productId, const std::string& name, bool value) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreBoolean, name,
+                                value);
+}
+
+bool StoreBoolean(const std::wstring& productId, const std::wstring& name, bool value) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreBoolean, name,
+                                 value);
+}
+
+bool StoreInstallerBoolean(const std::string& productId, const std::string& name, bool value) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreBoolean, name,
+                                value);
+}
+
+bool StoreInstallerBoolean(const std::wstring& productId, const std::wstring& name, bool value) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreBoolean, name,
+                                 value);
+}
+
+bool StoreUTF8String(const std::string& productId, const std::string& name,
+                     const std::string& value) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreUTF8String, name,
+                                value);
+}
+
+bool StoreUTF8String(const std::wstring& productId, const std::wstring& name,
+                     const std::string& value) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreUTF8String, name,
+                                 value);
+}
+
+bool StoreInstallerUTF8String(const std::string& productId, const std::string& name,
+                              const std::string& value) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreUTF8String, name,
+                                value);
+}
+
+bool StoreInstallerUTF8String(const std::wstring& productId, const std::wstring& name,
+                              const std::string& value) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreUTF8String, name,
+                                 value);
+}
+
+bool StoreWideString(const std::string& productId, const std::string& name,
+                     const std::wstring& value) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreWideString, name,
+                                value);
+}
+
+bool StoreWideString(const std::wstring& productId, const std::wstring& name,
+                     const std::wstring& value) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreWideString, name,
+                                 value);
+}
+
+bool StoreInstallerWideString(const std::string& productId, const std::string& name,
+                              const std::wstring& value) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreWideString, name,
+                                value);
+}
+
+bool StoreInstallerWideString(const std::wstring& productId, const std::wstring& name,
+                              const std::wstring& value) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreWideString, name,
+                                 value);
+}
+
+bool StoreBuffer(const std::string& productId, const std::string& name, const void* data,
+                 unsigned long size) {
+  return CallNamed<std::string>(productId, kProductCreate, &IMorvSettings::StoreBuffer, name, data,
+                                size);
+}
+
+bool StoreBuffer(const std::wstring& productId, const std::wstring& name, const void* data,
+                 unsigned long size) {
+  return CallNamed<std::wstring>(productId, kProductCreate, &IMorvSettings::StoreBuffer, name, data,
+                                 size);
+}
+
+bool StoreInstallerBuffer(const std::string& productId, const std::string& name, const void* data,
+                          unsigned long size) {
+  return CallNamed<std::string>(productId, kInstallerCreate, &IMorvSettings::StoreBuffer, name,
+                                data, size);
+}
+
+bool StoreInstallerBuffer(const std::wstring& productId, const std::wstring& name, const void* data,
+                          unsigned long size) {
+  return CallNamed<std::wstring>(productId, kInstallerCreate, &IMorvSettings::StoreBuffer, name,
+                                 data, size);
+}
+
+bool DeleteSetting(const std::string& productId, const std::string& name) {
+  return CallNamed<std::string>(productId, kProductPlain, &IMorvSettings::Delete, name);
+}
+
+bool DeleteSetting(const std::wstring& productId, const std::wstring& name) {
+  return CallNamed<std::wstring>(productId, kProductPlain, &IMorvSettings::Delete, name);
+}
+
+bool DeleteInstallerSetting(const std::string& productId, const std::string& name) {
+  return CallNamed<std::string>(productId, kInstallerPlain, &IMorvSettings::Delete, name);
+}
+
+bool DeleteInstallerSetting(const std::wstring& productId, const std::wstring& name) {
+  return CallNamed<std::wstring>(productId, kInstallerPlain, &IMorvSettings::Delete, name);
+}
+
+bool DeleteSetting(const std::string& productId) {
+  return WithProductNode(productId, kProductPlain,
+                         [&](IMorvSettings& node) { return node.Delete(); });
+}
+
+bool DeleteSetting(const std::wstring& productId) {
+  return WithProductNode(productId, kProductPlain,
+                         [&](IMorvSettings& node) { return node.Delete(); });
+}
+
+bool DeleteInstallerSetting(const std::string& productId) {
+  return WithProductNode(productId, kInstallerPlain,
+                         [&](IMorvSettings& node) { return node.Delete(); });
+}
+
+bool DeleteInstallerSetting(const std::wstring& productId) {
+  return WithProductNode(productId, kInstallerPlain,
+                         [&](IMorvSettings& node) { return node.Delete(); });
+}
+
+bool ProductSettingsExists(const std::string& productId) {
+  return WithProductNode(productId, kProductQuery, [](IMorvSettings&) { return true; });
+}
+
+bool ProductSettingsExists(const std::wstring& productId) {
+  return WithProductNode(productId, kProductQuery, [](IMorvSettings&) { return true; });
+}
+
+bool ProductInstallerSettingsExists(const std::string& productId) {
+  return WithProductNode(productId, kInstallerQuery, [](IMorvSettings&) { return true; });
+}
+
+bool ProductInstallerSettingsExists(const std::wstring& productId) {
+  return WithProductNode(productId, kInstallerQuery, [](IMorvSettings&) { return true; });
+}
+
+bool GetValueNames(const std::string& productId, std::set<std::string>& names) {
+  return WithProductNode(productId, kProductQuery,
+                         [&](IMorvSettings& node) { return node.GetValueNames(names); });
+}
+
+bool GetValueNames(const std::wstring& productId, std::set<std::wstring>& names) {
+  return WithProductNode(productId, kProductQuery,
+                         [&](IMorvSettings& node) { return node.GetValueNames(names); });
+}
+
+bool GetInstallerValueNames(const std::string& productId, std::set<std::string>& names) {
+  return WithProductNode(productId, kInstallerQuery,
+                         [&](IMorvSettings& node) { return node.GetValueNames(names); });
+}
+
+bool GetInstallerValueNames(const std::wstring& productId, std::set<std::wstring>& names) {
+  return WithProductNode(productId, kInstallerQuery,
+                         [&](IMorvSettings& node) { return node.GetValueNames(names); });
+}
+
+bool GetValueCount(const std::string& productId, unsigned long& count) {
+  return WithProductNode(productId, kProductQuery,
+                         [&](IMorvSettings& node) { return node.GetValueCount(count); });
+}
+
+bool GetValueCount(const std::wstring& productId, unsigned long& count) {
+  return WithProductNode(productId, kProductQuery,
+                         [&](IMorvSettings& node) { return node.GetValueCount(count); });
+}
+
+bool GetInstallerValueCount(const std::string& productId, unsigned long& count) {
+  return WithProductNode(productId, kInstallerQuery,
+                         [&](IMorvSettings& node) { return node.GetValueCount(count); });
+}
+
+bool GetInstallerValueCount(const std::wstring& productId, unsigned long& count) {
+  return WithProductNode(productId, kInstallerQuery,
+                         [&](IMorvSettings& node) { return node.GetValueCount(count); });
+}
+
+bool GetChildNames(const std::string& productId, std::set<std::string>& names) {
+  return WithProductNode(productId, kProductQuery,
+                         [&](IMorvSettings& node) { return node.GetChildNames(names); });
+}
+
+bool GetChildNames(const std::wstring& productId, std::set<std::wstring>& names) {
+  return WithProductNode(productId, kProductQuery,
+                         [&](IMorvSettings& node) { return node.GetChildNames(names); });
+}
+
+bool GetInstallerChildNames(const std::string& productId, std::set<std::string>& names) {
+  return WithProductNode(productId, kInstallerQuery,
+                         [&](IMorvSettings& node) { return node.GetChildNames(names); });
+}
+
+bool GetInstallerChildNames(const std::wstring& productId, std::set<std::wstring>& names) {
+  return WithProductNode(productId, kInstallerQuery,
+                         [&](IMorvSettings& node) { return node.GetChildNames(names); });
+}
+
+bool GetChildCount(const std::string& productId, unsigned long& count) {
+  return WithProductNode(productId, kProductQuery,
+                         [&](IMorvSettings& node) { return node.GetChildCount(count); });
+}
+
+bool GetChildCount(const std::wstring& productId, unsigned long& count) {
+  return WithProductNode(productId, kProductQuery,
+                         [&](IMorvSettings& node) { return node.GetChildCount(count); });
+}
+
+bool GetInstallerChildCount(const std::string& productId, unsigned long& count) {
+  return WithProductNode(productId, kInstallerQuery,
+                         [&](IMorvSettings& node) { return node.GetChildCount(count); });
+}
+
+bool GetInstallerChildCount(const std::wstring& productId, unsigned long& count) {
+  return WithProductNode(productId, kInstallerQuery,
+                         [&](IMorvSettings& node) { return node.GetChildCount(count); });
+}
 
 }  // namespace mvcs

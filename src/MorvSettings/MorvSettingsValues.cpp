@@ -208,13 +208,13 @@ bool MorvSettings::StoreUint64(std::wstring const& name, unsigned long long valu
   return StoreInteger(name, static_cast<long long>(value));
 }
 bool MorvSettings::StoreFloat(std::string const& name, float value) {
-  return StoreValue(name, PListReal{value, true});
+  return StoreValue(name, PListReal{value});
 }
 bool MorvSettings::StoreFloat(std::wstring const& name, float value) {
   return CallNarrow(&IMorvSettings::StoreFloat, name, value);
 }
 bool MorvSettings::StoreDouble(std::string const& name, double value) {
-  return StoreValue(name, PListReal{value, false});
+  return StoreValue(name, PListReal{value});
 }
 bool MorvSettings::StoreDouble(std::wstring const& name, double value) {
   return CallNarrow(&IMorvSettings::StoreDouble, name, value);

@@ -140,7 +140,7 @@ bool ToTree(plist_t node, PListValue& value, std::size_t depth) {
     case PLIST_REAL: {
       double real = 0;
       plist_get_real_val(node, &real);
-      value = PListReal{real, static_cast<double>(static_cast<float>(real)) == real};
+      value = PListReal{real};
       return true;
     }
     case PLIST_BOOLEAN: {

@@ -37,10 +37,9 @@ struct PListInteger {
   bool wide;
 };
 
-// A real, and whether it was stored as a float (StoreFloat) or a double.
+// A real. Floats and doubles alike are kept and written as doubles.
 struct PListReal {
   double value;
-  bool isFloat;
 };
 
 typedef std::vector<unsigned char> PListData;

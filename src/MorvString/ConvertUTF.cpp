@@ -66,7 +66,8 @@ Boolean isLegalUTF8(const UTF8* source, int length) {
       if ((a = (*--srcptr)) > 0xBF) return 0;
       switch (*source) {
         // Only an upper bound after ED and F4: a second byte below 0x80
-        // passes there. This is how the rule has always been.
+        // passes there (so ED 41 80 decodes to U+C040): the lenient
+        // rule that results are required to match.
         case 0xE0:
           if (a < 0xA0) return 0;
           break;

@@ -10,7 +10,7 @@
 #endif
 
 namespace mvcs {
-namespace fastutf {
+namespace fast_utf {
 
 namespace {
 
@@ -129,9 +129,9 @@ inline bool NarrowAscii16(const wchar_t* w, char* out) {
   Store(out, _mm_packus_epi16(_mm_packs_epi32(v0, v1), _mm_packs_epi32(v2, v3)));
 #else
   for (int i = 0; i < 16; ++i) {
-    if ((UTF32)w[i] >= 0x80) return false;
+    if (static_cast<UTF32>(w[i]) >= 0x80) return false;
   }
-  for (int i = 0; i < 16; ++i) out[i] = (char)w[i];
+  for (int i = 0; i < 16; ++i) out[i] = static_cast<char>(w[i]);
 #endif
   return true;
 }
@@ -148,7 +148,7 @@ inline bool NarrowAscii16(const unsigned short* u, char* out) {
   for (int i = 0; i < 16; ++i) {
     if (u[i] >= 0x80) return false;
   }
-  for (int i = 0; i < 16; ++i) out[i] = (char)u[i];
+  for (int i = 0; i < 16; ++i) out[i] = static_cast<char>(u[i]);
 #endif
   return true;
 }
@@ -605,5 +605,5 @@ char* EncodeUTF16(const unsigned short* u, std::size_t n, char* out) {
   return out;
 }
 
-}  // namespace fastutf
+}  // namespace fast_utf
 }  // namespace mvcs

@@ -19,7 +19,7 @@
 #include <cstddef>
 
 namespace mvcs {
-namespace fastutf {
+namespace fast_utf {
 
 // EncodeUTF16 may write this many bytes of garbage after the last character
 // (it stores whole 32-bit words): its output needs that much extra room.
@@ -53,7 +53,7 @@ std::size_t ScanUTF16(const unsigned short* u, std::size_t n, bool* hasZero);
 // itself.
 char* EncodeUTF16(const unsigned short* u, std::size_t n, char* out);
 
-}  // namespace fastutf
+}  // namespace fast_utf
 }  // namespace mvcs
 
 #endif  // MORVSTRING_FASTUTF_H

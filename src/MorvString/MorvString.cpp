@@ -29,10 +29,10 @@ std::wstring UTF8ToWide(const std::string& utf8) {
   if (n == 0) return std::wstring();
   const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8.data());
   std::size_t characters = 0;
-  if (!fastutf::ValidateUTF8(p, n, &characters)) return std::wstring();
+  if (!fast_utf::ValidateUTF8(p, n, &characters)) return std::wstring();
   try {
     std::wstring result(characters, L'\0');
-    fastutf::DecodeValidUTF8(p, n, &result[0]);
+    fast_utf::DecodeValidUTF8(p, n, &result[0]);
     // A zero byte is U+0000 or (rarely) the second byte after ED or F4.
     if (std::memchr(p, 0, n) != nullptr) {
       result.resize(std::wcslen(result.c_str()));
@@ -48,14 +48,14 @@ std::string WideToUTF8(const std::wstring& wide) {
   if (units == 0) return std::string();
   std::size_t bytes = 0;
   bool hasZero = false;
-  if (!fastutf::ScanWide(wide.data(), units, &bytes, &hasZero)) return std::string();
+  if (!fast_utf::ScanWide(wide.data(), units, &bytes, &hasZero)) return std::string();
   if (hasZero) {
     units = std::wcslen(wide.c_str());
-    fastutf::ScanWide(wide.data(), units, &bytes, &hasZero);
+    fast_utf::ScanWide(wide.data(), units, &bytes, &hasZero);
   }
   try {
     std::string result(bytes, '\0');
-    fastutf::EncodeWide(wide.data(), units, &result[0]);
+    fast_utf::EncodeWide(wide.data(), units, &result[0]);
     return result;
   } catch (const std::bad_alloc&) {
     return std::string();
@@ -72,21 +72,21 @@ std::string UnicodeToUTF8(unsigned short* units, unsigned long count) {
       // Short input: encode into room for the worst case (3 bytes a unit),
       // which costs less than measuring first. A zero byte in the output
       // can only be U+0000, where the result ends.
-      std::string result(3 * count + fastutf::kSlack, '\0');
-      result.resize(fastutf::EncodeUTF16(units, count, &result[0]) - result.data());
+      std::string result(3 * count + fast_utf::kSlack, '\0');
+      result.resize(fast_utf::EncodeUTF16(units, count, &result[0]) - result.data());
       const std::size_t nul = result.find('\0');
       if (nul != std::string::npos) result.resize(nul);
       return result;
     }
     bool hasZero = false;
-    std::size_t bytes = fastutf::ScanUTF16(units, count, &hasZero);
+    std::size_t bytes = fast_utf::ScanUTF16(units, count, &hasZero);
     if (hasZero) {
       count = 0;
       while (units[count] != 0) ++count;
-      bytes = fastutf::ScanUTF16(units, count, &hasZero);
+      bytes = fast_utf::ScanUTF16(units, count, &hasZero);
     }
-    std::string result(bytes + fastutf::kSlack, '\0');
-    fastutf::EncodeUTF16(units, count, &result[0]);
+    std::string result(bytes + fast_utf::kSlack, '\0');
+    fast_utf::EncodeUTF16(units, count, &result[0]);
     result.resize(bytes);
     return result;
   } catch (const std::bad_alloc&) {
@@ -95,8 +95,8 @@ std::string UnicodeToUTF8(unsigned short* units, unsigned long count) {
 }
 
 bool IsUTF8(const std::string& text) {
-  return fastutf::ValidateUTF8(reinterpret_cast<const unsigned char*>(text.data()), text.size(),
-                               nullptr);
+  return fast_utf::ValidateUTF8(reinterpret_cast<const unsigned char*>(text.data()), text.size(),
+                                nullptr);
 }
 
 std::string UTF8ToNative(const std::string& utf8) { return utf8; }

@@ -14,7 +14,7 @@
 #include "ToolFiles.h"
 #include "ValueTypes.h"
 
-namespace morvtool {
+namespace morv_tool {
 
 namespace {
 
@@ -318,4 +318,4 @@ void WhereCommand(const SettingsTarget& target, std::ostream& out) {
   out << "key:           " << target.NodePath({}) << "\n";
 }
 
-}  // namespace morvtool
+}  // namespace morv_tool

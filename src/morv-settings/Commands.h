@@ -12,7 +12,7 @@
 
 #include "SettingsTarget.h"
 
-namespace morvtool {
+namespace morv_tool {
 
 // Prints the value at `key` ("a/b/name"), or the node at `key` (or the
 // whole product's node for an empty key) as an indented tree of entries
@@ -46,6 +46,6 @@ void ImportCommand(const SettingsTarget& target, const std::string& file);
 // Prints the files that the product's settings use and its key path.
 void WhereCommand(const SettingsTarget& target, std::ostream& out);
 
-}  // namespace morvtool
+}  // namespace morv_tool
 
 #endif  // MORV_SETTINGS_TOOL_COMMANDS_H

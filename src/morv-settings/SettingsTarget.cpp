@@ -7,7 +7,7 @@
 #include "MorvString/MorvString.h"
 #include "ToolError.h"
 
-namespace morvtool {
+namespace morv_tool {
 
 namespace {
 
@@ -107,4 +107,4 @@ std::string SettingsTarget::OwnFile() const {
 
 std::string SettingsTarget::SharedFile() const { return mvcs::GetSharedSettingsFile(); }
 
-}  // namespace morvtool
+}  // namespace morv_tool

@@ -11,7 +11,7 @@
 #include "MorvSettings/MorvSettings.h"
 #include "mvtl/RefCountedPtr.h"
 
-namespace morvtool {
+namespace morv_tool {
 
 typedef mvtl::RefCountedPtr<mvcs::IMorvSettings> Node;
 
@@ -61,6 +61,6 @@ class SettingsTarget {
 // "a/b/c" from components.
 std::string JoinKeyPath(const std::vector<std::string>& keyPath);
 
-}  // namespace morvtool
+}  // namespace morv_tool
 
 #endif  // MORV_SETTINGS_TOOL_SETTINGSTARGET_H

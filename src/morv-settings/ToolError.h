@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace morvtool {
+namespace morv_tool {
 
 // Exit statuses.
 constexpr int kSuccess = 0;
@@ -28,6 +28,6 @@ class ToolError : public std::runtime_error {
 inline ToolError Failure(const std::string& message) { return ToolError(kFailure, message); }
 inline ToolError UsageError(const std::string& message) { return ToolError(kUsageError, message); }
 
-}  // namespace morvtool
+}  // namespace morv_tool
 
 #endif  // MORV_SETTINGS_TOOL_TOOLERROR_H

@@ -12,7 +12,7 @@
 #include "FileDescriptor.h"
 #include "ToolError.h"
 
-namespace morvtool {
+namespace morv_tool {
 
 namespace {
 
@@ -117,4 +117,4 @@ void WriteOutput(const std::string& path, const std::string& bytes) {
   }
 }
 
-}  // namespace morvtool
+}  // namespace morv_tool

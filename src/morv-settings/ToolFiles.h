@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <string>
 
-namespace morvtool {
+namespace morv_tool {
 
 // The largest file the tool reads: as large as a settings file may be.
 constexpr std::size_t kMaxInputSize = 64u << 20;
@@ -34,6 +34,6 @@ std::string ReadProblem(const std::string& path);
 // The text of the current errno ("Permission denied").
 std::string ErrnoText();
 
-}  // namespace morvtool
+}  // namespace morv_tool
 
 #endif  // MORV_SETTINGS_TOOL_TOOLFILES_H

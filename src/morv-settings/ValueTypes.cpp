@@ -12,7 +12,7 @@
 
 #include "MorvString/MorvString.h"
 
-namespace morvtool {
+namespace morv_tool {
 
 namespace {
 
@@ -332,4 +332,4 @@ std::string FormatQuoted(const Value& value) {
   return FormatPlain(value);
 }
 
-}  // namespace morvtool
+}  // namespace morv_tool

@@ -12,7 +12,7 @@
 #include "MorvSettings/MorvSettings.h"
 #include "MorvSettings/MorvSettingsUtility.h"
 
-namespace morvtool {
+namespace morv_tool {
 
 typedef std::vector<unsigned char> Bytes;
 
@@ -57,6 +57,6 @@ std::string FormatPlain(const Value& value);
 // quotes with \", \\ and control characters escaped, and data in <...>.
 std::string FormatQuoted(const Value& value);
 
-}  // namespace morvtool
+}  // namespace morv_tool
 
 #endif  // MORV_SETTINGS_TOOL_VALUETYPES_H

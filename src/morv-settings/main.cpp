@@ -6,8 +6,10 @@
 // the operation failed, 2 for a usage error. Messages go to standard error.
 
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "Commands.h"
 #include "ToolError.h"
@@ -34,7 +36,7 @@ struct Options {
 
 std::string TypeList() {
   std::string text = "Types:\n";
-  for (const morvtool::ValueType& type : morvtool::ValueTypes()) {
+  for (const morv_tool::ValueType& type : morv_tool::ValueTypes()) {
     text += "  " + std::string(type.name) + std::string(8 - std::string(type.name).size(), ' ') +
             type.description + "\n";
   }
@@ -86,16 +88,14 @@ std::string UnknownCommand(const CLI::App& app, int argc, char** argv) {
   return std::string("unknown command \"") + argv[1] + "\" (the commands are " + names + ")";
 }
 
-}  // namespace
+// A command of the tool: its CLI11 sub-command, and what runs it once the
+// command line is parsed.
+struct Command {
+  CLI::App* app;
+  std::function<void(const morv_tool::SettingsTarget&)> run;
+};
 
-int main(int argc, char** argv) {
-  Options options;
-  CLI::App app(kDescription, kName);
-  app.set_version_flag("--version", std::string(kName) + " " + MORV_VERSION,
-                       "Print the version and exit");
-  app.require_subcommand(1, 1);
-  app.footer(kFooter);
-
+Command AddRead(CLI::App& app, Options& options) {
   CLI::App* read =
       app.add_subcommand("read", "Print a value, or a key's entries as a tree with their kinds");
   AddTarget(read, options);
@@ -108,7 +108,12 @@ int main(int argc, char** argv) {
                "data in hex. A key prints as a tree: NAME (KIND) = VALUE, keys as NAME/.\n"
                "With --type, the value is read as the store's Fetch for that type reads it\n"
                "(numbers convert, and are also read from text entries).");
+  return {read, [&options](const morv_tool::SettingsTarget& target) {
+            morv_tool::ReadCommand(target, options.key, options.type, std::cout);
+          }};
+}
 
+Command AddWrite(CLI::App& app, Options& options) {
   CLI::App* write = app.add_subcommand("write", "Store a value, creating the file and keys");
   AddTarget(write, options);
   write->add_option("KEY", options.key, "Where to store it (a/b/name)")->required();
@@ -125,7 +130,13 @@ int main(int argc, char** argv) {
                 "its name; a key with entries below it is not replaced (delete it first).\n"
                 "Missing keys on the way are made. Put -- before a negative number\n"
                 "if it is taken for an option.");
+  return {write, [&options, value](const morv_tool::SettingsTarget& target) {
+            morv_tool::WriteCommand(target, options.key, options.type, value->count() > 0,
+                                    options.value, options.file);
+          }};
+}
 
+Command AddDelete(CLI::App& app, Options& options) {
   CLI::App* remove = app.add_subcommand(
       "delete", "Delete a value or a key (with everything below it), or the product's node");
   AddTarget(remove, options);
@@ -134,11 +145,21 @@ int main(int argc, char** argv) {
   remove->footer(
       "Deletes only from the file that changes go to: a product's machine-wide\n"
       "defaults are left as they are.");
+  return {remove, [&options](const morv_tool::SettingsTarget& target) {
+            morv_tool::DeleteCommand(target, options.key);
+          }};
+}
 
+Command AddList(CLI::App& app, Options& options) {
   CLI::App* list = app.add_subcommand("list", "List the keys (with a trailing /) and values");
   AddTarget(list, options);
   list->add_option("KEY", options.key, "The key to list (a/b); the product's node if left out");
+  return {list, [&options](const morv_tool::SettingsTarget& target) {
+            morv_tool::ListCommand(target, options.key, std::cout);
+          }};
+}
 
+Command AddExport(CLI::App& app, Options& options) {
   CLI::App* exportCommand =
       app.add_subcommand("export", "Write the product's settings as a property list");
   AddTarget(exportCommand, options);
@@ -150,7 +171,12 @@ int main(int argc, char** argv) {
       "shared file with --installer), every kind of entry included (arrays and dates\n"
       "too); a product's machine-wide defaults are not part of it. import reads the\n"
       "result back.");
+  return {exportCommand, [&options](const morv_tool::SettingsTarget& target) {
+            morv_tool::ExportCommand(target, options.format, options.file);
+          }};
+}
 
+Command AddImport(CLI::App& app, Options& options) {
   CLI::App* import = app.add_subcommand(
       "import", "Merge a property list (XML or binary) into the product's settings");
   AddTarget(import, options);
@@ -160,15 +186,59 @@ int main(int argc, char** argv) {
       "other entry replaces the entry of its name; entries the file does not name are\n"
       "kept. A file that is not a property list with a dictionary at its root changes\n"
       "nothing.");
+  return {import, [&options](const morv_tool::SettingsTarget& target) {
+            morv_tool::ImportCommand(target, options.file);
+          }};
+}
 
+Command AddWhere(CLI::App& app, Options& options) {
   CLI::App* where =
       app.add_subcommand("where", "Show the files that the product's settings use, and its key");
   AddTarget(where, options);
+  return {where, [](const morv_tool::SettingsTarget& target) {
+            morv_tool::WhereCommand(target, std::cout);
+          }};
+}
+
+// Runs the command that the command line chose; prints a failure and
+// returns its exit status.
+int Run(const std::vector<Command>& commands, const Options& options) {
+  try {
+    const morv_tool::SettingsTarget target(options.product, options.installer);
+    for (const Command& command : commands) {
+      if (command.app->parsed()) command.run(target);
+    }
+  } catch (const morv_tool::ToolError& error) {
+    std::cout.flush();
+    std::cerr << kName << ": " << error.what() << "\n";
+    return error.GetStatus();
+  } catch (const std::exception& error) {
+    std::cout.flush();
+    std::cerr << kName << ": " << error.what() << "\n";
+    return morv_tool::kFailure;
+  }
+  std::cout.flush();
+  return std::cout ? morv_tool::kSuccess : morv_tool::kFailure;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App app(kDescription, kName);
+  app.set_version_flag("--version", std::string(kName) + " " + MORV_VERSION,
+                       "Print the version and exit");
+  app.require_subcommand(1, 1);
+  app.footer(kFooter);
+  const std::vector<Command> commands = {AddRead(app, options),   AddWrite(app, options),
+                                         AddDelete(app, options), AddList(app, options),
+                                         AddExport(app, options), AddImport(app, options),
+                                         AddWhere(app, options)};
 
   const std::string unknown = UnknownCommand(app, argc, argv);
   if (!unknown.empty()) {
     std::cerr << kName << ": " << unknown << "\nRun " << kName << " --help for more information.\n";
-    return morvtool::kUsageError;
+    return morv_tool::kUsageError;
   }
   try {
     app.parse(argc, argv);
@@ -179,36 +249,7 @@ int main(int argc, char** argv) {
     std::cerr << kName << ": " << error.what() << "\n"
               << "Run " << kName << " --help, or " << kName
               << " COMMAND --help, for more information.\n";
-    return morvtool::kUsageError;
+    return morv_tool::kUsageError;
   }
-
-  try {
-    const morvtool::SettingsTarget target(options.product, options.installer);
-    if (read->parsed()) {
-      morvtool::ReadCommand(target, options.key, options.type, std::cout);
-    } else if (write->parsed()) {
-      morvtool::WriteCommand(target, options.key, options.type, value->count() > 0, options.value,
-                             options.file);
-    } else if (remove->parsed()) {
-      morvtool::DeleteCommand(target, options.key);
-    } else if (list->parsed()) {
-      morvtool::ListCommand(target, options.key, std::cout);
-    } else if (exportCommand->parsed()) {
-      morvtool::ExportCommand(target, options.format, options.file);
-    } else if (import->parsed()) {
-      morvtool::ImportCommand(target, options.file);
-    } else if (where->parsed()) {
-      morvtool::WhereCommand(target, std::cout);
-    }
-  } catch (const morvtool::ToolError& error) {
-    std::cout.flush();
-    std::cerr << kName << ": " << error.what() << "\n";
-    return error.GetStatus();
-  } catch (const std::exception& error) {
-    std::cout.flush();
-    std::cerr << kName << ": " << error.what() << "\n";
-    return morvtool::kFailure;
-  }
-  std::cout.flush();
-  return std::cout ? morvtool::kSuccess : morvtool::kFailure;
+  return Run(commands, options);
 }
