@@ -9,7 +9,16 @@
 //   StoreAndSave   one store and the save that follows when the node closes
 //     Morv           the store (the file stays cached by another node)
 //     plain_write    write, fsync and rename of the same bytes (the floor)
+//   StoreAndSaveMerge  the same, when another process has changed the file
+//                  since this one last read or wrote it, so that the save
+//                  reads the file and merges (the other process's change is
+//                  made outside the timing)
 //   FetchOpenNode  one fetch on a node that is already open
+//   FetchOpenNodeThreads  the same from 1, 2, 4 and 8 threads at once, all
+//                  on one node (time per fetch per thread)
+//   ProcessesStoring  N processes (N = 1, 2, 4, 8) each making 40 one-call
+//                  stores into one product at once; items/s is the stores
+//                  per second of all of them together
 //
 // Names read Op/Implementation/Input; times are per call. The files live in
 // a temporary folder (XDG_CONFIG_HOME), removed at exit.
@@ -18,6 +27,7 @@
 #include <fcntl.h>
 #include <plist/plist.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -27,6 +37,7 @@
 #include <vector>
 
 #include "MorvSettings/MorvSettings.h"
+#include "MorvSettings/MorvSettingsSimple.h"
 
 namespace {
 
@@ -119,6 +130,44 @@ void StoreAndSaveMorv(benchmark::State& state, const SettingsFile& file) {
   }
 }
 
+// The file as another process would leave it: the original with one more
+// entry, "OtherProcess" = `mark` (made with libplist, outside the timing).
+std::string ChangedElsewhere(const SettingsFile& file, long long mark) {
+  plist_t root = nullptr;
+  plist_from_bin(file.bytes.data(), static_cast<uint32_t>(file.bytes.size()), &root);
+  plist_t product =
+      plist_dict_get_item(plist_dict_get_item(root, "Settings"), file.product.c_str());
+  plist_dict_set_item(product, "OtherProcess", plist_new_uint(static_cast<uint64_t>(mark)));
+  char* bytes = nullptr;
+  uint32_t length = 0;
+  plist_to_bin(root, &bytes, &length);
+  std::string result(bytes, length);
+  plist_to_bin_free(bytes);
+  plist_free(root);
+  return result;
+}
+
+void ReplaceFile(const std::string& path, const std::string& bytes) {
+  const std::string temporary = path + ".other";
+  std::ofstream(temporary, std::ios::binary | std::ios::trunc) << bytes;
+  rename(temporary.c_str(), path.c_str());
+}
+
+void StoreAndSaveMergeMorv(benchmark::State& state, const SettingsFile& file) {
+  const std::string variants[2] = {ChangedElsewhere(file, 1), ChangedElsewhere(file, 2)};
+  mvtl::RefCountedPtr<mvcs::IMorvSettings> keeper;
+  mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER, &keeper);
+  long long counter = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    ReplaceFile(file.path, variants[counter % 2]);
+    state.ResumeTiming();
+    mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
+    mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER, &node);
+    node->StoreInteger(std::string("Counter"), ++counter);
+  }
+}
+
 void StoreAndSavePlain(benchmark::State& state, const SettingsFile& file) {
   const std::string temporary = file.path + ".plain";
   const std::string target = file.path + ".plain-target";
@@ -143,6 +192,53 @@ void FetchOpenNode(benchmark::State& state, const SettingsFile& file) {
   }
 }
 
+void FetchOpenNodeThreads(benchmark::State& state, const SettingsFile& file) {
+  static mvtl::RefCountedPtr<mvcs::IMorvSettings> shared;
+  if (state.thread_index() == 0) {
+    shared = static_cast<const mvcs::IMorvSettings*>(nullptr);
+    mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER, &shared);
+  }
+  // Google Benchmark starts the timing of all threads together, after
+  // thread 0's set-up above.
+  for (auto _ : state) {
+    long long value = 0;
+    shared->FetchInteger(std::string("Count5"), value);
+    benchmark::DoNotOptimize(value);
+  }
+  if (state.thread_index() == 0) shared = static_cast<const mvcs::IMorvSettings*>(nullptr);
+}
+
+void ProcessesStoring(benchmark::State& state) {
+  const int processes = static_cast<int>(state.range(0));
+  const int stores = 40;
+  long long round = 0;
+  for (auto _ : state) {
+    ++round;
+    std::vector<pid_t> children;
+    for (int p = 0; p < processes; ++p) {
+      const pid_t child = fork();
+      if (child == 0) {
+        bool ok = true;
+        for (int i = 0; i < stores; ++i) {
+          ok = mvcs::StoreInteger(
+                   std::string("BenchProcesses"),
+                   "r" + std::to_string(round) + "p" + std::to_string(p) + "_" + std::to_string(i),
+                   i) &&
+               ok;
+        }
+        _exit(ok ? 0 : 1);
+      }
+      children.push_back(child);
+    }
+    for (pid_t child : children) {
+      int status = 0;
+      waitpid(child, &status, 0);
+      if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) state.SkipWithError("a store failed");
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * processes * stores);
+}
+
 void RemoveRoot() {
   if (!g_root.empty()) std::system(("rm -rf '" + g_root + "'").c_str());
 }
@@ -165,8 +261,17 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark(("StoreAndSave/Morv/" + size).c_str(), StoreAndSaveMorv, file);
     benchmark::RegisterBenchmark(("StoreAndSave/plain_write/" + size).c_str(), StoreAndSavePlain,
                                  file);
+    benchmark::RegisterBenchmark(("StoreAndSaveMerge/Morv/" + size).c_str(), StoreAndSaveMergeMorv,
+                                 file);
     benchmark::RegisterBenchmark(("FetchOpenNode/Morv/" + size).c_str(), FetchOpenNode, file);
   }
+  benchmark::RegisterBenchmark("FetchOpenNodeThreads/Morv/4KiB", FetchOpenNodeThreads, Files()[0])
+      ->ThreadRange(1, 8);
+  benchmark::RegisterBenchmark("ProcessesStoring/Morv", ProcessesStoring)
+      ->RangeMultiplier(2)
+      ->Range(1, 8)
+      ->UseRealTime()
+      ->Unit(benchmark::kMillisecond);
   for (const SettingsFile& file : Files()) {
     std::fprintf(stderr, "%s file: %zu bytes\n", file.name.c_str(), file.bytes.size());
   }

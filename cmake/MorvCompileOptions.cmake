@@ -1,6 +1,13 @@
 # Compiler settings shared by every target, and morv_add_library(), which
 # builds one of the project's shared libraries.
 
+if(MORV_SANITIZE AND MORV_SANITIZE_THREAD)
+  message(FATAL_ERROR "MORV_SANITIZE and MORV_SANITIZE_THREAD cannot be combined")
+endif()
+if(MORV_SANITIZE_THREAD)
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()
 if(MORV_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)

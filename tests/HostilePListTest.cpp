@@ -145,6 +145,7 @@ class HostilePList : public sandbox::SettingsSandbox {
     EXPECT_EQ(sandbox::ReadFile(path), bytes);
     EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
     EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    // Nothing was saved: not even a lock file was made.
     EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
   }
 };

@@ -215,7 +215,8 @@ TEST_F(PListCache, FileRepairedWhileHeldIsReplacedWithoutBackup) {
     ASSERT_TRUE(writer->StoreInteger(std::string("new"), 2));
   }
   holder = Node();
-  EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
+  EXPECT_EQ(sandbox::List(UserFolder()),
+            std::set<std::string>({"com.morv.P.plist", "com.morv.P.plist.lock"}));
   Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
   long long old = 0, fresh = 0;
   ASSERT_NE(reread.Get(), nullptr);
@@ -231,7 +232,8 @@ TEST_F(PListCache, ReadableFileIsReplacedWithoutBackup) {
     Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
     ASSERT_TRUE(node->StoreInteger(std::string("x"), 1));
   }
-  EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
+  EXPECT_EQ(sandbox::List(UserFolder()),
+            std::set<std::string>({"com.morv.P.plist", "com.morv.P.plist.lock"}));
 }
 
 }  // namespace

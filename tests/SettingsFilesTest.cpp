@@ -6,7 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <set>
 #include <string>
 
 #include "SettingsFiles.h"
@@ -130,6 +132,58 @@ TEST_F(SettingsFiles, MoveAsideRefusesFolders) {
   mkdir((m_root + "/folder").c_str(), 0755);
   EXPECT_FALSE(mvcs::MoveFileAside(m_root + "/folder"));
   EXPECT_EQ(sandbox::List(m_root), std::set<std::string>({"folder"}));
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(SettingsFiles, StaleTemporaryFilesOfTheFileAreRemoved) {
+  const std::string path = m_root + "/com.morv.P.plist";
+  for (const char* name :
+       {".com.morv.P.plist.Ab3xYz", ".com.morv.P.plist.000000", ".com.morv.P.plist.short",
+        ".com.morv.Q.plist.Ab3xYz", "com.morv.P.plist.unreadable-Ab3xYz", "com.morv.P.plist"}) {
+    sandbox::WriteFile(m_root + "/" + name, "x");
+  }
+  mvcs::RemoveStaleTemporaryFiles(path);
+  // Only this file's temporary files (".<name>." and six characters) go.
+  EXPECT_EQ(sandbox::List(m_root),
+            std::set<std::string>({".com.morv.P.plist.short", ".com.morv.Q.plist.Ab3xYz",
+                                   "com.morv.P.plist.unreadable-Ab3xYz", "com.morv.P.plist"}));
+}
+
+TEST_F(SettingsFiles, LockIsExclusiveAndWaitsNoLongerThanItsTimeout) {
+  const std::string path = m_root + "/com.morv.P.plist";
+  {
+    mvcs::SettingsFileLock first;
+    const mode_t old = umask(027);
+    ASSERT_TRUE(first.Acquire(path, 0));
+    umask(old);
+    EXPECT_EQ(ModeOf(path + ".lock"), static_cast<mode_t>(0640));
+    // A second lock on the same file (another open file description, as in
+    // another process) waits, then gives up.
+    mvcs::SettingsFileLock second;
+    const auto start = std::chrono::steady_clock::now();
+    errno = 0;
+    EXPECT_FALSE(second.Acquire(path, 150));
+    EXPECT_EQ(errno, EWOULDBLOCK);
+    const double waited =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_GE(waited, 0.14);
+    EXPECT_LT(waited, 1.0);
+  }
+  // Released with the first: now it can be had at once.
+  mvcs::SettingsFileLock again;
+  EXPECT_TRUE(again.Acquire(path, 0));
+  EXPECT_FALSE(sandbox::Exists(path));  // locking makes no settings file
+}
+
+TEST_F(SettingsFiles, LockFileThatIsALinkIsRefused) {
+  const std::string path = m_root + "/com.morv.P.plist";
+  symlink((m_root + "/elsewhere").c_str(), (path + ".lock").c_str());
+  mvcs::SettingsFileLock lock;
+  EXPECT_FALSE(lock.Acquire(path, 0));
+  EXPECT_FALSE(sandbox::Exists(m_root + "/elsewhere"));
 }
 
 }  // namespace

@@ -95,9 +95,9 @@ class SettingsSaveFailure : public sandbox::SettingsSandbox {
     CHECK(file->IsDirty());                          // tried again by the next save
     CHECK(file->GetRoot()->Find("new") != nullptr);  // the change is still in memory
     CHECK(sandbox::ReadFile(path) == m_original);    // the old file is intact
-    CHECK(sandbox::List(UserFolder()) == std::set<std::string>({"com.morv.P.plist"}));
+    CHECK(sandbox::ListWithoutLocks(UserFolder()) == std::set<std::string>({"com.morv.P.plist"}));
     CHECK(!file->Save());  // and again
-    CHECK(sandbox::List(UserFolder()) == std::set<std::string>({"com.morv.P.plist"}));
+    CHECK(sandbox::ListWithoutLocks(UserFolder()) == std::set<std::string>({"com.morv.P.plist"}));
 
     // Through a node: the store succeeds in memory, the close reports the
     // failed save, and a second node on the file still sees the change.
@@ -158,7 +158,7 @@ TEST_F(SettingsSaveFailure, UnreadableFolderOpensNothingAndWritesNothing) {
             "");
   chmod(UserFolder().c_str(), 0755);
   EXPECT_EQ(sandbox::ReadFile(UserFile("P")), m_original);
-  EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
+  EXPECT_EQ(sandbox::ListWithoutLocks(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
 }
 
 TEST_F(SettingsSaveFailure, UnreadableFileIsKeptWhenReplaced) {
@@ -199,7 +199,8 @@ TEST_F(SettingsSaveFailure, FolderInTheWayOfTheFile) {
     EXPECT_FALSE(dynamic_cast<MorvSettings*>(node.Get())->Close());
   }
   EXPECT_EQ(sandbox::ReadFile(UserFile("P") + "/inside"), "x");
-  EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
+  EXPECT_EQ(sandbox::List(UserFolder()),
+            std::set<std::string>({"com.morv.P.plist", "com.morv.P.plist.lock"}));
 }
 
 }  // namespace

@@ -321,7 +321,8 @@ class SettingsToolBadInput : public SettingsTool {
   }
   void TearDown() override {
     EXPECT_EQ(sandbox::ReadFile(UserFile("P")), m_before) << "the file changed";
-    EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
+    EXPECT_EQ(sandbox::List(UserFolder()),
+              std::set<std::string>({"com.morv.P.plist", "com.morv.P.plist.lock"}));
     SettingsTool::TearDown();
   }
   // A write of `text` as `type` to "N" is refused, saying `reason`.

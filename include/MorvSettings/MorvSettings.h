@@ -15,12 +15,29 @@
 // written back (atomically) when a node that changed it closes: when it is
 // deleted with Delete() or released for the last time.
 //
+// Threads and processes. Every function of the store (the factory, every
+// node operation including AddRef and Release, the one-call functions of
+// MorvSettingsSimple.h and the functions of MorvSettingsUtility.h) may be
+// called from any number of threads at once, on the same or different nodes
+// and files: one lock serialises the process's store state, so each call is
+// atomic with respect to the others. Several processes may use the same
+// files at once: a save takes an exclusive lock on "<file>.lock" beside the
+// settings file (the only file the store adds to a settings folder), reads
+// the file as it is then, and writes it with this process's own changes
+// (stores and deletions since this process last read or wrote the file)
+// applied to it, so changes that other processes saved meanwhile survive;
+// where two processes changed the same entry, the later save wins. After a
+// save, every open node of that file sees the merged contents. Readers take
+// no lock and never see a partial file. A save that cannot get the lock
+// within its timeout (5 s; see mvcs::SetSaveLockTimeout) fails and keeps the
+// change for the next save.
+//
 // Every operation reports failure only by returning false, and fills its
 // output arguments only on success (with one exception: the narrow
 // GetChildNames and GetValueNames empty their set first, so a failure
-// leaves it empty). Nothing is logged or thrown. Names and
-// UTF-8 values must be valid UTF-8 (else false); like C strings, they end at
-// their first zero character. Use nodes from one thread at a time.
+// leaves it empty). Nothing is logged or thrown. Names and UTF-8 values
+// must be valid UTF-8 (else false); like C strings, they end at their first
+// zero character.
 
 #ifndef MORVSETTINGS_MORVSETTINGS_H
 #define MORVSETTINGS_MORVSETTINGS_H

@@ -5,8 +5,8 @@
 // These serve tools (morv-settings is one) and programs that show or move
 // settings; the typed operations of MorvSettings.h remain the way to read
 // and write values. Each function takes a node made by CreateMorvSettings or
-// CreateSimpleSettings; for any other IMorvSettings it fails. Use nodes from
-// one thread at a time.
+// CreateSimpleSettings; for any other IMorvSettings it fails. Like the rest
+// of the store, they may be called from any thread.
 
 #ifndef MORVSETTINGS_MORVSETTINGSUTILITY_H
 #define MORVSETTINGS_MORVSETTINGSUTILITY_H
@@ -73,9 +73,21 @@ class SaveResult {
 // in memory (a later close tries again), and the result's error says why:
 // as the failing system call set it (EACCES, EROFS, ENOSPC, ...), EFBIG for
 // a file that would be larger than the store reads (64 MiB), or EINVAL for
-// settings that cannot be written so as to read back. EINVAL also for a
-// node not made by this library.
+// settings that cannot be written so as to read back, EWOULDBLOCK when
+// another process held the file's lock ("<file>.lock") for longer than the
+// save lock timeout. EINVAL also for a node not made by this library.
+// Saving merges with what other processes saved meanwhile (see
+// MorvSettings.h).
 MORVSETTINGS_API SaveResult SaveSettings(IMorvSettings* node);
+
+// How long every save of this process (SaveSettings, and the saves of nodes
+// that close) waits for a settings file's lock before it fails with
+// EWOULDBLOCK, in milliseconds: the number in the environment variable
+// MORV_SETTINGS_LOCK_TIMEOUT when the process's first save starts, else
+// 5000, until this function sets it. Returns the previous
+// value. A save never waits longer than this, however long another process
+// holds the lock.
+MORVSETTINGS_API unsigned SetSaveLockTimeout(unsigned milliseconds);
 
 enum MORVPLISTFORMAT {
   MORVPLISTFORMAT_BINARY = 0,  // binary property list, version 1.0

@@ -4,7 +4,11 @@
 // Objects that implement IRefCounted start with a count of 0. The pointers
 // below add a reference when they take an object and release it when they
 // let go; the Release that brings the count to 0 deletes the object.
-// Counting is not atomic: share counted objects within one thread at a time.
+// The pointers themselves take no lock: one pointer object is used by one
+// thread at a time (as with std::shared_ptr), while the objects they point
+// to decide whether their counting is thread-safe. The settings store's
+// nodes count under the store's lock, so pointers to one node may live in
+// many threads.
 
 #ifndef MVTL_REFCOUNTEDPTR_H
 #define MVTL_REFCOUNTEDPTR_H

@@ -9,6 +9,7 @@
 #include "MorvString/MorvString.h"
 #include "SettingsFiles.h"
 #include "SettingsText.h"
+#include "StoreLock.h"
 
 namespace mvcs {
 
@@ -62,9 +63,11 @@ std::vector<std::string> tokenize(const std::string& text, const std::string& se
 
 MorvSettings::MorvSettings(MORVSETTINGSTYPE scope, const std::string& name, MorvSettings* parent,
                            const std::string& productId)
-    : m_scope(scope), m_name(name), m_fullKeyPath(name) {
+    : m_scope(scope), m_name(name), m_fullKeyPath(name), m_keyPath(1, name) {
   if (parent != nullptr) {
     m_fullKeyPath = parent->m_fullKeyPath + "/" + name;
+    m_keyPath = parent->m_keyPath;
+    m_keyPath.push_back(name);
     m_sharedFilePath = parent->m_sharedFilePath;
     m_userFilePath = parent->m_userFilePath;
     parent->m_children[name].Assign(this);  // replaces an earlier child of that name
@@ -78,6 +81,7 @@ MorvSettings::~MorvSettings() { Close(); }
 
 bool MorvSettings::CreateMorvSettingsInternal(const std::string& path, MORVSETTINGSTYPE scope,
                                               IMorvSettings** out) {
+  StoreLock lock;
   std::string text;
   if (path.empty() || !StoredText(path, text)) return false;
   const std::vector<std::string> components = tokenize(text, "/\\");
@@ -113,7 +117,14 @@ bool CreateMorvSettings(std::wstring const& path, MORVSETTINGSTYPE scope,
 }
 
 bool MorvSettings::Open() {
-  if (m_userKey.Get() != nullptr || m_sharedKey.Get() != nullptr) return true;
+  if (m_userKey.Get() != nullptr || m_sharedKey.Get() != nullptr) {
+    if (!IsKeyDetached()) return true;
+    // A save merged with the file on disk took this node's key out of the
+    // tree (another process removed it): close, then find the key by its
+    // path again, so that nothing stored through this node goes into a
+    // dictionary that no file holds any more.
+    Close();
+  }
   const bool create = Creates(m_scope);
   // Files are fetched through the smart pointers' out-parameter, which
   // requires them empty: a node whose earlier open obtained a file but then
@@ -133,8 +144,8 @@ bool MorvSettings::Open() {
     PList::GetPList(m_sharedFilePath, &m_sharedFile);
     if (!m_sharedFile->Open(create)) return false;
   }
-  GetChildKey(m_sharedFile.Get(), m_fullKeyPath, create, false, m_sharedKey, m_sharedParent);
-  GetChildKey(m_userFile.Get(), m_fullKeyPath, create, true, m_userKey, m_userParent);
+  GetChildKey(m_sharedFile.Get(), m_keyPath, create, false, m_sharedKey, m_sharedParent);
+  GetChildKey(m_userFile.Get(), m_keyPath, create, true, m_userKey, m_userParent);
   switch (m_scope) {
     case MORVSETTINGSTYPE_USER:
     case MORVSETTINGSTYPE_USER_ALT:
@@ -160,16 +171,16 @@ bool MorvSettings::Open() {
 // for the shared one (true), nothing set in both cases. On reaching the end,
 // `key` receives the dictionary reached and `parent` the one holding it.
 // With no file or no loaded tree: true, nothing set.
-bool MorvSettings::GetChildKey(PList* file, const std::string& keyPath, bool create,
-                               bool isUserFile, mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
+bool MorvSettings::GetChildKey(PList* file, const KeyPath& components, bool create, bool isUserFile,
+                               mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
                                mvtl::RefCountedPtr_STLSafe<PListDictionary>& parent) {
   if (file == nullptr || file->GetRoot() == nullptr) return true;
-  const std::vector<std::string> components = tokenize(keyPath, "/");
   // No key deeper than a settings file may nest (the root is one level).
   if (components.size() >= kMaxNesting) return false;
   PListDictionary* current = file->GetRoot();
   PListDictionary* holder = current;
-  for (const std::string& component : components) {
+  for (std::size_t i = 0; i < components.size(); ++i) {
+    const std::string& component = components[i];
     const PListValue* entry = current->Find(component);
     PListDictionary* next = nullptr;
     if (entry != nullptr) {
@@ -179,6 +190,7 @@ bool MorvSettings::GetChildKey(PList* file, const std::string& keyPath, bool cre
       PListDictionaryRef made;
       made.Assign(new PListDictionary);
       current->Set(component, made);
+      file->RecordChange(KeyPath(components.begin(), components.begin() + i + 1));
       next = made.Get();
     } else {
       return !isUserFile;
@@ -201,6 +213,26 @@ bool MorvSettings::GetName(std::wstring& name) {
   return true;
 }
 
+bool MorvSettings::IsKeyDetached() const {
+  return (m_userKey.Get() != nullptr && m_userKey->IsDetached()) ||
+         (m_sharedKey.Get() != nullptr && m_sharedKey->IsDetached());
+}
+
+int MorvSettings::AddRef() {
+  StoreLock lock;
+  return RefCountedObject::AddRef();
+}
+
+int MorvSettings::Release() {
+  StoreLock lock;
+  return RefCountedObject::Release();
+}
+
+int MorvSettings::GetRefCount() {
+  StoreLock lock;
+  return RefCountedObject::GetRefCount();
+}
+
 MorvSettings* MorvSettings::OpenChild(const std::string& name) {
   const ChildMap::iterator found = m_children.find(name);
   if (found != m_children.end()) {
@@ -215,6 +247,7 @@ MorvSettings* MorvSettings::OpenChild(const std::string& name) {
 }
 
 bool MorvSettings::GetChild(std::string const& name, IMorvSettings** out) {
+  StoreLock lock;
   std::string path;
   if (name.empty() || !StoredText(name, path) || !Open()) return false;
   const std::size_t separator = path.find_first_of("/\\");
@@ -233,6 +266,7 @@ bool MorvSettings::GetChild(std::wstring const& name, IMorvSettings** out) {
 }
 
 bool MorvSettings::GetValueNameSet(std::set<std::string>& names) {
+  StoreLock lock;
   names.clear();
   if (!Open()) return false;
   CollectNames(GetReadWriteKey(), false, names);
@@ -241,6 +275,7 @@ bool MorvSettings::GetValueNameSet(std::set<std::string>& names) {
 }
 
 bool MorvSettings::GetChildNameSet(std::set<std::string>& names) {
+  StoreLock lock;
   names.clear();
   if (!Open()) return false;
   CollectNames(GetReadWriteKey(), true, names);
@@ -281,6 +316,7 @@ bool MorvSettings::GetChildCount(unsigned long& count) {
 }
 
 bool MorvSettings::Delete(std::string const& name) {
+  StoreLock lock;
   std::string key;
   if (name.empty() || !StoredText(name, key) || !Open() || !HasReadWriteFile(m_scope)) {
     return false;
@@ -289,12 +325,14 @@ bool MorvSettings::Delete(std::string const& name) {
   if (target == nullptr) return false;
   target->Remove(key);  // a missing name is no error
   SetDirty(target);
+  RecordChange(target, {key});
   return true;
 }
 
 bool MorvSettings::Delete(std::wstring const& name) { return Delete(WideToUTF8(name)); }
 
 bool MorvSettings::Delete() {
+  StoreLock lock;
   if (m_userKey.Get() == nullptr && m_sharedKey.Get() == nullptr) return false;
   PListDictionary* const target = GetReadWriteKey();
   // The key is removed from the dictionary that holds it, in the file that
@@ -308,7 +346,10 @@ bool MorvSettings::Delete() {
     parent = target == m_userKey.Get() ? m_userParent.Get() : m_sharedParent.Get();
   }
   const bool removed = parent != nullptr;
-  if (removed) parent->Remove(m_name);
+  if (removed) {
+    parent->Remove(m_name);
+    RecordChange(target, {});
+  }
   Close();  // saves
   m_children.clear();
   return removed;
@@ -346,6 +387,14 @@ PList* MorvSettings::FileOwning(PListDictionary* dictionary) const {
   if (dictionary == m_sharedKey.Get()) return m_sharedFile.Get();
   if (dictionary == m_userKey.Get()) return m_userFile.Get();
   return nullptr;
+}
+
+void MorvSettings::RecordChange(PListDictionary* key, const KeyPath& below) {
+  PList* file = FileOwning(key);
+  if (file == nullptr) return;
+  KeyPath path = m_keyPath;
+  path.insert(path.end(), below.begin(), below.end());
+  file->RecordChange(std::move(path));
 }
 
 void MorvSettings::SetDirty(PListDictionary* dictionary) {

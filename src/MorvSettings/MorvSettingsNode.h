@@ -39,7 +39,9 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
                                          IMorvSettings** out);
 
   // Opens the files that the scope selects and finds (or, with scopes 7 to
-  // 9, creates) the key dictionaries. Returns at once when a key is open.
+  // 9, creates) the key dictionaries. Returns at once when a key is open,
+  // unless a merge with the file on disk has detached it (see
+  // PListDictionary::IsDetached): the node is then closed and opened anew.
   // Reopening a node whose earlier open obtained its file but failed, with
   // no Close since, aborts on the "ptr == NULL" assertion.
   bool Open();
@@ -60,6 +62,14 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   void SetDirty(PListDictionary* dictionary);
   void ClearDirty(PListDictionary* dictionary);
 
+  // Records a change at the path `below` under the key dictionary `key`
+  // (of the key itself for an empty path) with the file that owns the key
+  // (see PList::RecordChange); nothing for any other dictionary.
+  void RecordChange(PListDictionary* key, const KeyPath& below);
+
+  // This node's key path as components, from the file's root.
+  const KeyPath& GetKeyPath() const { return m_keyPath; }
+
   // The names of the values and of the child keys (see the interface).
   bool GetValueNameSet(std::set<std::string>& names);
   bool GetChildNameSet(std::set<std::string>& names);
@@ -76,7 +86,10 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   PListDictionary* GetSharedParent() const { return m_sharedParent.Get(); }
   const ChildMap& GetChildren() const { return m_children; }
 
-  // IMorvSettings.
+  // IMorvSettings. Every operation holds the store's lock (StoreLock.h).
+  int AddRef() override;
+  int Release() override;
+  int GetRefCount() override;
   bool GetName(std::string& name) override;
   bool GetName(std::wstring& name) override;
   bool GetChildCount(unsigned long& count) override;
@@ -145,9 +158,12 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
  private:
   // Finds (or, with `create`, makes) the dictionary at `keyPath` in
   // `file`'s tree; see the definition for the results.
-  static bool GetChildKey(PList* file, const std::string& keyPath, bool create, bool isUserFile,
+  static bool GetChildKey(PList* file, const KeyPath& keyPath, bool create, bool isUserFile,
                           mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
                           mvtl::RefCountedPtr_STLSafe<PListDictionary>& parent);
+
+  // Whether a key dictionary of this node was detached by a merge.
+  bool IsKeyDetached() const;
 
   // The file whose key `dictionary` is, or null (see SetDirty).
   PList* FileOwning(PListDictionary* dictionary) const;
@@ -169,6 +185,7 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   MORVSETTINGSTYPE m_scope;
   std::string m_name;
   std::string m_fullKeyPath;
+  KeyPath m_keyPath;             // m_fullKeyPath's components
   std::string m_sharedFilePath;  // empty when there is no shared folder
   mvtl::RefCountedPtr<PList> m_sharedFile;
   mvtl::RefCountedPtr_STLSafe<PListDictionary> m_sharedKey;

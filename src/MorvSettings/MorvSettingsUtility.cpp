@@ -10,6 +10,7 @@
 #include "PListFormat.h"
 #include "SettingsFiles.h"
 #include "SettingsText.h"
+#include "StoreLock.h"
 
 namespace mvcs {
 
@@ -46,19 +47,41 @@ struct KindOfEntry {
   }
 };
 
+// Calls changed(path) for the path of every entry below `dictionary`
+// (`path` is the dictionary's own).
+template <class Changed>
+void ForEveryPath(const PListDictionary& dictionary, KeyPath& path, Changed& changed) {
+  for (const auto& entry : dictionary.GetEntries()) {
+    path.push_back(entry.first);
+    changed(path);
+    if (const PListDictionary* inner = AsDictionary(entry.second)) {
+      ForEveryPath(*inner, path, changed);
+    }
+    path.pop_back();
+  }
+}
+
 // Merges `from` into `into`: dictionaries into dictionaries of the same
 // name, every other entry replacing. `from` is a freshly parsed tree that
 // nothing else holds, so its dictionaries can be taken over as they are.
-void Merge(PListDictionary& into, const PListDictionary& from) {
+// Calls changed(path) for the path (below `into`) of every entry it sets or
+// merges into, dictionaries and what they hold included.
+template <class Changed>
+void Merge(PListDictionary& into, const PListDictionary& from, KeyPath& path, Changed& changed) {
   for (const auto& entry : from.GetEntries()) {
     const PListDictionary* incoming = AsDictionary(entry.second);
     const PListValue* existing = into.Find(entry.first);
     PListDictionary* target = existing != nullptr ? AsDictionary(*existing) : nullptr;
+    path.push_back(entry.first);
+    changed(path);
     if (incoming != nullptr && target != nullptr) {
-      Merge(*target, *incoming);
+      Merge(*target, *incoming, path, changed);
     } else {
       into.Set(entry.first, entry.second);
+      // A dictionary that comes in whole: every path inside it changes.
+      if (incoming != nullptr) ForEveryPath(*incoming, path, changed);
     }
+    path.pop_back();
   }
 }
 
@@ -71,6 +94,7 @@ std::size_t NodeDepth(const MorvSettings& node) {
 }  // namespace
 
 MORVVALUEKIND GetValueKind(IMorvSettings* node, const std::string& name) {
+  StoreLock lock;
   MorvSettings* own = OwnNode(node);
   std::string key;
   if (own == nullptr || name.empty() || !StoredText(name, key) || !own->Open()) {
@@ -89,7 +113,14 @@ std::string GetProductSettingsFile(const std::string& productId) {
 
 std::string GetSharedSettingsFile() { return SharedSettingsFile(); }
 
+unsigned SetSaveLockTimeout(unsigned milliseconds) {
+  const unsigned previous = PList::LockTimeout();
+  PList::SetLockTimeout(milliseconds);
+  return previous;
+}
+
 SaveResult SaveSettings(IMorvSettings* node) {
+  StoreLock lock;
   MorvSettings* own = OwnNode(node);
   if (own == nullptr) return SaveResult(EINVAL);
   SaveResult result;
@@ -102,6 +133,7 @@ SaveResult SaveSettings(IMorvSettings* node) {
 }
 
 bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format, std::string& bytes) {
+  StoreLock lock;
   const PListDictionary* dictionary = OwnDictionary(OwnNode(node));
   if (dictionary == nullptr) return false;
   return format == MORVPLISTFORMAT_XML ? WriteXmlPropertyList(*dictionary, bytes)
@@ -109,6 +141,7 @@ bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format, std::string& by
 }
 
 MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std::string& bytes) {
+  StoreLock lock;
   MorvSettings* own = OwnNode(node);
   PListDictionary* dictionary = OwnDictionary(own);
   if (dictionary == nullptr) return MORVIMPORT_NO_NODE;
@@ -116,7 +149,9 @@ MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std::string& bytes) {
   if (!ParsePropertyList(bytes, incoming)) return MORVIMPORT_NOT_A_SETTINGS_FILE;
   // The list's root stands for the node's own dictionary.
   if (NodeDepth(*own) - 1 + NestingDepth(*incoming) > kMaxNesting) return MORVIMPORT_TOO_DEEP;
-  Merge(*dictionary, *incoming);
+  KeyPath path;
+  auto changed = [own, dictionary](const KeyPath& below) { own->RecordChange(dictionary, below); };
+  Merge(*dictionary, *incoming, path, changed);
   own->SetDirty(dictionary);
   return MORVIMPORT_OK;
 }

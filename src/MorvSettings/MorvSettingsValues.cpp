@@ -16,6 +16,7 @@
 #include "MorvSettingsNode.h"
 #include "MorvString/MorvString.h"
 #include "SettingsText.h"
+#include "StoreLock.h"
 
 namespace mvcs {
 
@@ -140,17 +141,20 @@ bool FetchBuffer(PListDictionary* dictionary, const std::string& name,
 }  // namespace dictionary_read
 
 bool MorvSettings::StoreValue(const std::string& name, PListValue value) {
+  StoreLock lock;
   std::string key;
   if (name.empty() || !StoredText(name, key) || !Open()) return false;
   // Scopes without a read-write dictionary store nothing, and succeed.
   PListDictionary* target = GetReadWriteKey();
   if (target != nullptr) target->Set(key, std::move(value));
   SetDirty(target);
+  RecordChange(target, {key});
   return true;
 }
 
 template <class T, class Reader>
 bool MorvSettings::FetchValue(const std::string& name, T& value, Reader read) {
+  StoreLock lock;
   std::string key;
   if (name.empty() || !StoredText(name, key) || !Open()) return false;
   if (read(GetReadWriteKey(), key, value)) return true;

@@ -2,10 +2,14 @@
 
 #include "PList.h"
 
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
+#include <utility>
 
 #include "PListFormat.h"
 #include "SettingsFiles.h"
+#include "TreeMerge.h"
 
 namespace mvcs {
 
@@ -27,34 +31,55 @@ void PList::GetPList(const std::string& path, PList** out) {
   }
 }
 
+namespace {
+
+// The lock timeout: $MORV_SETTINGS_LOCK_TIMEOUT (milliseconds) when it is a
+// number, else 5 seconds; SetLockTimeout replaces it.
+std::atomic<unsigned>& LockTimeoutSetting() {
+  static std::atomic<unsigned>* const setting = [] {
+    unsigned milliseconds = 5000;
+    if (const char* text = std::getenv("MORV_SETTINGS_LOCK_TIMEOUT")) {
+      char* end = nullptr;
+      const unsigned long value = std::strtoul(text, &end, 10);
+      if (end != text && *end == '\0' && value <= 24ul * 3600 * 1000) {
+        milliseconds = static_cast<unsigned>(value);
+      }
+    }
+    return new std::atomic<unsigned>(milliseconds);
+  }();
+  return *setting;
+}
+
+}  // namespace
+
+unsigned PList::LockTimeout() { return LockTimeoutSetting().load(); }
+
+void PList::SetLockTimeout(unsigned milliseconds) { LockTimeoutSetting() = milliseconds; }
+
 PList::PList(const std::string& path)
     : m_inRemoval(false),
       m_path(path),
       m_directoriesMade(false),
       m_dirty(false),
-      m_unreadableFile(false) {}
+      m_baseState(kFileMissing) {}
 
 PList::~PList() {}
+
+void PList::SetBase(FileReadResult state, std::string bytes) {
+  m_baseState = state;
+  m_baseBytes = state == kFileRead ? std::move(bytes) : std::string();
+}
 
 bool PList::Open(bool create) {
   if (m_root.Get() != nullptr) return true;
   std::string bytes;
-  switch (ReadSettingsFile(m_path, kMaxSettingsFileSize, bytes)) {
-    case kFileRead: {
-      mvtl::RefCountedPtr<PListDictionary> root;
-      // The flag follows the latest load: a file that another program has
-      // repaired since an earlier failed load is replaced normally.
-      m_unreadableFile = !ParsePropertyList(bytes, root);
-      if (!m_unreadableFile) m_root = root;
-      break;
-    }
-    case kFileUnreadable:
-      m_unreadableFile = true;
-      break;
-    case kFileMissing:
-      m_unreadableFile = false;
-      break;
-  }
+  FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, bytes);
+  mvtl::RefCountedPtr<PListDictionary> root;
+  if (state == kFileRead && !ParsePropertyList(bytes, root)) state = kFileUnreadable;
+  if (state == kFileRead) m_root = root;
+  // The base follows the latest load: a file that another program repaired
+  // since an earlier failed load counts as read.
+  SetBase(state, std::move(bytes));
   if (m_root.Get() == nullptr && create) m_root = new PListDictionary;
   return m_root.Get() != nullptr;
 }
@@ -69,23 +94,68 @@ bool PList::Save(int* error) {
     MakeAncestorDirectories(m_path);
     m_directoriesMade = true;
   }
-  std::string bytes;
-  bool ok = WriteBinaryPropertyList(*m_root, bytes);
-  if (!ok) errno = EINVAL;
-  // Never write a file that the store would refuse to read.
-  if (ok && bytes.size() > kMaxSettingsFileSize) {
-    errno = EFBIG;
-    ok = false;
-  }
-  if (ok && m_unreadableFile) {
-    ok = MoveFileAside(m_path);
-    if (ok) m_unreadableFile = false;
-  }
-  ok = ok && WriteFileAtomically(m_path, bytes);
+  int failure = 0;
+  const bool ok = SaveLocked(failure);
   m_dirty = !ok;  // a failed save is tried again by the next one
-  if (!ok && error != nullptr) *error = errno;
+  if (!ok) {
+    if (error != nullptr) *error = failure;
+    errno = failure;
+  }
   return ok;
 }
+
+bool PList::SaveLocked(int& error) {
+  SettingsFileLock lock;
+  if (!lock.Acquire(m_path, LockTimeout())) {
+    error = errno;
+    return false;
+  }
+  // Under the lock no other save of this file runs: any temporary file of
+  // one is left over from a writer that was killed.
+  RemoveStaleTemporaryFiles(m_path);
+
+  std::string disk;
+  FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, disk);
+  mvtl::RefCountedPtr<PListDictionary> diskTree;
+  if (state == kFileRead && !ParsePropertyList(disk, diskTree)) state = kFileUnreadable;
+  if (state == kFileUnreadable) {
+    // Something that cannot be read is kept aside, never overwritten; this
+    // object's tree, the last readable state known, takes its place.
+    if (!MoveFileAside(m_path)) {
+      error = errno;
+      return false;
+    }
+  } else if (state != m_baseState || disk != m_baseBytes) {
+    // Another process saved (or removed) the file since this object read
+    // or wrote it: write the disk's tree with this process's changes.
+    if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
+    ApplyChanges(*m_root, m_changed, *diskTree);
+    Adopt(*m_root, *diskTree);
+    // The tree now is the disk's plus this process's changes, which stay
+    // recorded: should the write fail, the next save applies them again.
+    SetBase(state, std::move(disk));
+  }
+
+  std::string bytes;
+  if (!WriteBinaryPropertyList(*m_root, bytes)) {
+    error = EINVAL;
+    return false;
+  }
+  // Never write a file that the store would refuse to read.
+  if (bytes.size() > kMaxSettingsFileSize) {
+    error = EFBIG;
+    return false;
+  }
+  if (!WriteFileAtomically(m_path, bytes)) {
+    error = errno;
+    return false;
+  }
+  SetBase(kFileRead, std::move(bytes));
+  m_changed.clear();
+  return true;
+}
+
+void PList::RecordChange(KeyPath path) { m_changed.insert(std::move(path)); }
 
 int PList::Release() {
   if (GetRefCount() == 2 && !m_inRemoval) {

@@ -9,6 +9,8 @@
 
 #include "PListTree.h"
 #include "RefCountedObject.h"
+#include "SettingsFiles.h"
+#include "TreeMerge.h"
 #include "mvtl/RefCountedPtr.h"
 
 namespace mvcs {
@@ -40,16 +42,30 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // marked dirty). Returns whether a root dictionary exists.
   bool Open(bool create);
 
-  // Writes the root dictionary if it is dirty: creates missing folders
-  // (once per object), serialises in the binary format and replaces the
-  // file atomically. A file that exists but could not be loaded is first
-  // moved aside (see MoveFileAside), never overwritten. True on success or
-  // when there was nothing to write; false with no root dictionary, or when
-  // the write failed, in which case the object stays dirty and *error
-  // (when not null) says why: the failing call's errno, EFBIG for a file
-  // larger than the store reads, EINVAL for a tree that cannot be written
-  // so as to read back, or 0 with no root dictionary. errno is left set to
-  // the same value.
+  // Records that this process changed the tree at `path` (a store, a
+  // deletion, a key made or imported), so that a save that merges with
+  // another process's version of the file applies the change (see
+  // TreeMerge.h). The record is kept until a save writes the file.
+  void RecordChange(KeyPath path);
+
+  // Writes the root dictionary if it is dirty, merged with what other
+  // processes saved meanwhile. Under the file's lock (SettingsFileLock,
+  // waiting at most LockTimeout()): removes temporary files that a killed
+  // writer left, reads the file as it is now and, if it is not what this
+  // object last read or wrote, applies this process's recorded changes to
+  // it and makes the in-memory tree that merged tree, in place (see
+  // TreeMerge.h); then serialises it in the binary format and replaces the
+  // file atomically. Creates missing folders first (once per object). A file
+  // that is there but cannot be read is moved aside (see MoveFileAside),
+  // never overwritten, and this object's tree is written in its place.
+  //
+  // True on success or when there was nothing to write. False with no root
+  // dictionary, or when the save failed: the object stays dirty (a later
+  // save tries again), and *error (when not null) says why: the failing
+  // call's errno, EWOULDBLOCK when the lock could not be had in time, EFBIG
+  // for a file larger than the store reads, EINVAL for a tree that cannot
+  // be written so as to read back, or 0 with no root dictionary. errno is
+  // left set to the same value.
   bool Save(int* error = nullptr);
 
   // Counting, with the cache step described above.
@@ -60,6 +76,12 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   bool IsDirty() const { return m_dirty; }
   void SetDirty(bool dirty) { m_dirty = dirty; }
 
+  // How long a save waits for the file's lock, for every file of the
+  // process: $MORV_SETTINGS_LOCK_TIMEOUT milliseconds when that is set to a
+  // number, else 5 seconds, until SetLockTimeout sets it.
+  static unsigned LockTimeout();
+  static void SetLockTimeout(unsigned milliseconds);
+
   // A new object for `path`, outside the cache, with a count of 0. The
   // store makes them through GetPList; counted objects die by Release.
   explicit PList(const std::string& path);
@@ -67,12 +89,24 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
  private:
   ~PList() override;
 
+  // The part of Save that runs under the file's lock. False on failure,
+  // with `error` set.
+  bool SaveLocked(int& error);
+
+  // Records the file as last read or written: what was there (`state`)
+  // and, when it was read, its bytes.
+  void SetBase(FileReadResult state, std::string bytes);
+
   bool m_inRemoval;  // set while erasing its own cache entry
   std::string m_path;
   bool m_directoriesMade;  // the folders above the file were made once
   mvtl::RefCountedPtr<PListDictionary> m_root;
   bool m_dirty;
-  bool m_unreadableFile;  // a file is there that Open could not load
+  // The file as this object last read or wrote it, which a save compares
+  // the disk with, and where this process changed the tree since.
+  FileReadResult m_baseState;
+  std::string m_baseBytes;
+  ChangedPaths m_changed;
 };
 
 }  // namespace mvcs

@@ -28,4 +28,11 @@ void PListDictionary::Set(const std::string& key, PListValue value) {
 
 void PListDictionary::Remove(const std::string& key) { m_entries.erase(key); }
 
+void PListDictionary::MarkDetached() {
+  m_detached = true;
+  for (const auto& entry : m_entries) {
+    if (PListDictionary* child = AsDictionary(entry.second)) child->MarkDetached();
+  }
+}
+
 }  // namespace mvcs

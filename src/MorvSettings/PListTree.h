@@ -90,10 +90,32 @@ class PListDictionary : public RefCountedObject<mvtl::IRefCounted> {
 
   const Entries& GetEntries() const { return m_entries; }
 
+  // For merges (TreeMerge.h): the entries, to change values in place; all
+  // of them, leaving this dictionary empty; and all of `other`'s, leaving
+  // that one empty, in place of this one's.
+  Entries& MutableEntries() { return m_entries; }
+  Entries TakeEntries() {
+    Entries taken;
+    taken.swap(m_entries);
+    return taken;
+  }
+  void TakeEntriesOf(PListDictionary& other) {
+    m_entries.clear();
+    m_entries.swap(other.m_entries);
+  }
+
+  // Whether a merge with the file on disk took this dictionary out of its
+  // file's tree (another process removed or replaced its key). Nodes that
+  // hold it then find their key again (see MorvSettings::Open).
+  bool IsDetached() const { return m_detached; }
+  // Marks this dictionary and every dictionary below it detached.
+  void MarkDetached();
+
  private:
   ~PListDictionary() override {}
 
   Entries m_entries;
+  bool m_detached = false;
 };
 
 }  // namespace mvcs

@@ -3,17 +3,23 @@
 
 #include "SettingsFiles.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <fstream>
+#include <thread>
+#include <vector>
 
 #include "FileDescriptor.h"
 
@@ -56,6 +62,22 @@ mode_t CurrentUmask() {
   umask(mask);
   return mask;
 }
+
+// Where a symbolic link at `path` points, or `path` itself.
+std::string LinkTarget(const std::string& path) {
+  struct stat link;
+  if (lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+    char resolved[PATH_MAX];
+    if (realpath(path.c_str(), resolved) != nullptr) return resolved;
+  }
+  return path;
+}
+
+// The start of the names of WriteFileAtomically's temporary files for the
+// (resolved) `path`: "." and the file's name and "."; mkstemp adds six
+// characters.
+std::string TemporaryPrefix(const std::string& path) { return "." + BaseNameOf(path) + "."; }
+const std::size_t kTemporarySuffixLength = 6;
 
 using morv_common::FileDescriptor;
 using morv_common::WriteAll;
@@ -150,19 +172,14 @@ void MakeAncestorDirectories(const std::string& path) {
 
 bool WriteFileAtomically(const std::string& requestedPath, const std::string& bytes) {
   // Write where a symbolic link points, keeping the link.
-  std::string path = requestedPath;
-  struct stat link;
-  if (lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
-    char resolved[PATH_MAX];
-    if (realpath(path.c_str(), resolved) != nullptr) path = resolved;
-  }
+  const std::string path = LinkTarget(requestedPath);
   const std::string directory = DirectoryOf(path);
 
   struct stat old;
   const bool replacing = stat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode);
   const mode_t mode = replacing ? (old.st_mode & 07777) : (0666 & ~CurrentUmask());
 
-  std::string temporary = directory + "/." + BaseNameOf(path) + ".XXXXXX";
+  std::string temporary = directory + "/" + TemporaryPrefix(path) + "XXXXXX";
   FileDescriptor fd(mkostemp(&temporary[0], O_CLOEXEC));
   if (fd.Get() < 0) return false;
   bool ok = fchmod(fd.Get(), mode) == 0;
@@ -184,6 +201,59 @@ bool WriteFileAtomically(const std::string& requestedPath, const std::string& by
   }
   SyncDirectory(directory);
   return true;
+}
+
+std::string LockFilePath(const std::string& settingsPath) { return settingsPath + ".lock"; }
+
+SettingsFileLock::~SettingsFileLock() {
+  if (m_fd >= 0) close(m_fd);  // closing releases the lock
+}
+
+bool SettingsFileLock::Acquire(const std::string& settingsPath, unsigned timeoutMilliseconds) {
+  const std::string path = LockFilePath(settingsPath);
+  int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+  // A lock file that someone else made and this process may not write
+  // still takes a lock: flock needs no write access.
+  if (fd < 0 && errno == EACCES) fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  if (fd < 0) return false;
+  // Polls rather than blocks, so that the wait is bounded; the pauses
+  // grow from 1 ms to 16 ms, so a short save by another process costs little.
+  const auto deadline =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
+  std::chrono::microseconds pause(1000);
+  for (;;) {
+    if (flock(fd, LOCK_EX | LOCK_NB) == 0) break;
+    const int reason = errno;
+    if (reason == EINTR) continue;
+    if (reason != EWOULDBLOCK || std::chrono::steady_clock::now() >= deadline) {
+      close(fd);
+      errno = reason;
+      return false;
+    }
+    std::this_thread::sleep_for(pause);
+    pause = std::min(pause * 2, std::chrono::microseconds(16000));
+  }
+  if (m_fd >= 0) close(m_fd);
+  m_fd = fd;
+  return true;
+}
+
+void RemoveStaleTemporaryFiles(const std::string& settingsPath) {
+  const std::string path = LinkTarget(settingsPath);
+  const std::string directory = DirectoryOf(path);
+  const std::string prefix = TemporaryPrefix(path);
+  DIR* folder = opendir(directory.c_str());
+  if (folder == nullptr) return;
+  std::vector<std::string> stale;
+  while (const dirent* entry = readdir(folder)) {
+    const std::string name = entry->d_name;
+    if (name.size() == prefix.size() + kTemporarySuffixLength &&
+        name.compare(0, prefix.size(), prefix) == 0) {
+      stale.push_back(name);
+    }
+  }
+  closedir(folder);
+  for (const std::string& name : stale) unlink((directory + "/" + name).c_str());
 }
 
 bool MoveFileAside(const std::string& path) {

@@ -54,6 +54,37 @@ void MakeAncestorDirectories(const std::string& path);
 // errno is what the failing call set.
 bool WriteFileAtomically(const std::string& path, const std::string& bytes);
 
+// The lock file of a settings file: "<path>.lock" beside it. Every save of
+// the file holds an exclusive lock on it (flock); it is the only file the
+// store adds to a settings folder, and it is left in place.
+std::string LockFilePath(const std::string& settingsPath);
+
+// The exclusive lock on a settings file's lock file, held from a successful
+// Acquire until destruction.
+class SettingsFileLock {
+ public:
+  SettingsFileLock() = default;
+  ~SettingsFileLock();
+  SettingsFileLock(const SettingsFileLock&) = delete;
+  SettingsFileLock& operator=(const SettingsFileLock&) = delete;
+
+  // Opens (creating it, mode 0666 less the umask) the lock file of
+  // `settingsPath` and takes its lock, waiting at most
+  // `timeoutMilliseconds`. False when it cannot, with errno EWOULDBLOCK
+  // when another process held the lock for all that time, or what opening
+  // the lock file failed with.
+  bool Acquire(const std::string& settingsPath, unsigned timeoutMilliseconds);
+
+ private:
+  int m_fd = -1;
+};
+
+// Removes the temporary files of WriteFileAtomically for `settingsPath`
+// (".<name>.XXXXXX" in its folder) that a writer killed during a save left
+// behind. Only while holding the file's lock: then none of them belongs to
+// a save that is still running.
+void RemoveStaleTemporaryFiles(const std::string& settingsPath);
+
 // Moves a file that could not be read out of the way before it is
 // replaced: renames it to "<path>.unreadable-XXXXXX" (a new name) beside
 // it. True when that worked or when nothing is at `path` any more; false

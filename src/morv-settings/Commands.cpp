@@ -35,7 +35,12 @@ ToolError NotFound(const SettingsTarget& target, const std::string& key) {
 // A save that did not happen: nothing on disk changed.
 ToolError NotWritten(const SettingsTarget& target, int reason) {
   std::string message = "cannot write " + target.OwnFile();
-  if (reason != 0) message += std::string(": ") + std::strerror(reason);
+  if (reason == EWOULDBLOCK) {
+    message +=
+        ": another program held its lock (" + target.OwnFile() + ".lock) for too long; try again";
+  } else if (reason != 0) {
+    message += std::string(": ") + std::strerror(reason);
+  }
   return Failure(message + "; nothing was changed");
 }
 

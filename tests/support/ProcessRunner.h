@@ -89,60 +89,102 @@ inline bool Drain(int& fd, std::string& text) {
 
 }  // namespace detail
 
-// Runs `arguments` (the program's path first) and waits for it to exit.
-// Output is collected while it runs; once it has exited, what its pipes
-// still hold is taken, without waiting for detached children that may keep
-// them open.
-inline Result Run(const std::vector<std::string>& arguments, const Options& options = Options()) {
-  Result result;
+// A child process started by Start, until Finish collects it.
+struct Child {
+  pid_t pid = -1;
+  int in = -1, out = -1, error = -1;  // our ends of its pipes (non-blocking)
+  std::string input;                  // what is still to be written to it
+  std::string outputSoFar;            // standard output read before Finish
+  std::size_t written = 0;
+  std::chrono::steady_clock::time_point start;
+};
+
+// Starts `arguments` (the program's path first) without waiting for it.
+// Several children may run at once; each must be collected with Finish.
+inline Child Start(const std::vector<std::string>& arguments, const Options& options = Options()) {
+  Child child;
   int in[2], out[2], error[2];
   if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(error, O_CLOEXEC) != 0) {
-    return result;
+    return child;
   }
-  const auto start = std::chrono::steady_clock::now();
-  const pid_t child = fork();
-  if (child == 0) detail::StartChild(arguments, options, in[0], out[1], error[1]);
+  child.start = std::chrono::steady_clock::now();
+  child.pid = fork();
+  if (child.pid == 0) detail::StartChild(arguments, options, in[0], out[1], error[1]);
   close(in[0]);
   close(out[1]);
   close(error[1]);
-  int inFd = in[1], outFd = out[0], errorFd = error[0];
-  for (int fd : {inFd, outFd, errorFd}) fcntl(fd, F_SETFL, O_NONBLOCK);
+  child.in = in[1];
+  child.out = out[0];
+  child.error = error[0];
+  for (int fd : {child.in, child.out, child.error}) fcntl(fd, F_SETFL, O_NONBLOCK);
   signal(SIGPIPE, SIG_IGN);  // a child that does not read its input
-  std::size_t written = 0;
-  if (options.input.empty()) {
-    close(inFd);
-    inFd = -1;
+  child.input = options.input;
+  if (child.input.empty()) {
+    close(child.in);
+    child.in = -1;
   }
+  return child;
+}
+
+// What a started child has written on standard output so far (Finish
+// returns it too).
+inline const std::string& OutputSoFar(Child& child) {
+  if (child.out >= 0) detail::Drain(child.out, child.outputSoFar);
+  return child.outputSoFar;
+}
+
+// Waits for a started child to exit and returns what it did. Output is
+// collected while it runs; once it has exited, what its pipes still hold is
+// taken, without waiting for detached children that may keep them open.
+inline Result Finish(Child& child) {
+  Result result;
+  if (child.pid <= 0) return result;
+  result.output.swap(child.outputSoFar);
   int status = 0;
   bool exited = false;
   while (!exited) {
-    pollfd fds[3] = {{outFd, POLLIN, 0}, {errorFd, POLLIN, 0}, {inFd, POLLOUT, 0}};
+    pollfd fds[3] = {{child.out, POLLIN, 0}, {child.error, POLLIN, 0}, {child.in, POLLOUT, 0}};
     poll(fds, 3, 10);
-    if (outFd >= 0) detail::Drain(outFd, result.output);
-    if (errorFd >= 0) detail::Drain(errorFd, result.errorOutput);
-    if (inFd >= 0) {
+    if (child.out >= 0) detail::Drain(child.out, result.output);
+    if (child.error >= 0) detail::Drain(child.error, result.errorOutput);
+    if (child.in >= 0) {
       const ssize_t wrote =
-          write(inFd, options.input.data() + written, options.input.size() - written);
-      if (wrote > 0) written += static_cast<std::size_t>(wrote);
-      if ((wrote < 0 && errno != EAGAIN && errno != EINTR) || written == options.input.size()) {
-        close(inFd);
-        inFd = -1;
+          write(child.in, child.input.data() + child.written, child.input.size() - child.written);
+      if (wrote > 0) child.written += static_cast<std::size_t>(wrote);
+      if ((wrote < 0 && errno != EAGAIN && errno != EINTR) || child.written == child.input.size()) {
+        close(child.in);
+        child.in = -1;
       }
     }
-    exited = waitpid(child, &status, WNOHANG) == child;
+    exited = waitpid(child.pid, &status, WNOHANG) == child.pid;
   }
-  result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  if (inFd >= 0) close(inFd);
-  if (outFd >= 0) {
-    detail::Drain(outFd, result.output);
-    if (outFd >= 0) close(outFd);
+  result.seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - child.start).count();
+  if (child.in >= 0) close(child.in);
+  for (int* fd : {&child.out, &child.error}) {
+    if (*fd >= 0) detail::Drain(*fd, fd == &child.out ? result.output : result.errorOutput);
+    if (*fd >= 0) close(*fd);
   }
-  if (errorFd >= 0) {
-    detail::Drain(errorFd, result.errorOutput);
-    if (errorFd >= 0) close(errorFd);
-  }
+  child.in = child.out = child.error = -1;
+  child.pid = -1;
   if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
   return result;
+}
+
+// Runs `arguments` (the program's path first) and waits for it to exit.
+inline Result Run(const std::vector<std::string>& arguments, const Options& options = Options()) {
+  Child child = Start(arguments, options);
+  return Finish(child);
+}
+
+// Runs several programs at once and waits for all of them.
+inline std::vector<Result> RunTogether(const std::vector<std::vector<std::string>>& programs,
+                                       const Options& options = Options()) {
+  std::vector<Child> children;
+  for (const auto& arguments : programs) children.push_back(Start(arguments, options));
+  std::vector<Result> results;
+  for (Child& child : children) results.push_back(Finish(child));
+  return results;
 }
 
 }  // namespace process

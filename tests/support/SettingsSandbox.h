@@ -53,6 +53,17 @@ inline std::set<std::string> List(const std::string& directory) {
   return names;
 }
 
+// The names in a folder, without the lock files of settings files
+// ("<file>.lock"), which a save makes when it can.
+inline std::set<std::string> ListWithoutLocks(const std::string& directory) {
+  std::set<std::string> names = List(directory);
+  for (auto it = names.begin(); it != names.end();) {
+    const bool lock = it->size() > 5 && it->compare(it->size() - 5, 5, ".lock") == 0;
+    it = lock ? names.erase(it) : std::next(it);
+  }
+  return names;
+}
+
 inline void RemoveTree(const std::string& path) {
   struct stat info;
   if (lstat(path.c_str(), &info) != 0) return;

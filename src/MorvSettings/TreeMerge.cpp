@@ -1,0 +1,81 @@
+// Merging settings trees (see TreeMerge.h).
+
+#include "TreeMerge.h"
+
+#include <utility>
+
+namespace mvcs {
+
+namespace {
+
+// The dictionary at components [0, count) of `path` below `root`, or null
+// when one of them is missing or not a dictionary.
+template <class Dictionary>
+Dictionary* Walk(Dictionary& root, const KeyPath& path, std::size_t count) {
+  Dictionary* dictionary = &root;
+  for (std::size_t i = 0; i < count && dictionary != nullptr; ++i) {
+    const PListValue* entry = dictionary->Find(path[i]);
+    dictionary = entry != nullptr ? AsDictionary(*entry) : nullptr;
+  }
+  return dictionary;
+}
+
+// The dictionary at components [0, count) of `path` below `root`, made
+// where it is missing (replacing any value in the way).
+PListDictionary& MakePath(PListDictionary& root, const KeyPath& path, std::size_t count) {
+  PListDictionary* dictionary = &root;
+  for (std::size_t i = 0; i < count; ++i) {
+    const PListValue* entry = dictionary->Find(path[i]);
+    PListDictionary* next = entry != nullptr ? AsDictionary(*entry) : nullptr;
+    if (next == nullptr) {
+      PListDictionaryRef made;
+      made.Assign(new PListDictionary);
+      dictionary->Set(path[i], made);
+      next = made.Get();
+    }
+    dictionary = next;
+  }
+  return *dictionary;
+}
+
+}  // namespace
+
+void ApplyChanges(const PListDictionary& current, const ChangedPaths& changed,
+                  PListDictionary& target) {
+  for (const KeyPath& path : changed) {
+    if (path.empty()) continue;
+    const std::size_t last = path.size() - 1;
+    const PListDictionary* holder = Walk(current, path, last);
+    const PListValue* mine = holder != nullptr ? holder->Find(path[last]) : nullptr;
+    if (mine == nullptr) {
+      if (PListDictionary* theirs = Walk(target, path, last)) theirs->Remove(path[last]);
+    } else if (AsDictionary(*mine) != nullptr) {
+      MakePath(target, path, path.size());
+    } else {
+      MakePath(target, path, last).Set(path[last], *mine);
+    }
+  }
+}
+
+void Adopt(PListDictionary& current, PListDictionary& merged) {
+  PListDictionary::Entries previous = current.TakeEntries();
+  current.TakeEntriesOf(merged);
+  for (auto& entry : current.MutableEntries()) {
+    PListDictionary* incoming = AsDictionary(entry.second);
+    if (incoming == nullptr) continue;
+    const auto before = previous.find(entry.first);
+    PListDictionary* kept = before != previous.end() ? AsDictionary(before->second) : nullptr;
+    if (kept == nullptr) continue;
+    // Keep the object that nodes may hold; it takes the incoming entries.
+    PListDictionaryRef keep;
+    keep.Assign(kept);
+    Adopt(*kept, *incoming);
+    entry.second = keep;
+    previous.erase(before);
+  }
+  for (const auto& entry : previous) {
+    if (PListDictionary* gone = AsDictionary(entry.second)) gone->MarkDetached();
+  }
+}
+
+}  // namespace mvcs
