@@ -147,9 +147,14 @@ std::string ChangedElsewhere(const SettingsFile& file, long long mark) {
   return result;
 }
 
+// Replaces the file as another process's save would: written, flushed to
+// disk, renamed over the old one.
 void ReplaceFile(const std::string& path, const std::string& bytes) {
   const std::string temporary = path + ".other";
-  std::ofstream(temporary, std::ios::binary | std::ios::trunc) << bytes;
+  const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) return;
+  if (write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size())) fsync(fd);
+  close(fd);
   rename(temporary.c_str(), path.c_str());
 }
 

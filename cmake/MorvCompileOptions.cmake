@@ -1,6 +1,13 @@
 # Compiler settings shared by every target, and morv_add_library(), which
 # builds one of the project's shared libraries.
 
+# A fuzzing build instruments every library for coverage and with the
+# address and undefined-behaviour sanitizers, so that the fuzzer sees (and
+# checks) the code under test, not only its own entry point.
+if(MORV_BUILD_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=address,undefined)
+endif()
 if(MORV_SANITIZE AND MORV_SANITIZE_THREAD)
   message(FATAL_ERROR "MORV_SANITIZE and MORV_SANITIZE_THREAD cannot be combined")
 endif()

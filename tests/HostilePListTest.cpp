@@ -17,9 +17,10 @@
 
 #include "BinaryPListBuilder.h"
 #include "MorvSettingsNode.h"
-#include "PListFormat.h"
 #include "SettingsFixtures.h"
 #include "SettingsSandbox.h"
+#include "format/PListFormat.h"
+#include "format/PListLimits.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define MORV_UNDER_ASAN 1

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "PListFormat.h"
 #include "SettingsFixtures.h"
+#include "format/PListFormat.h"
 
 namespace {
 
@@ -107,10 +107,16 @@ TEST(PListFormat, EntriesTheStoreNeverWritesAreKeptAsRead) {
                    "<array><integer>1</integer><dict><key>x</key><array><string>y</string>"
                    "</array></dict></array>") +
                Key("date", "<date>2026-11-21T12:34:56Z</date>") + Key("empty", "<array/>"));
-  for (const char* key : {"array", "date", "empty"}) {
-    EXPECT_NE(std::get_if<std::shared_ptr<const mvcs::PListOpaque>>(tree->Find(key)), nullptr)
-        << key;
-  }
+  const mvcs::PListArray& array = *Get<mvcs::PListArrayRef>(tree, "array");
+  ASSERT_EQ(array.items.size(), 2u);
+  EXPECT_EQ(std::get<PListInteger>(array.items[0]).bits, 1);
+  const mvcs::PListDictionary* inside = mvcs::AsDictionary(array.items[1]);
+  ASSERT_NE(inside, nullptr);
+  EXPECT_EQ(std::get<std::string>(std::get<mvcs::PListArrayRef>(*inside->Find("x"))->items.at(0)),
+            "y");
+  // 2026-11-21T12:34:56Z, in seconds after 2001-01-01T00:00:00Z.
+  EXPECT_EQ(Get<mvcs::PListDate>(tree, "date").seconds, 816957296.0);
+  EXPECT_TRUE(Get<mvcs::PListArrayRef>(tree, "empty")->items.empty());
   std::string first, second;
   ASSERT_TRUE(mvcs::WriteBinaryPropertyList(*tree, first));
   const Tree again = RoundTrip(*tree);

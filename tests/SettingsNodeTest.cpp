@@ -11,6 +11,7 @@
 #include "SettingsFixtures.h"
 #include "SettingsInternals.h"
 #include "SettingsSandbox.h"
+#include "format/PListLimits.h"
 
 namespace {
 

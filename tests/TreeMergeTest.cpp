@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "PListTree.h"
 #include "TreeMerge.h"
+#include "format/PListTree.h"
 
 namespace {
 

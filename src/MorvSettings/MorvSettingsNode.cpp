@@ -10,6 +10,7 @@
 #include "SettingsFiles.h"
 #include "SettingsText.h"
 #include "StoreLock.h"
+#include "format/PListLimits.h"
 
 namespace mvcs {
 

@@ -11,8 +11,8 @@
 
 #include "MorvSettings/MorvSettings.h"
 #include "PList.h"
-#include "PListTree.h"
 #include "RefCountedObject.h"
+#include "format/PListTree.h"
 #include "mvtl/RefCountedPtr.h"
 
 namespace mvcs {

@@ -7,10 +7,11 @@
 #include <cerrno>
 
 #include "MorvSettingsNode.h"
-#include "PListFormat.h"
 #include "SettingsFiles.h"
 #include "SettingsText.h"
 #include "StoreLock.h"
+#include "format/PListFormat.h"
+#include "format/PListLimits.h"
 
 namespace mvcs {
 
@@ -35,15 +36,10 @@ struct KindOfEntry {
   MORVVALUEKIND operator()(bool) const { return MORVVALUEKIND_BOOLEAN; }
   MORVVALUEKIND operator()(const std::string&) const { return MORVVALUEKIND_STRING; }
   MORVVALUEKIND operator()(const PListData&) const { return MORVVALUEKIND_DATA; }
-  MORVVALUEKIND operator()(const std::shared_ptr<const PListOpaque>& opaque) const {
-    switch (KindOf(*opaque)) {
-      case OpaqueKind::kArray:
-        return MORVVALUEKIND_ARRAY;
-      case OpaqueKind::kDate:
-        return MORVVALUEKIND_DATE;
-      default:
-        return MORVVALUEKIND_OTHER;
-    }
+  MORVVALUEKIND operator()(const PListDate&) const { return MORVVALUEKIND_DATE; }
+  MORVVALUEKIND operator()(const PListUid&) const { return MORVVALUEKIND_OTHER; }
+  MORVVALUEKIND operator()(const PListArrayRef& array) const {
+    return array->isSet ? MORVVALUEKIND_OTHER : MORVVALUEKIND_ARRAY;
   }
 };
 

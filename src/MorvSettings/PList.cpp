@@ -7,9 +7,10 @@
 #include <cstdlib>
 #include <utility>
 
-#include "PListFormat.h"
 #include "SettingsFiles.h"
 #include "TreeMerge.h"
+#include "format/PListFormat.h"
+#include "format/PListLimits.h"
 
 namespace mvcs {
 
@@ -65,21 +66,23 @@ PList::PList(const std::string& path)
 
 PList::~PList() {}
 
-void PList::SetBase(FileReadResult state, std::string bytes) {
+void PList::SetBase(FileReadResult state, std::string bytes, const FileIdentity& identity) {
   m_baseState = state;
   m_baseBytes = state == kFileRead ? std::move(bytes) : std::string();
+  m_baseIdentity = state == kFileRead ? identity : FileIdentity();
 }
 
 bool PList::Open(bool create) {
   if (m_root.Get() != nullptr) return true;
   std::string bytes;
-  FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, bytes);
+  FileIdentity identity;
+  FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, bytes, &identity);
   mvtl::RefCountedPtr<PListDictionary> root;
   if (state == kFileRead && !ParsePropertyList(bytes, root)) state = kFileUnreadable;
   if (state == kFileRead) m_root = root;
   // The base follows the latest load: a file that another program repaired
   // since an earlier failed load counts as read.
-  SetBase(state, std::move(bytes));
+  SetBase(state, std::move(bytes), identity);
   if (m_root.Get() == nullptr && create) m_root = new PListDictionary;
   return m_root.Get() != nullptr;
 }
@@ -114,18 +117,31 @@ bool PList::SaveLocked(int& error) {
   // one is left over from a writer that was killed.
   RemoveStaleTemporaryFiles(m_path);
 
+  // What is on disk now: the same as this object last read or wrote when
+  // its identity says so (nothing there, as before, or the same file);
+  // else the bytes tell.
   std::string disk;
-  FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, disk);
+  FileIdentity identity = IdentityOf(m_path);
+  FileReadResult state = m_baseState;
+  bool unchanged = m_baseState != kFileUnreadable && identity == m_baseIdentity;
+  if (!unchanged) {
+    state = ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity);
+    unchanged = state != kFileUnreadable && state == m_baseState && disk == m_baseBytes;
+  }
   mvtl::RefCountedPtr<PListDictionary> diskTree;
-  if (state == kFileRead && !ParsePropertyList(disk, diskTree)) state = kFileUnreadable;
-  if (state == kFileUnreadable) {
+  if (!unchanged && state == kFileRead && !ParsePropertyList(disk, diskTree)) {
+    state = kFileUnreadable;
+  }
+  if (unchanged) {
+    // Nobody else saved the file: this object's tree is what to write.
+  } else if (state == kFileUnreadable) {
     // Something that cannot be read is kept aside, never overwritten; this
     // object's tree, the last readable state known, takes its place.
     if (!MoveFileAside(m_path)) {
       error = errno;
       return false;
     }
-  } else if (state != m_baseState || disk != m_baseBytes) {
+  } else {
     // Another process saved (or removed) the file since this object read
     // or wrote it: write the disk's tree with this process's changes.
     if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
@@ -133,24 +149,22 @@ bool PList::SaveLocked(int& error) {
     Adopt(*m_root, *diskTree);
     // The tree now is the disk's plus this process's changes, which stay
     // recorded: should the write fail, the next save applies them again.
-    SetBase(state, std::move(disk));
+    SetBase(state, std::move(disk), identity);
   }
 
-  std::string bytes;
-  if (!WriteBinaryPropertyList(*m_root, bytes)) {
-    error = EINVAL;
-    return false;
-  }
   // Never write a file that the store would refuse to read.
-  if (bytes.size() > kMaxSettingsFileSize) {
-    error = EFBIG;
+  std::string bytes;
+  PListError refused = PListError::kNone;
+  if (!WriteBinaryPropertyList(*m_root, bytes, &refused, m_baseBytes.size())) {
+    error = refused == PListError::kTooLarge ? EFBIG : EINVAL;
     return false;
   }
   if (!WriteFileAtomically(m_path, bytes)) {
     error = errno;
     return false;
   }
-  SetBase(kFileRead, std::move(bytes));
+  // Under the lock, what is there now is what was just written.
+  SetBase(kFileRead, std::move(bytes), IdentityOf(m_path));
   m_changed.clear();
   return true;
 }

@@ -7,10 +7,10 @@
 #include <map>
 #include <string>
 
-#include "PListTree.h"
 #include "RefCountedObject.h"
 #include "SettingsFiles.h"
 #include "TreeMerge.h"
+#include "format/PListTree.h"
 #include "mvtl/RefCountedPtr.h"
 
 namespace mvcs {
@@ -94,8 +94,8 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   bool SaveLocked(int& error);
 
   // Records the file as last read or written: what was there (`state`)
-  // and, when it was read, its bytes.
-  void SetBase(FileReadResult state, std::string bytes);
+  // and, when it was read, its bytes and identity.
+  void SetBase(FileReadResult state, std::string bytes, const FileIdentity& identity);
 
   bool m_inRemoval;  // set while erasing its own cache entry
   std::string m_path;
@@ -106,6 +106,7 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // the disk with, and where this process changed the tree since.
   FileReadResult m_baseState;
   std::string m_baseBytes;
+  FileIdentity m_baseIdentity;
   ChangedPaths m_changed;
 };
 

@@ -128,7 +128,28 @@ std::string UserSettingsFile(const std::string& productId) {
 
 std::string SharedSettingsFile() { return SharedPreferencesDirectory() + "/com.morv.plist"; }
 
-FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes) {
+namespace {
+
+FileIdentity IdentityFrom(const struct stat& info) {
+  FileIdentity identity;
+  identity.exists = true;
+  identity.device = info.st_dev;
+  identity.inode = info.st_ino;
+  identity.size = static_cast<unsigned long long>(info.st_size);
+  identity.modified = info.st_mtim.tv_sec * 1000000000LL + info.st_mtim.tv_nsec;
+  identity.changed = info.st_ctim.tv_sec * 1000000000LL + info.st_ctim.tv_nsec;
+  return identity;
+}
+
+}  // namespace
+
+FileIdentity IdentityOf(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 ? IdentityFrom(info) : FileIdentity();
+}
+
+FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes,
+                                FileIdentity* identity) {
   // Non-blocking, so that opening a FIFO cannot wait for a writer.
   const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (fd.Get() < 0) {
@@ -136,9 +157,12 @@ FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, st
   }
   struct stat info;
   if (fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return kFileUnreadable;
+  if (identity != nullptr) *identity = IdentityFrom(info);
   if (static_cast<std::size_t>(info.st_size) > maxSize) return kFileUnreadable;
+  // One byte more than the file holds, so that the read that meets its end
+  // needs no more room.
   std::string contents;
-  contents.resize(static_cast<std::size_t>(info.st_size));
+  contents.resize(static_cast<std::size_t>(info.st_size) + 1);
   std::size_t total = 0;
   for (;;) {
     // The file may grow while it is read: read on to its end, but never

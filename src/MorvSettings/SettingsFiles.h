@@ -26,18 +26,39 @@ std::string UserSettingsFile(const std::string& productId);
 // The machine-wide file, "com.morv.plist" in the machine-wide folder.
 std::string SharedSettingsFile();
 
-// Settings files above this size are not read: they count as unreadable.
-constexpr std::size_t kMaxSettingsFileSize = 64u << 20;
-
 enum FileReadResult {
   kFileRead,        // `bytes` holds the file
   kFileMissing,     // there is no file (or no folder) at the path
   kFileUnreadable,  // something is there but cannot be read as a file
 };
 
+// What tells one version of a file from another without reading it: the
+// device and inode (a file replaced by rename is a new inode), the size,
+// and the modification and change times in nanoseconds. Equal identities
+// mean the same content, unless a program rewrote the file in place within
+// one tick of the file system's clock and kept its size.
+struct FileIdentity {
+  unsigned long long device = 0, inode = 0, size = 0;
+  long long modified = 0, changed = 0;  // nanoseconds since the epoch
+  bool exists = false;
+
+  bool operator==(const FileIdentity& other) const {
+    return exists == other.exists && device == other.device && inode == other.inode &&
+           size == other.size && modified == other.modified && changed == other.changed;
+  }
+  bool operator!=(const FileIdentity& other) const { return !(*this == other); }
+};
+
+// The identity of what is at `path` now (symbolic links followed); one
+// that does not exist when there is nothing there (or stat fails).
+FileIdentity IdentityOf(const std::string& path);
+
 // Reads the regular file at `path`, at most `maxSize` bytes (a larger file
 // is unreadable). Never blocks on special files (FIFOs, devices).
-FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes);
+// When `identity` is not null it receives the identity of the file read
+// (with kFileRead).
+FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes,
+                                FileIdentity* identity = nullptr);
 
 // For every "/" in `path` after its first character, in order: if the
 // prefix before it does not exist, creates it as a directory with mode 0777

@@ -61,39 +61,6 @@ std::string DecimalPrefix(const std::string& text) {
 
 }  // namespace
 
-bool IsWellFormedUTF8(const char* text, std::size_t size) {
-  const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
-  const unsigned char* const end = p + size;
-  while (p < end) {
-    const unsigned char b0 = *p;
-    if (b0 < 0x80) {
-      ++p;
-      continue;
-    }
-    int length;
-    unsigned char low = 0x80, high = 0xBF;  // bounds of the second byte
-    if (b0 >= 0xC2 && b0 <= 0xDF) {
-      length = 2;
-    } else if (b0 >= 0xE0 && b0 <= 0xEF) {
-      length = 3;
-      if (b0 == 0xE0) low = 0xA0;
-      if (b0 == 0xED) high = 0x9F;
-    } else if (b0 >= 0xF0 && b0 <= 0xF4) {
-      length = 4;
-      if (b0 == 0xF0) low = 0x90;
-      if (b0 == 0xF4) high = 0x8F;
-    } else {
-      return false;
-    }
-    if (end - p < length || p[1] < low || p[1] > high) return false;
-    for (int i = 2; i < length; ++i) {
-      if (p[i] < 0x80 || p[i] > 0xBF) return false;
-    }
-    p += length;
-  }
-  return true;
-}
-
 bool StoredText(const std::string& text, std::string& stored) {
   const std::size_t nul = text.find('\0');
   std::string part = nul == std::string::npos ? text : text.substr(0, nul);

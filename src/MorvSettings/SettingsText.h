@@ -9,14 +9,9 @@
 #include <cstddef>
 #include <string>
 
-namespace mvcs {
+#include "format/PListText.h"
 
-// Whether `text` is well-formed UTF-8 (Unicode's definition: no overlong
-// forms, no surrogates, nothing above U+10FFFF, nothing cut off).
-bool IsWellFormedUTF8(const char* text, std::size_t size);
-inline bool IsWellFormedUTF8(const std::string& text) {
-  return IsWellFormedUTF8(text.data(), text.size());
-}
+namespace mvcs {
 
 // The key or string that the store keeps for `text`: the text up to its
 // first zero character (names and values are C strings to the store).

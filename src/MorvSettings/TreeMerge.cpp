@@ -60,18 +60,20 @@ void ApplyChanges(const PListDictionary& current, const ChangedPaths& changed,
 void Adopt(PListDictionary& current, PListDictionary& merged) {
   PListDictionary::Entries previous = current.TakeEntries();
   current.TakeEntriesOf(merged);
+  // Both are in key order: one walk over the two pairs up the names.
+  auto before = previous.begin();
   for (auto& entry : current.MutableEntries()) {
+    while (before != previous.end() && before->first < entry.first) ++before;
+    if (before == previous.end() || before->first != entry.first) continue;
     PListDictionary* incoming = AsDictionary(entry.second);
-    if (incoming == nullptr) continue;
-    const auto before = previous.find(entry.first);
-    PListDictionary* kept = before != previous.end() ? AsDictionary(before->second) : nullptr;
-    if (kept == nullptr) continue;
+    PListDictionary* kept = AsDictionary(before->second);
+    if (incoming == nullptr || kept == nullptr) continue;
     // Keep the object that nodes may hold; it takes the incoming entries.
     PListDictionaryRef keep;
     keep.Assign(kept);
     Adopt(*kept, *incoming);
     entry.second = keep;
-    previous.erase(before);
+    before->second = PListValue();  // it stays in the tree: not detached
   }
   for (const auto& entry : previous) {
     if (PListDictionary* gone = AsDictionary(entry.second)) gone->MarkDetached();

@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "PListTree.h"
+#include "format/PListTree.h"
 
 namespace mvcs {
 

@@ -1,0 +1,23 @@
+// The binary property-list reader ("bplist00"): bytes to tree in one pass,
+// every structural check made as it goes.
+
+#ifndef MORVSETTINGS_FORMAT_BINARYPLISTREADER_H
+#define MORVSETTINGS_FORMAT_BINARYPLISTREADER_H
+
+#include <cstddef>
+
+#include "PListFormat.h"
+#include "PListTree.h"
+
+namespace mvcs {
+
+// Reads the binary property list `bytes` into a new tree. On success `root`
+// receives the tree and the result is PListError::kNone; otherwise `root`
+// is untouched and the result says why the bytes were refused. Time and
+// memory stay proportional to `size`, whatever the bytes hold.
+PListError ReadBinaryPropertyList(const unsigned char* bytes, std::size_t size,
+                                  mvtl::RefCountedPtr<PListDictionary>& root);
+
+}  // namespace mvcs
+
+#endif  // MORVSETTINGS_FORMAT_BINARYPLISTREADER_H

@@ -1,0 +1,43 @@
+// Text in property lists: which strings a settings file may hold, and the
+// conversions between the binary format's UTF-16 strings and the tree's
+// UTF-8 ones.
+//
+// Every key and string of a settings tree is well-formed UTF-8 without
+// U+0000 (names and values are C strings to the store): a file holding
+// anything else is refused, and the writer needs nothing else.
+
+#ifndef MORVSETTINGS_FORMAT_PLISTTEXT_H
+#define MORVSETTINGS_FORMAT_PLISTTEXT_H
+
+#include <cstddef>
+#include <string>
+
+namespace mvcs {
+
+// Whether `text` is well-formed UTF-8 (Unicode's definition: no overlong
+// forms, no surrogates, nothing above U+10FFFF, nothing cut off).
+bool IsWellFormedUTF8(const char* text, std::size_t size);
+inline bool IsWellFormedUTF8(const std::string& text) {
+  return IsWellFormedUTF8(text.data(), text.size());
+}
+
+// Whether `text` is a string a settings tree may hold: well-formed UTF-8
+// without U+0000.
+bool IsTreeText(const char* text, std::size_t size);
+
+// Whether all `size` bytes are ASCII other than U+0000 (1 to 0x7F): tree
+// text that a binary property list holds as an ASCII string.
+bool IsAsciiText(const char* text, std::size_t size);
+
+// Appends the UTF-8 form of `units` big-endian UTF-16 units at `bytes` to
+// `out`. False (with `out` partly appended) when a surrogate is unpaired or
+// a unit is U+0000.
+bool AppendUTF16BigEndianAsUTF8(const unsigned char* bytes, std::size_t units, std::string& out);
+
+// Appends the big-endian UTF-16 form of well-formed UTF-8 `text` to `out`;
+// returns the number of UTF-16 units.
+std::size_t AppendUTF8AsUTF16BigEndian(const std::string& text, std::string& out);
+
+}  // namespace mvcs
+
+#endif  // MORVSETTINGS_FORMAT_PLISTTEXT_H

@@ -1,0 +1,217 @@
+// The in-memory form of a property list: reference-counted dictionaries
+// whose entries are child dictionaries or values.
+//
+// A dictionary lives as long as anyone holds it, also after it has been
+// removed from its parent (a settings node keeps its key dictionary), which
+// is why the store keeps its own tree rather than a parser's: libplist, for
+// one, frees a subtree as soon as it leaves its parent.
+
+#ifndef MORVSETTINGS_FORMAT_PLISTTREE_H
+#define MORVSETTINGS_FORMAT_PLISTTREE_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "RefCountedObject.h"
+#include "mvtl/RefCountedPtr.h"
+
+namespace mvcs {
+
+class PListDictionary;
+struct PListArray;
+
+// An integer: the 64 bits as stored. `wide` marks a value of 2^63 or more
+// that the file holds as a 16-byte unsigned integer (where other writers
+// put such values); it is written back the same way. The store itself
+// writes every integer as signed 64-bit.
+struct PListInteger {
+  long long bits;
+  bool wide;
+};
+
+// A real. Floats and doubles alike are kept and written as doubles.
+struct PListReal {
+  double value;
+};
+
+typedef std::vector<unsigned char> PListData;
+
+// A date: seconds since 2001-01-01T00:00:00 UTC (the property lists'
+// reference date).
+struct PListDate {
+  double seconds;
+};
+
+// A UID (the keyed archivers' object references).
+struct PListUid {
+  std::uint64_t value;
+};
+
+// A counted reference to a dictionary, as entries hold them: like
+// mvtl::RefCountedPtr_STLSafe, and movable without counting, so that arrays
+// of entries move their entries, never copy them.
+class PListDictionaryRef {
+ public:
+  PListDictionaryRef() noexcept {}
+  PListDictionaryRef(const PListDictionaryRef& other) { Assign(other.m_dictionary); }
+  PListDictionaryRef(PListDictionaryRef&& other) noexcept : m_dictionary(other.m_dictionary) {
+    other.m_dictionary = nullptr;
+  }
+  PListDictionaryRef& operator=(const PListDictionaryRef& other) {
+    Assign(other.m_dictionary);
+    return *this;
+  }
+  PListDictionaryRef& operator=(PListDictionaryRef&& other) noexcept {
+    std::swap(m_dictionary, other.m_dictionary);
+    return *this;
+  }
+  inline ~PListDictionaryRef();
+
+  // Holds `dictionary` (adding a reference), letting go of what it held.
+  inline void Assign(PListDictionary* dictionary);
+
+  PListDictionary* Get() const { return m_dictionary; }
+  PListDictionary* operator->() const { return m_dictionary; }
+  PListDictionary& operator*() const { return *m_dictionary; }
+
+ private:
+  PListDictionary* m_dictionary = nullptr;
+};
+
+// An array or a set: never changed once made, so it is shared, not copied.
+typedef std::shared_ptr<const PListArray> PListArrayRef;
+
+// One entry: a child dictionary, an integer, a real, a boolean, a UTF-8
+// string, data, a date, a UID, or an array (or set). The store's typed
+// operations make the first six; the others come from files written by
+// other programs and are kept as they are.
+typedef std::variant<PListDictionaryRef, PListInteger, PListReal, bool, std::string, PListData,
+                     PListDate, PListUid, PListArrayRef>
+    PListValue;
+
+// The items of an array, or of a set (which the binary format has and XML
+// has not: a set is written to XML as an array).
+struct PListArray {
+  std::vector<PListValue> items;
+  bool isSet = false;
+};
+
+// The dictionary that `value` holds, or null when it holds something else.
+PListDictionary* AsDictionary(const PListValue& value);
+
+// The entries of a dictionary, sorted by key, side by side in one array:
+// lookups by binary search, walks in key order over contiguous memory, and
+// appends in constant time (readers meet the keys of files in order).
+// Adding a key elsewhere moves the entries after it.
+class PListEntries {
+ public:
+  typedef std::pair<std::string, PListValue> Entry;
+  typedef std::vector<Entry>::iterator iterator;
+  typedef std::vector<Entry>::const_iterator const_iterator;
+
+  iterator begin() { return m_entries.begin(); }
+  iterator end() { return m_entries.end(); }
+  const_iterator begin() const { return m_entries.begin(); }
+  const_iterator end() const { return m_entries.end(); }
+  std::size_t size() const { return m_entries.size(); }
+  bool empty() const { return m_entries.empty(); }
+  void clear() { m_entries.clear(); }
+  void swap(PListEntries& other) { m_entries.swap(other.m_entries); }
+  void reserve(std::size_t count) { m_entries.reserve(count); }
+
+  // The first entry whose key is not less than the `size` bytes at `key`.
+  iterator LowerBound(const char* key, std::size_t size);
+  const_iterator LowerBound(const char* key, std::size_t size) const;
+
+  // The entry under `key`, or end().
+  iterator find(const std::string& key);
+  const_iterator find(const std::string& key) const;
+
+  // A new entry under the key of `size` bytes at `key`, before `position`
+  // (which must keep the keys in order); returns it.
+  iterator Insert(iterator position, const char* key, std::size_t size);
+
+  void erase(iterator position) { m_entries.erase(position); }
+
+ private:
+  std::vector<Entry> m_entries;
+};
+
+// A dictionary: named entries, kept in key order. Counted: born at 0.
+class PListDictionary : public RefCountedObject<mvtl::IRefCounted> {
+ public:
+  typedef PListEntries Entries;
+
+  PListDictionary() {}
+  PListDictionary(const PListDictionary&) = delete;
+  PListDictionary& operator=(const PListDictionary&) = delete;
+
+  // The entry under `key`, or null.
+  const PListValue* Find(const std::string& key) const;
+
+  // Adds or replaces the entry under `key`.
+  void Set(const std::string& key, PListValue value);
+
+  // The entry under the key of `size` bytes at `key`, made (holding an
+  // empty dictionary reference) or emptied the same way, for a reader to
+  // fill in place. Constant time when the key sorts after every key here.
+  PListValue& Slot(const char* key, std::size_t size);
+
+  // Makes room for `count` entries, for a reader that knows how many come.
+  void Reserve(std::size_t count) { m_entries.reserve(count); }
+
+  // Removes the entry under `key`, if there is one.
+  void Remove(const std::string& key);
+
+  const Entries& GetEntries() const { return m_entries; }
+
+  // For code that rebuilds trees in place: the entries, to change values;
+  // all of them, leaving this dictionary empty; and all of `other`'s,
+  // leaving that one empty, in place of this one's.
+  Entries& MutableEntries() { return m_entries; }
+  Entries TakeEntries() {
+    Entries taken;
+    taken.swap(m_entries);
+    return taken;
+  }
+  void TakeEntriesOf(PListDictionary& other) {
+    m_entries.clear();
+    m_entries.swap(other.m_entries);
+  }
+
+  // Whether this dictionary was marked as taken out of the tree it was in
+  // (by code that replaces a tree's contents in place, for those who still
+  // hold the dictionary to notice).
+  bool IsDetached() const { return m_detached; }
+  // Marks this dictionary and every dictionary below it detached.
+  void MarkDetached();
+
+ private:
+  ~PListDictionary() override {}
+
+  Entries m_entries;
+  bool m_detached = false;
+};
+
+PListDictionaryRef::~PListDictionaryRef() {
+  if (m_dictionary != nullptr) m_dictionary->Release();
+}
+
+void PListDictionaryRef::Assign(PListDictionary* dictionary) {
+  if (dictionary != nullptr) dictionary->AddRef();  // first: it may be the one held
+  if (m_dictionary != nullptr) m_dictionary->Release();
+  m_dictionary = dictionary;
+}
+
+// Whether two trees hold the same entries with the same values (reals and
+// dates compared by their bits, dictionaries and arrays by content).
+bool SameTree(const PListDictionary& a, const PListDictionary& b);
+bool SameValue(const PListValue& a, const PListValue& b);
+
+}  // namespace mvcs
+
+#endif  // MORVSETTINGS_FORMAT_PLISTTREE_H

@@ -1,0 +1,30 @@
+// XML property lists, through libplist: the rare case (hand-made files,
+// exports), kept apart from the binary format the store reads and writes
+// every time.
+
+#ifndef MORVSETTINGS_FORMAT_XMLPLIST_H
+#define MORVSETTINGS_FORMAT_XMLPLIST_H
+
+#include <cstddef>
+#include <string>
+
+#include "PListFormat.h"
+#include "PListTree.h"
+
+namespace mvcs {
+
+// Reads the XML property list `text` into a new tree. On success `root`
+// receives it and the result is kNone; otherwise `root` is untouched and
+// the result says why. Text holding a NUL byte or containers nested deeper
+// than kMaxNesting is refused before libplist sees it (libplist 2.2 has no
+// nesting limit, and keeps strings holding U+0000 inconsistently).
+PListError ReadXmlPropertyList(const char* text, std::size_t size,
+                               mvtl::RefCountedPtr<PListDictionary>& root);
+
+// Writes `root` as an XML property list (version 1.0); sets are written as
+// arrays. kNone on success, with `text` set; otherwise `text` is untouched.
+PListError WriteXmlPList(const PListDictionary& root, std::string& text);
+
+}  // namespace mvcs
+
+#endif  // MORVSETTINGS_FORMAT_XMLPLIST_H

@@ -1,0 +1,245 @@
+// The binary property-list reader: every object kind and width it reads,
+// and every way it refuses bytes, with the reason it gives.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "BinaryPListBuilder.h"
+#include "format/BinaryPListReader.h"
+#include "format/PListFormat.h"
+#include "format/PListLimits.h"
+
+namespace {
+
+using bplist::BigEndian;
+using bplist::Builder;
+using bplist::Marker;
+using mvcs::PListError;
+
+typedef mvtl::RefCountedPtr<mvcs::PListDictionary> Tree;
+
+PListError Read(const std::string& bytes, Tree& tree) {
+  return mvcs::ReadBinaryPropertyList(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                      bytes.size(), tree);
+}
+
+// A file whose root dictionary holds {"k": <object given as bytes>}.
+std::string WithValue(const std::string& object) {
+  Builder builder;
+  builder.Dictionary({1}, {2});
+  builder.Ascii("k");
+  builder.Add(object);
+  return builder.Bytes(0);
+}
+
+// The value under "k" of the file WithValue(object), which must read.
+mvcs::PListValue ValueOf(const std::string& object) {
+  Tree tree;
+  EXPECT_EQ(Read(WithValue(object), tree), PListError::kNone);
+  if (tree.Get() == nullptr || tree->Find("k") == nullptr) return mvcs::PListValue();
+  return *tree->Find("k");
+}
+
+// The reason the file WithValue(object) is refused (kNone if it reads).
+PListError RefusalOf(const std::string& object) {
+  Tree tree;
+  return Read(WithValue(object), tree);
+}
+
+TEST(BinaryPListReader, IntegersOfEveryWidth) {
+  auto integer = [](const std::string& object) {
+    return std::get<mvcs::PListInteger>(ValueOf(object));
+  };
+  // 1, 2 and 4 bytes are unsigned.
+  EXPECT_EQ(integer("\x10\xFF").bits, 255);
+  EXPECT_EQ(integer("\x11" + BigEndian(65535, 2)).bits, 65535);
+  EXPECT_EQ(integer("\x12" + BigEndian(4294967295u, 4)).bits, 4294967295LL);
+  // 8 bytes are signed.
+  EXPECT_EQ(integer("\x13" + BigEndian(~0ull, 8)).bits, -1);
+  EXPECT_FALSE(integer("\x13" + BigEndian(~0ull, 8)).wide);
+  // 16 bytes: unsigned values up to 2^64 - 1 (kept as such), negative ones.
+  const mvcs::PListInteger huge = integer("\x14" + BigEndian(0, 8) + BigEndian(~0ull, 8));
+  EXPECT_EQ(huge.bits, -1);
+  EXPECT_TRUE(huge.wide);
+  const mvcs::PListInteger small = integer("\x14" + BigEndian(0, 8) + BigEndian(5, 8));
+  EXPECT_EQ(small.bits, 5);
+  EXPECT_FALSE(small.wide);
+  const mvcs::PListInteger negative = integer("\x14" + BigEndian(~0ull, 8) + BigEndian(~1ull, 8));
+  EXPECT_EQ(negative.bits, -2);
+  EXPECT_FALSE(negative.wide);
+  // What does not fit 64 bits, and widths that do not exist.
+  EXPECT_EQ(RefusalOf("\x14" + BigEndian(1, 8) + BigEndian(0, 8)), PListError::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf("\x14" + BigEndian(~0ull, 8) + BigEndian(1, 8)),
+            PListError::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf("\x15" + std::string(32, '\0')), PListError::kNotAPropertyList);
+}
+
+TEST(BinaryPListReader, RealsDatesBooleansAndUids) {
+  float quarter = 0.25f;
+  std::uint32_t floatBits;
+  std::memcpy(&floatBits, &quarter, 4);
+  EXPECT_EQ(std::get<mvcs::PListReal>(ValueOf("\x22" + BigEndian(floatBits, 4))).value, 0.25);
+  double third = 1.0 / 3;
+  std::uint64_t doubleBits;
+  std::memcpy(&doubleBits, &third, 8);
+  EXPECT_EQ(std::get<mvcs::PListReal>(ValueOf("\x23" + BigEndian(doubleBits, 8))).value, third);
+  EXPECT_EQ(std::get<mvcs::PListDate>(ValueOf("\x33" + BigEndian(doubleBits, 8))).seconds, third);
+  EXPECT_EQ(RefusalOf("\x21" + BigEndian(0, 2)), PListError::kNotAPropertyList);  // no 2-byte reals
+  EXPECT_EQ(RefusalOf("\x32" + BigEndian(0, 4)), PListError::kNotAPropertyList);
+  EXPECT_TRUE(std::get<bool>(ValueOf("\x09")));
+  EXPECT_FALSE(std::get<bool>(ValueOf("\x08")));
+  // Null and fill are not property-list values.
+  EXPECT_EQ(RefusalOf(std::string(1, '\0')), PListError::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf("\x0F"), PListError::kNotAPropertyList);
+  // UIDs of 1 to 16 bytes; past 8, only zeros may lead.
+  EXPECT_EQ(std::get<mvcs::PListUid>(ValueOf("\x80\x07")).value, 7u);
+  EXPECT_EQ(std::get<mvcs::PListUid>(ValueOf("\x83" + BigEndian(70000, 4))).value, 70000u);
+  EXPECT_EQ(std::get<mvcs::PListUid>(ValueOf("\x8F" + BigEndian(0, 8) + BigEndian(9, 8))).value,
+            9u);
+  EXPECT_EQ(RefusalOf("\x8F" + BigEndian(1, 8) + BigEndian(9, 8)), PListError::kNotAPropertyList);
+}
+
+TEST(BinaryPListReader, StringsAndData) {
+  EXPECT_EQ(std::get<std::string>(ValueOf(Marker(0x5, 3) + "abc")), "abc");
+  const std::string longText(40, 'x');  // the count after the marker
+  EXPECT_EQ(std::get<std::string>(ValueOf(Marker(0x5, 40) + longText)), longText);
+  // UTF-16, with a pair for U+1F30D.
+  EXPECT_EQ(
+      std::get<std::string>(ValueOf(Marker(0x6, 3) + std::string("\x00\xE9\xD8\x3C\xDF\x0D", 6))),
+      "\xC3\xA9\xF0\x9F\x8C\x8D");
+  EXPECT_EQ(std::get<mvcs::PListData>(ValueOf(Marker(0x4, 2) + std::string("\x00\xFF", 2))),
+            mvcs::PListData({0x00, 0xFF}));
+  EXPECT_TRUE(std::get<mvcs::PListData>(ValueOf(Marker(0x4, 0))).empty());
+  // Text that a settings tree cannot hold.
+  EXPECT_EQ(RefusalOf(Marker(0x5, 2) + "a\x80"), PListError::kBadText);
+  EXPECT_EQ(RefusalOf(Marker(0x5, 2) + std::string("a\0", 2)), PListError::kBadText);
+  EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\xD8\x3C", 2)), PListError::kBadText);
+  EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\xDF\x0D", 2)), PListError::kBadText);
+  EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\x00\x00", 2)), PListError::kBadText);
+  // Counts past the end of the objects.
+  EXPECT_EQ(RefusalOf(Marker(0x5, 1000) + "abc"), PListError::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf(Marker(0x4, 1000) + "abc"), PListError::kNotAPropertyList);
+}
+
+TEST(BinaryPListReader, ArraysSetsAndNesting) {
+  Builder builder;
+  builder.Dictionary({1, 2}, {3, 4});
+  builder.Ascii("array");
+  builder.Ascii("set");
+  builder.Array({5, 6});
+  builder.Add(Marker(0xC, 1) + builder.Reference(5));
+  builder.Integer(1);
+  builder.Dictionary({1}, {5});
+  Tree tree;
+  ASSERT_EQ(Read(builder.Bytes(0), tree), PListError::kNone);
+  const mvcs::PListArray& array = *std::get<mvcs::PListArrayRef>(*tree->Find("array"));
+  EXPECT_FALSE(array.isSet);
+  ASSERT_EQ(array.items.size(), 2u);
+  EXPECT_EQ(std::get<mvcs::PListInteger>(array.items[0]).bits, 1);
+  ASSERT_NE(mvcs::AsDictionary(array.items[1]), nullptr);
+  const mvcs::PListArray& set = *std::get<mvcs::PListArrayRef>(*tree->Find("set"));
+  EXPECT_TRUE(set.isSet);
+  EXPECT_EQ(set.items.size(), 1u);
+}
+
+TEST(BinaryPListReader, KeysInAnyOrderAndRepeatedKeys) {
+  Builder builder;
+  builder.Dictionary({1, 2, 3, 1}, {4, 5, 6, 7});
+  builder.Ascii("b");
+  builder.Ascii("a");
+  builder.Ascii("c");
+  builder.Integer(1);
+  builder.Integer(2);
+  builder.Integer(3);
+  builder.Integer(4);
+  Tree tree;
+  ASSERT_EQ(Read(builder.Bytes(0), tree), PListError::kNone);
+  std::string keys;
+  for (const auto& entry : tree->GetEntries()) keys += entry.first;
+  EXPECT_EQ(keys, "abc");                                             // kept in order
+  EXPECT_EQ(std::get<mvcs::PListInteger>(*tree->Find("b")).bits, 4);  // the last one wins
+}
+
+TEST(BinaryPListReader, RefusalsSayWhy) {
+  Tree tree;
+  // Not a dictionary at the root.
+  Builder arrayRoot;
+  arrayRoot.Array({});
+  EXPECT_EQ(Read(arrayRoot.Bytes(0), tree), PListError::kNotADictionary);
+  // A key that is not a string.
+  Builder integerKey;
+  integerKey.Dictionary({1}, {1});
+  integerKey.Integer(1);
+  EXPECT_EQ(Read(integerKey.Bytes(0), tree), PListError::kNotAPropertyList);
+  // An object inside itself.
+  Builder cycle;
+  cycle.Dictionary({1}, {2});
+  cycle.Ascii("k");
+  cycle.Array({2});
+  EXPECT_EQ(Read(cycle.Bytes(0), tree), PListError::kNotAPropertyList);
+  // A reference past the objects.
+  Builder dangling;
+  dangling.Dictionary({1}, {9});
+  dangling.Ascii("k");
+  EXPECT_EQ(Read(dangling.Bytes(0), tree), PListError::kNotAPropertyList);
+  // Nested deeper than a settings file may be.
+  Builder deep;
+  deep.Dictionary({1}, {2});
+  deep.Ascii("k");
+  for (std::size_t i = 2; i <= mvcs::kMaxNesting; ++i) deep.Array({i + 1});
+  deep.Array({});
+  EXPECT_EQ(Read(deep.Bytes(0), tree), PListError::kTooDeep);
+  // Shared objects that would expand past the budget.
+  Builder blowup(4, 4);
+  blowup.Dictionary({1}, {2});
+  blowup.Ascii("k");
+  for (std::uint64_t level = 2; level < 60; ++level) {
+    blowup.Array({level + 1, level + 1, level + 1, level + 1});
+  }
+  blowup.Add(Marker(0x4, 100) + std::string(100, 'x'));
+  EXPECT_EQ(Read(blowup.Bytes(0), tree), PListError::kTooLarge);
+  // Trailers that do not fit the file.
+  Builder good;
+  good.Dictionary({}, {});
+  const std::string bytes = good.Bytes(0);
+  for (std::size_t cut = 0; cut < bytes.size(); ++cut) {
+    EXPECT_EQ(Read(bytes.substr(0, cut), tree), PListError::kNotAPropertyList) << cut;
+  }
+  Builder::Trailer trailer;
+  trailer.offsetSize = 0;
+  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), PListError::kNotAPropertyList);
+  trailer = Builder::Trailer();
+  trailer.referenceSize = 9;
+  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), PListError::kNotAPropertyList);
+  trailer = Builder::Trailer();
+  trailer.objectCount = 1 << 30;
+  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), PListError::kNotAPropertyList);
+  trailer = Builder::Trailer();
+  trailer.topObject = 1;
+  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), PListError::kNotAPropertyList);
+  EXPECT_EQ(tree.Get(), nullptr);  // nothing was handed out
+  EXPECT_EQ(Read(bytes, tree), PListError::kNone);
+  ASSERT_NE(tree.Get(), nullptr);
+}
+
+TEST(BinaryPListReader, ReasonsAreDescribed) {
+  for (PListError error : {PListError::kNotAPropertyList, PListError::kNotADictionary,
+                           PListError::kTooDeep, PListError::kTooLarge, PListError::kBadText}) {
+    EXPECT_GT(std::strlen(mvcs::DescribePListError(error)), 5u);
+  }
+  EXPECT_STREQ(mvcs::DescribePListError(PListError::kTooDeep), "nested too deep");
+  // Through the format's interface: the size limit.
+  Tree tree;
+  PListError error = PListError::kNone;
+  EXPECT_FALSE(
+      mvcs::ParsePropertyList(std::string(mvcs::kMaxSettingsFileSize + 1, ' '), tree, &error));
+  EXPECT_EQ(error, PListError::kTooLarge);
+  EXPECT_FALSE(mvcs::ParsePropertyList("neither binary nor XML", tree, &error));
+  EXPECT_EQ(error, PListError::kNotAPropertyList);
+}
+
+}  // namespace
