@@ -3,6 +3,7 @@
 #include "PListTree.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <tuple>
 #include <type_traits>
@@ -26,62 +27,87 @@ int CompareKey(const std::string& entryKey, const char* key, std::size_t size) {
   return entryKey.compare(0, std::string::npos, key, size);
 }
 
+bool KeyLess(const PListEntries::Entry& a, const PListEntries::Entry& b) {
+  return a.first < b.first;
+}
+
 }  // namespace
 
-PListEntries::iterator PListEntries::LowerBound(const char* key, std::size_t size) {
-  return std::lower_bound(
-      m_entries.begin(), m_entries.end(), 0,
+PListEntries::Entry* PListEntries::Find(const char* key, std::size_t size) {
+  const auto sortedEnd = m_entries.begin() + static_cast<std::ptrdiff_t>(m_sorted);
+  const auto it = std::lower_bound(
+      m_entries.begin(), sortedEnd, 0,
       [key, size](const Entry& entry, int) { return CompareKey(entry.first, key, size) < 0; });
+  if (it != sortedEnd && CompareKey(it->first, key, size) == 0) return &*it;
+  for (auto tail = sortedEnd; tail != m_entries.end(); ++tail) {
+    if (CompareKey(tail->first, key, size) == 0) return &*tail;
+  }
+  return nullptr;
 }
 
-PListEntries::const_iterator PListEntries::LowerBound(const char* key, std::size_t size) const {
-  return std::lower_bound(
-      m_entries.begin(), m_entries.end(), 0,
-      [key, size](const Entry& entry, int) { return CompareKey(entry.first, key, size) < 0; });
+const PListEntries::Entry* PListEntries::Find(const char* key, std::size_t size) const {
+  return const_cast<PListEntries*>(this)->Find(key, size);
 }
 
-PListEntries::iterator PListEntries::find(const std::string& key) {
-  const iterator it = LowerBound(key.data(), key.size());
-  return it != end() && it->first == key ? it : end();
-}
-
-PListEntries::const_iterator PListEntries::find(const std::string& key) const {
-  const const_iterator it = LowerBound(key.data(), key.size());
-  return it != end() && it->first == key ? it : end();
-}
-
-PListEntries::iterator PListEntries::Insert(iterator position, const char* key, std::size_t size) {
-  return m_entries.emplace(position, std::piecewise_construct, std::forward_as_tuple(key, size),
+PListEntries::Entry& PListEntries::FindOrAdd(const char* key, std::size_t size) {
+  // In order (as readers add them): an append to the sorted part.
+  if (m_sorted == m_entries.size() &&
+      (m_entries.empty() || CompareKey(m_entries.back().first, key, size) < 0)) {
+    m_entries.emplace_back(std::piecewise_construct, std::forward_as_tuple(key, size),
                            std::forward_as_tuple());
+    ++m_sorted;
+    return m_entries.back();
+  }
+  if (Entry* found = Find(key, size)) return *found;
+  m_entries.emplace_back(std::piecewise_construct, std::forward_as_tuple(key, size),
+                         std::forward_as_tuple());
+  const std::size_t tail = m_entries.size() - m_sorted;
+  if (tail > 16 + static_cast<std::size_t>(std::sqrt(static_cast<double>(m_sorted)))) {
+    std::string added(key, size);
+    Sort();
+    return *Find(added.data(), added.size());
+  }
+  return m_entries.back();
+}
+
+void PListEntries::Remove(const std::string& key) {
+  Entry* found = Find(key.data(), key.size());
+  if (found == nullptr) return;
+  const std::size_t position = static_cast<std::size_t>(found - m_entries.data());
+  if (position >= m_sorted) {
+    // In the tail, where order does not matter.
+    std::swap(*found, m_entries.back());
+    m_entries.pop_back();
+    return;
+  }
+  m_entries.erase(m_entries.begin() + static_cast<std::ptrdiff_t>(position));
+  --m_sorted;
+}
+
+void PListEntries::Sort() const {
+  if (m_sorted == m_entries.size()) return;
+  const auto middle = m_entries.begin() + static_cast<std::ptrdiff_t>(m_sorted);
+  std::sort(middle, m_entries.end(), KeyLess);
+  std::inplace_merge(m_entries.begin(), middle, m_entries.end(), KeyLess);
+  m_sorted = m_entries.size();
 }
 
 const PListValue* PListDictionary::Find(const std::string& key) const {
-  const Entries::const_iterator it = m_entries.find(key);
-  return it == m_entries.end() ? nullptr : &it->second;
+  const Entries::Entry* entry = m_entries.Find(key.data(), key.size());
+  return entry == nullptr ? nullptr : &entry->second;
 }
 
 void PListDictionary::Set(const std::string& key, PListValue value) {
-  Slot(key.data(), key.size()) = std::move(value);
+  m_entries.FindOrAdd(key.data(), key.size()).second = std::move(value);
 }
 
 PListValue& PListDictionary::Slot(const char* key, std::size_t size) {
-  // Readers meet keys in order (writers sort them), so the common case is
-  // an append, in constant time.
-  if (m_entries.empty() || CompareKey((m_entries.end() - 1)->first, key, size) < 0) {
-    return m_entries.Insert(m_entries.end(), key, size)->second;
-  }
-  const Entries::iterator it = m_entries.LowerBound(key, size);
-  if (it != m_entries.end() && CompareKey(it->first, key, size) == 0) {
-    it->second = PListValue();
-    return it->second;
-  }
-  return m_entries.Insert(it, key, size)->second;
+  PListValue& value = m_entries.FindOrAdd(key, size).second;
+  value = PListValue();
+  return value;
 }
 
-void PListDictionary::Remove(const std::string& key) {
-  const Entries::iterator it = m_entries.find(key);
-  if (it != m_entries.end()) m_entries.erase(it);
-}
+void PListDictionary::Remove(const std::string& key) { m_entries.Remove(key); }
 
 void PListDictionary::MarkDetached() {
   m_detached = true;

@@ -103,42 +103,68 @@ struct PListArray {
 // The dictionary that `value` holds, or null when it holds something else.
 PListDictionary* AsDictionary(const PListValue& value);
 
-// The entries of a dictionary, sorted by key, side by side in one array:
+// The entries of a dictionary, in key order, side by side in one array:
 // lookups by binary search, walks in key order over contiguous memory, and
-// appends in constant time (readers meet the keys of files in order).
-// Adding a key elsewhere moves the entries after it.
+// appends in constant time (readers meet the keys of files in order). A
+// key added out of order goes to a short unsorted tail, merged into the
+// sorted part when it grows past about the square root of the size (or
+// when the entries are walked), so that adding n keys in any order costs
+// O(n sqrt n) moves at worst, not O(n^2). Removing a key moves the entries
+// after it. Walking may reorder the array, so even the const members are
+// not for use from several threads at once (the store's lock serialises
+// every use of its trees).
 class PListEntries {
  public:
   typedef std::pair<std::string, PListValue> Entry;
   typedef std::vector<Entry>::iterator iterator;
   typedef std::vector<Entry>::const_iterator const_iterator;
 
-  iterator begin() { return m_entries.begin(); }
-  iterator end() { return m_entries.end(); }
-  const_iterator begin() const { return m_entries.begin(); }
-  const_iterator end() const { return m_entries.end(); }
+  // Walks in key order (merging the tail first).
+  iterator begin() {
+    Sort();
+    return m_entries.begin();
+  }
+  iterator end() {
+    Sort();
+    return m_entries.end();
+  }
+  const_iterator begin() const {
+    Sort();
+    return m_entries.begin();
+  }
+  const_iterator end() const {
+    Sort();
+    return m_entries.end();
+  }
   std::size_t size() const { return m_entries.size(); }
   bool empty() const { return m_entries.empty(); }
-  void clear() { m_entries.clear(); }
-  void swap(PListEntries& other) { m_entries.swap(other.m_entries); }
+  void clear() {
+    m_entries.clear();
+    m_sorted = 0;
+  }
+  void swap(PListEntries& other) {
+    m_entries.swap(other.m_entries);
+    std::swap(m_sorted, other.m_sorted);
+  }
   void reserve(std::size_t count) { m_entries.reserve(count); }
 
-  // The first entry whose key is not less than the `size` bytes at `key`.
-  iterator LowerBound(const char* key, std::size_t size);
-  const_iterator LowerBound(const char* key, std::size_t size) const;
+  // The entry under the `size` bytes at `key`, or null.
+  Entry* Find(const char* key, std::size_t size);
+  const Entry* Find(const char* key, std::size_t size) const;
 
-  // The entry under `key`, or end().
-  iterator find(const std::string& key);
-  const_iterator find(const std::string& key) const;
+  // The entry under the `size` bytes at `key`, made (holding an empty
+  // dictionary reference) when there is none.
+  Entry& FindOrAdd(const char* key, std::size_t size);
 
-  // A new entry under the key of `size` bytes at `key`, before `position`
-  // (which must keep the keys in order); returns it.
-  iterator Insert(iterator position, const char* key, std::size_t size);
-
-  void erase(iterator position) { m_entries.erase(position); }
+  // Removes the entry under `key`, if there is one.
+  void Remove(const std::string& key);
 
  private:
-  std::vector<Entry> m_entries;
+  // Merges the unsorted tail into the sorted part.
+  void Sort() const;
+
+  mutable std::vector<Entry> m_entries;
+  mutable std::size_t m_sorted = 0;  // m_entries[0, m_sorted) are in key order
 };
 
 // A dictionary: named entries, kept in key order. Counted: born at 0.
