@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
-# The main job: shows the launcher starting the Morv Media Server.
+# The main job: shows the launcher starting the Morv Media Server, and the
+# running server following a setting changed from the command line.
 #
 # Builds the project, records the sample server (examples/SampleMediaServer)
 # as the installer's "InstallPath" of product "MorvMediaServer" with the
 # settings tool, morv-settings, in a sandbox folder (XDG_CONFIG_HOME and
 # XDG_CONFIG_DIRS point into it: the real home and /etc are never touched),
-# then runs MMSLaunch there. You see the
-# launcher's line (on standard error) and the sample server's own output.
-# Installs missing Debian packages first.
+# then runs MMSLaunch there. You see the launcher's line (on standard error)
+# and the sample server's own output; while the server runs, morv-settings
+# changes one of its settings and the server says so. The server is then
+# stopped: nothing is left running. Installs missing Debian packages first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -32,12 +34,37 @@ echo "\$ morv-settings write --installer MorvMediaServer InstallPath string $ser
 "$tool" write --installer MorvMediaServer InstallPath string "$server"
 echo "\$ morv-settings read --installer MorvMediaServer"
 "$tool" read --installer MorvMediaServer
+echo "\$ morv-settings write MorvMediaServer Network/HttpPort int 8080"
+"$tool" write MorvMediaServer Network/HttpPort int 8080
 echo "\$ MMSLaunch"
+export MORV_SAMPLE_SERVER_READY="$sandbox/server-ready"
 export MORV_SAMPLE_SERVER_DONE="$sandbox/server-done"
+export MORV_SAMPLE_SERVER_SECONDS=20  # it stops by itself should this script die
+server_pid=
+stop_server() {
+  [ -n "$server_pid" ] && kill -TERM "$server_pid" 2>/dev/null || true
+  rm -rf "$sandbox"
+}
+trap stop_server EXIT
 (cd "$sandbox" && "$launcher" 2>&1)
-# The server runs detached: wait (up to 10 s) until it has said everything.
-for _ in $(seq 100); do
-  [ -e "$MORV_SAMPLE_SERVER_DONE" ] && break
-  sleep 0.1
-done
-[ -e "$MORV_SAMPLE_SERVER_DONE" ] || { echo "the sample server did not run" >&2; exit 1; }
+
+# wait_for FILE: up to 10 s until FILE exists.
+wait_for() {
+  for _ in $(seq 100); do
+    [ -e "$1" ] && return 0
+    sleep 0.1
+  done
+  return 1
+}
+# The server runs detached: wait until it follows its settings.
+wait_for "$MORV_SAMPLE_SERVER_READY" || { echo "the sample server did not start" >&2; exit 1; }
+server_pid=$(cat "$MORV_SAMPLE_SERVER_READY")
+
+echo "\$ morv-settings write MorvMediaServer Network/HttpPort int 9090"
+"$tool" write MorvMediaServer Network/HttpPort int 9090
+# The server reports the change (within milliseconds); then it is stopped,
+# and reports what it had not yet before it goes.
+sleep 0.5
+kill -TERM "$server_pid"
+wait_for "$MORV_SAMPLE_SERVER_DONE" || { echo "the sample server did not stop" >&2; exit 1; }
+server_pid=

@@ -12,6 +12,8 @@ packages=(
   libplist-dev                       # property-list files (libplist 2.2)
   qt6-base-dev                       # the launcher (Qt 6 Core)
   libcli11-dev                       # morv-settings' command line
+  nlohmann-json3-dev                 # morv-settings' JSON
+  scdoc man-db                       # morv-settings' manual page: made, and read in its test
   python3                            # plistlib, an independent reader in the tests
 )
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
@@ -15,58 +16,17 @@
 #include "ProcessRunner.h"
 #include "SettingsFixtures.h"
 #include "SettingsSandbox.h"
+#include "SettingsToolFixture.h"
 
 namespace {
+
+using tool::SettingsTool;
 
 using fixtures::Dict;
 using fixtures::Integer;
 using fixtures::Key;
 using fixtures::Plist;
 using fixtures::String;
-
-const std::string kTool = MORV_SETTINGS_TOOL;
-
-class SettingsTool : public sandbox::SettingsSandbox {
- protected:
-  // Runs the tool with `arguments`.
-  process::Result Tool(const std::vector<std::string>& arguments,
-                       process::Options options = process::Options()) {
-    std::vector<std::string> command = {kTool};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    options.directory = m_root;
-    return process::Run(command, options);
-  }
-
-  // Runs the tool and expects success with no message.
-  std::string Ok(const std::vector<std::string>& arguments) {
-    const process::Result result = Tool(arguments);
-    EXPECT_EQ(result.exitStatus, 0) << result.errorOutput;
-    EXPECT_EQ(result.errorOutput, "");
-    return result.output;
-  }
-
-  // Runs the tool and expects `status` with `message` (without the
-  // program's prefix and the newline) and nothing on standard output.
-  void Fails(const std::vector<std::string>& arguments, int status, const std::string& message,
-             process::Options options = process::Options()) {
-    const process::Result result = Tool(arguments, options);
-    EXPECT_EQ(result.exitStatus, status);
-    EXPECT_EQ(result.errorOutput, "morv-settings: " + message + "\n");
-    EXPECT_EQ(result.output, "");
-  }
-
-  // The files named in messages about product P.
-  std::string Files(const std::string& product = "P") const {
-    return "(" + UserFile(product) + ", with machine-wide defaults from " + SharedFile() + ")";
-  }
-
-  // A sample product: a string, an integer and a boolean under a key.
-  void WriteSample() {
-    Ok({"write", "P", "Name", "string", "Caf\xC3\xA9"});
-    Ok({"write", "P", "Network/HttpPort", "int", "8080"});
-    Ok({"write", "P", "Network/Enabled", "bool", "true"});
-  }
-};
 
 // --- Help and usage ----------------------------------------------------------
 
@@ -76,7 +36,8 @@ TEST_F(SettingsTool, VersionPrintsTheProjectVersion) {
 
 TEST_F(SettingsTool, HelpDescribesEveryCommand) {
   const std::string help = Ok({"--help"});
-  for (const char* command : {"read", "write", "delete", "list", "export", "import", "where"}) {
+  for (const char* command :
+       {"read", "write", "delete", "list", "export", "import", "where", "watch", "products"}) {
     EXPECT_NE(help.find(std::string("\n  ") + command + " "), std::string::npos) << command;
   }
   EXPECT_NE(help.find("Exit status: 0 on success"), std::string::npos);
@@ -84,7 +45,8 @@ TEST_F(SettingsTool, HelpDescribesEveryCommand) {
 }
 
 TEST_F(SettingsTool, EveryCommandHasItsOwnHelp) {
-  for (const char* command : {"read", "write", "delete", "list", "export", "import", "where"}) {
+  for (const char* command :
+       {"read", "write", "delete", "list", "export", "import", "where", "watch", "products"}) {
     const std::string help = Ok({command, "--help"});
     EXPECT_NE(help.find(std::string("Usage: morv-settings ") + command), std::string::npos)
         << command;
@@ -109,7 +71,7 @@ TEST_F(SettingsTool, NoCommandIsAUsageError) {
 TEST_F(SettingsTool, UnknownCommandIsAUsageError) {
   Fails({"remove", "P"}, 2,
         "unknown command \"remove\" (the commands are read, write, delete, list, export, "
-        "import, where)\nRun morv-settings --help for more information.");
+        "import, where, watch, products)\nRun morv-settings --help for more information.");
 }
 
 TEST_F(SettingsTool, MissingArgumentsAndUnknownOptionsAreUsageErrors) {
@@ -443,25 +405,105 @@ TEST_F(SettingsToolBadInput, UnreadableFile) {
   chmod(UserFile("P").c_str(), 0);
   process::Options nobody;
   nobody.dropPrivileges = true;
-  const std::string denied = "cannot read " + UserFile("P") + ": Permission denied";
+  // Run as nobody, who may neither read the file nor change its folder.
+  const std::string denied = "the per-user file " + UserFile("P") +
+                             " exists but cannot be read (no permission to read it); no write "
+                             "can keep it aside (its folder cannot be changed)";
   Fails({"read", "P", "Name"}, 1, denied, nobody);
   Fails({"list", "P"}, 1, denied, nobody);
   Fails({"export", "P"}, 1, denied, nobody);
-  // A write would start the file afresh: refused.
-  Fails({"write", "P", "Name", "string", "x"}, 1, denied + "; nothing was changed", nobody);
+  Fails({"write", "P", "Name", "string", "y"}, 1, denied + "; nothing was changed", nobody);
   Fails({"delete", "P", "Name"}, 1, denied + "; nothing was changed", nobody);
   chmod(UserFile("P").c_str(), 0644);
+  EXPECT_EQ(Ok({"read", "P", "Name"}), "Caf\xC3\xA9\n");
 }
 
 TEST_F(SettingsToolBadInput, UnreadableFolder) {
   chmod(UserFolder().c_str(), 0);
   process::Options nobody;
   nobody.dropPrivileges = true;
-  const std::string denied = "cannot read " + UserFile("P") + ": Permission denied";
+  const std::string denied = "the per-user file " + UserFile("P") +
+                             " cannot be read (no permission to read it); no write can keep it "
+                             "aside (its folder cannot be changed)";
   Fails({"read", "P"}, 1, denied, nobody);
   Fails({"write", "P", "Name", "string", "x"}, 1, denied + "; nothing was changed", nobody);
   Fails({"import", "P", "-"}, 1, denied + "; nothing was changed", nobody);
   chmod(UserFolder().c_str(), 0755);
+}
+
+// A file that is there but is no settings file: reading commands say which
+// and why; writing ones keep it aside and say where.
+TEST_F(SettingsTool, FileThatIsNotASettingsFile) {
+  struct Case {
+    std::string bytes;
+    std::string why;
+  };
+  for (const Case& bad :
+       std::vector<Case>{{"garbage, not a property list", "not a property list"},
+                         {"<plist version=\"1.0\"><string>x</string></plist>",
+                          "a property list without a dictionary at its root"},
+                         {"bplist00" + std::string(40, '\xff'), "not a property list"}}) {
+    sandbox::WriteFile(UserFile("P"), bad.bytes);
+    const std::string problem = "the per-user file " + UserFile("P") +
+                                " exists but cannot be read (" + bad.why +
+                                "); the next write keeps it aside as " + UserFile("P") +
+                                ".unreadable-XXXXXX and starts the file afresh";
+    Fails({"read", "P"}, 1, problem);
+    Fails({"read", "P", "Name"}, 1, problem);
+    Fails({"list", "P"}, 1, problem);
+    const std::string where = Ok({"where", "P"});
+    EXPECT_NE(where.find(UserFile("P") + " (exists but cannot be read: " + bad.why + ")\n"),
+              std::string::npos)
+        << where;
+    EXPECT_NE(where.find("note: " + problem + "\n"), std::string::npos) << where;
+
+    // The write goes through; the old file is kept aside, and said so.
+    const process::Result written = Tool({"write", "P", "Name", "string", "new"});
+    EXPECT_EQ(written.exitStatus, 0);
+    const std::string prefix = "morv-settings: the per-user file " + UserFile("P") +
+                               " could not be read (" + bad.why + "); it was kept aside as ";
+    ASSERT_EQ(written.errorOutput.compare(0, prefix.size(), prefix), 0) << written.errorOutput;
+    const std::string aside =
+        written.errorOutput.substr(prefix.size(), written.errorOutput.size() - prefix.size() - 1);
+    EXPECT_EQ(aside.compare(0, UserFile("P").size() + 12, UserFile("P") + ".unreadable-"), 0);
+    EXPECT_EQ(sandbox::ReadFile(aside), bad.bytes);
+    EXPECT_EQ(Ok({"read", "P", "Name"}), "new\n");
+    unlink(aside.c_str());
+  }
+}
+
+TEST_F(SettingsTool, ImportAndDeleteOverAFileThatIsNotASettingsFile) {
+  sandbox::WriteFile(m_root + "/in.plist", Plist(Key("Name", String("imported"))));
+  sandbox::WriteFile(UserFile("P"), "garbage");
+  const process::Result imported = Tool({"import", "P", m_root + "/in.plist"});
+  EXPECT_EQ(imported.exitStatus, 0);
+  EXPECT_NE(imported.errorOutput.find("could not be read (not a property list); it was kept "
+                                      "aside as " +
+                                      UserFile("P") + ".unreadable-"),
+            std::string::npos)
+      << imported.errorOutput;
+  EXPECT_EQ(Ok({"read", "P", "Name"}), "imported\n");
+
+  // A delete finds nothing to delete in a file it cannot read.
+  sandbox::WriteFile(UserFile("P"), "garbage");
+  Fails({"delete", "P", "Name"}, 1,
+        "the per-user file " + UserFile("P") +
+            " exists but cannot be read (not a property list); the next write keeps it aside as " +
+            UserFile("P") + ".unreadable-XXXXXX and starts the file afresh; nothing was changed");
+  EXPECT_EQ(sandbox::ReadFile(UserFile("P")), "garbage");
+}
+
+TEST_F(SettingsTool, SharedFileThatIsNotASettingsFile) {
+  sandbox::WriteFile(SharedFile(), "garbage");
+  const std::string problem =
+      "the shared file " + SharedFile() + " exists but cannot be read (not a property list)";
+  const process::Result read = Tool({"read", "P"});
+  EXPECT_EQ(read.exitStatus, 1);
+  EXPECT_EQ(read.errorOutput.compare(0, 15 + problem.size(), "morv-settings: " + problem), 0)
+      << read.errorOutput;
+  const process::Result installer = Tool({"read", "--installer", "P"});
+  EXPECT_EQ(installer.errorOutput.compare(0, 15 + problem.size(), "morv-settings: " + problem), 0)
+      << installer.errorOutput;
 }
 
 // --- delete -------------------------------------------------------------------------

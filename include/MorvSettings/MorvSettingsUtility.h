@@ -12,6 +12,7 @@
 #define MORVSETTINGS_MORVSETTINGSUTILITY_H
 
 #include <string>
+#include <vector>
 
 #include "MorvSettings/MorvSettings.h"
 #include "MorvSettings/MorvSettingsExport.h"
@@ -31,7 +32,9 @@ enum MORVVALUEKIND {
   MORVVALUEKIND_DICTIONARY,        // a child key: GetChild
   MORVVALUEKIND_ARRAY,             // kept in the file, but no operation reads it
   MORVVALUEKIND_DATE,              // likewise
-  MORVVALUEKIND_OTHER              // likewise (UIDs and the like)
+  MORVVALUEKIND_OTHER,             // likewise (no kind a settings file holds yet)
+  MORVVALUEKIND_UID,               // likewise: a UID (the keyed archivers' references)
+  MORVVALUEKIND_SET                // likewise: a set (an array without order)
 };
 
 // The kind of the entry `name` (one entry, as the typed operations take
@@ -62,9 +65,15 @@ class SaveResult {
   explicit operator bool() const { return IsOk(); }
   // 0 on success; otherwise the errno value that says why.
   int GetError() const { return m_error; }
+  // The files that the save found unreadable and moved aside (renamed to
+  // "<file>.unreadable-XXXXXX", never overwritten) before writing: their
+  // new names, for telling the user. Usually none.
+  const std::vector<std::string>& GetMovedAside() const { return m_movedAside; }
+  void AddMovedAside(const std::string& path) { m_movedAside.push_back(path); }
 
  private:
   int m_error;
+  std::vector<std::string> m_movedAside;
 };
 
 // Writes the files of `node` that hold changes now, instead of when the
@@ -88,6 +97,30 @@ MORVSETTINGS_API SaveResult SaveSettings(IMorvSettings* node);
 // value. A save never waits longer than this, however long another process
 // holds the lock.
 MORVSETTINGS_API unsigned SetSaveLockTimeout(unsigned milliseconds);
+
+// What is at a settings file's path, as the store would read it.
+enum MORVFILESTATE {
+  MORVFILE_MISSING = 0,          // nothing there (the store starts empty)
+  MORVFILE_READABLE,             // a settings file the store reads
+  MORVFILE_NOT_A_PROPERTY_LIST,  // not a property list, or a damaged one
+  MORVFILE_NOT_A_DICTIONARY,     // a property list without a dictionary at its root
+  MORVFILE_TOO_LARGE,            // larger than 64 MiB, or expanding far beyond its size
+  MORVFILE_TOO_DEEP,             // nested deeper than 128 levels
+  MORVFILE_BAD_TEXT,             // holding text that is not well-formed UTF-8
+  MORVFILE_NOT_A_FILE,           // a folder, a device, a pipe...
+  MORVFILE_NO_PERMISSION,        // this process may not read it
+  MORVFILE_UNREADABLE            // reading it failed otherwise
+};
+
+// The state of the settings file at `path` (one of GetProductSettingsFile
+// and GetSharedSettingsFile, or any other). Every state but MISSING and
+// READABLE is a file that the store does not use: it opens as if nothing
+// were there, and the first save that writes the file moves it aside
+// ("<file>.unreadable-XXXXXX") instead of overwriting it.
+MORVSETTINGS_API MORVFILESTATE GetSettingsFileState(const std::string& path);
+
+// A short description of a state, for messages ("not a property list").
+MORVSETTINGS_API const char* DescribeSettingsFileState(MORVFILESTATE state);
 
 enum MORVPLISTFORMAT {
   MORVPLISTFORMAT_BINARY = 0,  // binary property list, version 1.0

@@ -197,6 +197,17 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   ChildMap m_children;
 };
 
+// The library's node behind the interface, or null for another
+// implementation.
+inline MorvSettings* OwnNode(IMorvSettings* node) { return dynamic_cast<MorvSettings*>(node); }
+
+// The node's own dictionary, the one stores go to (opening the node if
+// needed), or null.
+inline PListDictionary* OwnDictionary(MorvSettings* node) {
+  if (node == nullptr || !node->Open()) return nullptr;
+  return node->GetReadWriteKey();
+}
+
 }  // namespace mvcs
 
 #endif  // MORVSETTINGS_MORVSETTINGSNODE_H

@@ -1,6 +1,6 @@
-// Inspecting and exchanging settings (see MorvSettingsUtility.h): entry
-// kinds, file locations, saving now, and export and import of a node's own
-// dictionary as a property list.
+// Inspecting settings (see MorvSettingsUtility.h): entry kinds, file
+// locations and states, saving now. Export and import are in
+// SettingsExchange.cpp.
 
 #include "MorvSettings/MorvSettingsUtility.h"
 
@@ -17,16 +17,6 @@ namespace mvcs {
 
 namespace {
 
-// The library's node behind the interface, or null for another
-// implementation.
-MorvSettings* OwnNode(IMorvSettings* node) { return dynamic_cast<MorvSettings*>(node); }
-
-// The node's own dictionary (opened if needed), or null.
-PListDictionary* OwnDictionary(MorvSettings* node) {
-  if (node == nullptr || !node->Open()) return nullptr;
-  return node->GetReadWriteKey();
-}
-
 struct KindOfEntry {
   MORVVALUEKIND operator()(const PListDictionaryRef&) const { return MORVVALUEKIND_DICTIONARY; }
   MORVVALUEKIND operator()(const PListInteger& integer) const {
@@ -37,55 +27,11 @@ struct KindOfEntry {
   MORVVALUEKIND operator()(const std::string&) const { return MORVVALUEKIND_STRING; }
   MORVVALUEKIND operator()(const PListData&) const { return MORVVALUEKIND_DATA; }
   MORVVALUEKIND operator()(const PListDate&) const { return MORVVALUEKIND_DATE; }
-  MORVVALUEKIND operator()(const PListUid&) const { return MORVVALUEKIND_OTHER; }
+  MORVVALUEKIND operator()(const PListUid&) const { return MORVVALUEKIND_UID; }
   MORVVALUEKIND operator()(const PListArrayRef& array) const {
-    return array->isSet ? MORVVALUEKIND_OTHER : MORVVALUEKIND_ARRAY;
+    return array->isSet ? MORVVALUEKIND_SET : MORVVALUEKIND_ARRAY;
   }
 };
-
-// Calls changed(path) for the path of every entry below `dictionary`
-// (`path` is the dictionary's own).
-template <class Changed>
-void ForEveryPath(const PListDictionary& dictionary, KeyPath& path, Changed& changed) {
-  for (const auto& entry : dictionary.GetEntries()) {
-    path.push_back(entry.first);
-    changed(path);
-    if (const PListDictionary* inner = AsDictionary(entry.second)) {
-      ForEveryPath(*inner, path, changed);
-    }
-    path.pop_back();
-  }
-}
-
-// Merges `from` into `into`: dictionaries into dictionaries of the same
-// name, every other entry replacing. `from` is a freshly parsed tree that
-// nothing else holds, so its dictionaries can be taken over as they are.
-// Calls changed(path) for the path (below `into`) of every entry it sets or
-// merges into, dictionaries and what they hold included.
-template <class Changed>
-void Merge(PListDictionary& into, const PListDictionary& from, KeyPath& path, Changed& changed) {
-  for (const auto& entry : from.GetEntries()) {
-    const PListDictionary* incoming = AsDictionary(entry.second);
-    const PListValue* existing = into.Find(entry.first);
-    PListDictionary* target = existing != nullptr ? AsDictionary(*existing) : nullptr;
-    path.push_back(entry.first);
-    changed(path);
-    if (incoming != nullptr && target != nullptr) {
-      Merge(*target, *incoming, path, changed);
-    } else {
-      into.Set(entry.first, entry.second);
-      // A dictionary that comes in whole: every path inside it changes.
-      if (incoming != nullptr) ForEveryPath(*incoming, path, changed);
-    }
-    path.pop_back();
-  }
-}
-
-// The number of dictionaries from the file's root down to the node's own
-// (the root counted).
-std::size_t NodeDepth(const MorvSettings& node) {
-  return tokenize(node.GetFullKeyPath(), "/").size() + 1;
-}
 
 }  // namespace
 
@@ -109,6 +55,69 @@ std::string GetProductSettingsFile(const std::string& productId) {
 
 std::string GetSharedSettingsFile() { return SharedSettingsFile(); }
 
+MORVFILESTATE GetSettingsFileState(const std::string& path) {
+  std::string bytes;
+  FileProblem problem = FileProblem::kNone;
+  switch (ReadSettingsFile(path, kMaxSettingsFileSize, bytes, nullptr, &problem)) {
+    case kFileMissing:
+      return MORVFILE_MISSING;
+    case kFileUnreadable:
+      switch (problem) {
+        case FileProblem::kNoPermission:
+          return MORVFILE_NO_PERMISSION;
+        case FileProblem::kNotAFile:
+          return MORVFILE_NOT_A_FILE;
+        case FileProblem::kTooLarge:
+          return MORVFILE_TOO_LARGE;
+        default:
+          return MORVFILE_UNREADABLE;
+      }
+    case kFileRead:
+      break;
+  }
+  mvtl::RefCountedPtr<PListDictionary> tree;
+  PListError error = PListError::kNone;
+  if (ParsePropertyList(bytes, tree, &error)) return MORVFILE_READABLE;
+  switch (error) {
+    case PListError::kNotADictionary:
+      return MORVFILE_NOT_A_DICTIONARY;
+    case PListError::kTooDeep:
+      return MORVFILE_TOO_DEEP;
+    case PListError::kTooLarge:
+      return MORVFILE_TOO_LARGE;
+    case PListError::kBadText:
+      return MORVFILE_BAD_TEXT;
+    default:
+      return MORVFILE_NOT_A_PROPERTY_LIST;
+  }
+}
+
+const char* DescribeSettingsFileState(MORVFILESTATE state) {
+  switch (state) {
+    case MORVFILE_MISSING:
+      return "missing";
+    case MORVFILE_READABLE:
+      return "readable";
+    case MORVFILE_NOT_A_PROPERTY_LIST:
+      return "not a property list";
+    case MORVFILE_NOT_A_DICTIONARY:
+      return "a property list without a dictionary at its root";
+    case MORVFILE_TOO_LARGE:
+      return "too large (over 64 MiB, or expanding far beyond its size)";
+    case MORVFILE_TOO_DEEP:
+      return "nested too deep (over 128 levels)";
+    case MORVFILE_BAD_TEXT:
+      return "holding text that is not well-formed UTF-8";
+    case MORVFILE_NOT_A_FILE:
+      return "not a regular file";
+    case MORVFILE_NO_PERMISSION:
+      return "no permission to read it";
+    case MORVFILE_UNREADABLE:
+      return "reading it failed";
+  }
+  return "reading it failed";
+}
+
 unsigned SetSaveLockTimeout(unsigned milliseconds) {
   const unsigned previous = PList::LockTimeout();
   PList::SetLockTimeout(milliseconds);
@@ -123,33 +132,16 @@ SaveResult SaveSettings(IMorvSettings* node) {
   for (PList* file : {own->GetUserFile(), own->GetSharedFile()}) {
     if (file == nullptr || file->GetRoot() == nullptr || !file->IsDirty()) continue;
     int error = 0;
-    if (!file->Save(&error) && result.IsOk()) result = SaveResult(error != 0 ? error : EIO);
+    std::string movedAside;
+    const bool saved = file->Save(&error, &movedAside);
+    if (!movedAside.empty()) result.AddMovedAside(movedAside);
+    if (!saved && result.IsOk()) {
+      SaveResult failed(error != 0 ? error : EIO);
+      for (const std::string& aside : result.GetMovedAside()) failed.AddMovedAside(aside);
+      result = failed;
+    }
   }
   return result;
-}
-
-bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format, std::string& bytes) {
-  StoreLock lock;
-  const PListDictionary* dictionary = OwnDictionary(OwnNode(node));
-  if (dictionary == nullptr) return false;
-  return format == MORVPLISTFORMAT_XML ? WriteXmlPropertyList(*dictionary, bytes)
-                                       : WriteBinaryPropertyList(*dictionary, bytes);
-}
-
-MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std::string& bytes) {
-  StoreLock lock;
-  MorvSettings* own = OwnNode(node);
-  PListDictionary* dictionary = OwnDictionary(own);
-  if (dictionary == nullptr) return MORVIMPORT_NO_NODE;
-  mvtl::RefCountedPtr<PListDictionary> incoming;
-  if (!ParsePropertyList(bytes, incoming)) return MORVIMPORT_NOT_A_SETTINGS_FILE;
-  // The list's root stands for the node's own dictionary.
-  if (NodeDepth(*own) - 1 + NestingDepth(*incoming) > kMaxNesting) return MORVIMPORT_TOO_DEEP;
-  KeyPath path;
-  auto changed = [own, dictionary](const KeyPath& below) { own->RecordChange(dictionary, below); };
-  Merge(*dictionary, *incoming, path, changed);
-  own->SetDirty(dictionary);
-  return MORVIMPORT_OK;
 }
 
 }  // namespace mvcs

@@ -87,7 +87,7 @@ bool PList::Open(bool create) {
   return m_root.Get() != nullptr;
 }
 
-bool PList::Save(int* error) {
+bool PList::Save(int* error, std::string* movedAside) {
   if (m_root.Get() == nullptr) {
     if (error != nullptr) *error = 0;
     return false;
@@ -98,7 +98,7 @@ bool PList::Save(int* error) {
     m_directoriesMade = true;
   }
   int failure = 0;
-  const bool ok = SaveLocked(failure);
+  const bool ok = SaveLocked(failure, movedAside);
   m_dirty = !ok;  // a failed save is tried again by the next one
   if (!ok) {
     if (error != nullptr) *error = failure;
@@ -107,7 +107,7 @@ bool PList::Save(int* error) {
   return ok;
 }
 
-bool PList::SaveLocked(int& error) {
+bool PList::SaveLocked(int& error, std::string* movedAside) {
   SettingsFileLock lock;
   if (!lock.Acquire(m_path, LockTimeout())) {
     error = errno;
@@ -137,7 +137,7 @@ bool PList::SaveLocked(int& error) {
   } else if (state == kFileUnreadable) {
     // Something that cannot be read is kept aside, never overwritten; this
     // object's tree, the last readable state known, takes its place.
-    if (!MoveFileAside(m_path)) {
+    if (!MoveFileAside(m_path, movedAside)) {
       error = errno;
       return false;
     }
@@ -166,6 +166,28 @@ bool PList::SaveLocked(int& error) {
   // Under the lock, what is there now is what was just written.
   SetBase(kFileRead, std::move(bytes), IdentityOf(m_path));
   m_changed.clear();
+  return true;
+}
+
+bool PList::Refresh(bool* changed) {
+  if (changed != nullptr) *changed = false;
+  if (m_root.Get() == nullptr) return true;
+  FileIdentity identity = IdentityOf(m_path);
+  if (m_baseState != kFileUnreadable && identity == m_baseIdentity) return true;
+  std::string disk;
+  const FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity);
+  if (state == kFileUnreadable) return false;
+  if (state == m_baseState && disk == m_baseBytes) {
+    m_baseIdentity = identity;  // touched, not changed
+    return true;
+  }
+  mvtl::RefCountedPtr<PListDictionary> diskTree;
+  if (state == kFileRead && !ParsePropertyList(disk, diskTree)) return false;
+  if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
+  ApplyChanges(*m_root, m_changed, *diskTree);
+  Adopt(*m_root, *diskTree);
+  SetBase(state, std::move(disk), identity);
+  if (changed != nullptr) *changed = true;
   return true;
 }
 

@@ -66,7 +66,17 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // for a file larger than the store reads, EINVAL for a tree that cannot
   // be written so as to read back, or 0 with no root dictionary. errno is
   // left set to the same value.
-  bool Save(int* error = nullptr);
+  // When the save moved an unreadable file aside, *movedAside (when not
+  // null) receives its new name.
+  bool Save(int* error = nullptr, std::string* movedAside = nullptr);
+
+  // Reads the file again if it changed since this object last read or
+  // wrote it (its identity tells, without reading), keeping this process's
+  // recorded changes on top, as a save merges them; the tree is updated in
+  // place. *changed (when not null) says whether it was read again. False,
+  // with the tree as it was, when a file is there that cannot be read.
+  // True at once when no tree is loaded.
+  bool Refresh(bool* changed = nullptr);
 
   // Counting, with the cache step described above.
   int Release() override;
@@ -91,7 +101,7 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
 
   // The part of Save that runs under the file's lock. False on failure,
   // with `error` set.
-  bool SaveLocked(int& error);
+  bool SaveLocked(int& error, std::string* movedAside);
 
   // Records the file as last read or written: what was there (`state`)
   // and, when it was read, its bytes and identity.

@@ -10,6 +10,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/file.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -149,15 +150,24 @@ FileIdentity IdentityOf(const std::string& path) {
 }
 
 FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes,
-                                FileIdentity* identity) {
+                                FileIdentity* identity, FileProblem* problem) {
+  FileProblem ignored;
+  FileProblem& why = problem != nullptr ? *problem : ignored;
+  why = FileProblem::kNone;
   // Non-blocking, so that opening a FIFO cannot wait for a writer.
   const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (fd.Get() < 0) {
-    return errno == ENOENT || errno == ENOTDIR ? kFileMissing : kFileUnreadable;
+    if (errno == ENOENT || errno == ENOTDIR) return kFileMissing;
+    why = errno == EACCES || errno == EPERM ? FileProblem::kNoPermission : FileProblem::kOther;
+    return kFileUnreadable;
   }
   struct stat info;
-  if (fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return kFileUnreadable;
+  if (fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    why = FileProblem::kNotAFile;
+    return kFileUnreadable;
+  }
   if (identity != nullptr) *identity = IdentityFrom(info);
+  why = FileProblem::kTooLarge;
   if (static_cast<std::size_t>(info.st_size) > maxSize) return kFileUnreadable;
   // One byte more than the file holds, so that the read that meets its end
   // needs no more room.
@@ -174,12 +184,14 @@ FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, st
     const ssize_t got = read(fd.Get(), &contents[total], contents.size() - total);
     if (got < 0) {
       if (errno == EINTR) continue;
+      why = FileProblem::kOther;
       return kFileUnreadable;
     }
     if (got == 0) break;
     total += static_cast<std::size_t>(got);
   }
   if (total > maxSize) return kFileUnreadable;
+  why = FileProblem::kNone;
   contents.resize(total);
   bytes.swap(contents);
   return kFileRead;
@@ -280,7 +292,65 @@ void RemoveStaleTemporaryFiles(const std::string& settingsPath) {
   for (const std::string& name : stale) unlink((directory + "/" + name).c_str());
 }
 
-bool MoveFileAside(const std::string& path) {
+FileWatch::FileWatch(const std::vector<std::string>& files)
+    : m_fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)), m_files(files) {
+  if (m_fd >= 0) Arm();
+}
+
+FileWatch::~FileWatch() {
+  if (m_fd >= 0) close(m_fd);  // closing drops every watch
+}
+
+void FileWatch::Arm() {
+  const uint32_t mask = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE |
+                        IN_MODIFY | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+  std::vector<int> watches;
+  for (const std::string& file : m_files) {
+    // The file's folder, or the nearest folder above it that exists.
+    std::string folder = DirectoryOf(LinkTarget(file));
+    for (;;) {
+      const int watch = inotify_add_watch(m_fd, folder.c_str(), mask);
+      if (watch >= 0) {
+        watches.push_back(watch);
+        break;
+      }
+      if (folder == "/" || folder == ".") break;
+      folder = DirectoryOf(folder);
+    }
+  }
+  std::sort(watches.begin(), watches.end());
+  watches.erase(std::unique(watches.begin(), watches.end()), watches.end());
+  for (int old : m_watches) {
+    if (!std::binary_search(watches.begin(), watches.end(), old)) inotify_rm_watch(m_fd, old);
+  }
+  m_watches.swap(watches);
+}
+
+bool FileWatch::Drain() {
+  if (m_fd < 0) return false;
+  bool any = false, folders = false;
+  alignas(inotify_event) char buffer[16384];
+  for (;;) {
+    const ssize_t got = read(m_fd, buffer, sizeof(buffer));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    any = true;
+    for (ssize_t at = 0; at < got;) {
+      const inotify_event* event = reinterpret_cast<const inotify_event*>(buffer + at);
+      // A folder made, removed or moved (or a watch gone with its folder,
+      // or events lost): the folders to watch may be others now.
+      if ((event->mask & (IN_ISDIR | IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_Q_OVERFLOW)) !=
+          0) {
+        folders = true;
+      }
+      at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+    }
+  }
+  if (folders) Arm();
+  return any;
+}
+
+bool MoveFileAside(const std::string& path, std::string* movedTo) {
   struct stat info;
   if (lstat(path.c_str(), &info) != 0) return errno == ENOENT || errno == ENOTDIR;
   if (!S_ISREG(info.st_mode) && !S_ISLNK(info.st_mode)) return false;
@@ -294,6 +364,7 @@ bool MoveFileAside(const std::string& path) {
     unlink(aside.c_str());
     return false;
   }
+  if (movedTo != nullptr) *movedTo = aside;
   return true;
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace mvcs {
 
@@ -55,10 +56,19 @@ FileIdentity IdentityOf(const std::string& path);
 
 // Reads the regular file at `path`, at most `maxSize` bytes (a larger file
 // is unreadable). Never blocks on special files (FIFOs, devices).
+// Why a file is unreadable (kFileUnreadable).
+enum class FileProblem {
+  kNone,
+  kNoPermission,  // open failed with EACCES or EPERM
+  kNotAFile,      // a folder, device, FIFO, socket...
+  kTooLarge,      // larger than the limit
+  kOther,         // another failure of open or read
+};
+
 // When `identity` is not null it receives the identity of the file read
-// (with kFileRead).
+// (with kFileRead); when `problem` is not null, why it is unreadable.
 FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes,
-                                FileIdentity* identity = nullptr);
+                                FileIdentity* identity = nullptr, FileProblem* problem = nullptr);
 
 // For every "/" in `path` after its first character, in order: if the
 // prefix before it does not exist, creates it as a directory with mode 0777
@@ -106,11 +116,44 @@ class SettingsFileLock {
 // a save that is still running.
 void RemoveStaleTemporaryFiles(const std::string& settingsPath);
 
+// Tells when any of some files may have changed, through inotify: the
+// folders that hold them are watched (or, for a folder that does not exist
+// yet, the nearest one above it that does, until the folders are made), so
+// that files made, replaced by rename, written in place or removed are all
+// seen. Says "may": what it reports is to be checked (IdentityOf).
+class FileWatch {
+ public:
+  explicit FileWatch(const std::vector<std::string>& files);
+  ~FileWatch();
+  FileWatch(const FileWatch&) = delete;
+  FileWatch& operator=(const FileWatch&) = delete;
+
+  // False when inotify could not be had.
+  bool IsValid() const { return m_fd >= 0; }
+
+  // Readable (POLLIN) when events are pending.
+  int Descriptor() const { return m_fd; }
+
+  // Takes the pending events without waiting, and follows folders that
+  // were made, removed or moved. True when there were any.
+  bool Drain();
+
+ private:
+  // Watches the folder of each file, or the nearest existing one above it,
+  // and nothing else.
+  void Arm();
+
+  int m_fd;
+  std::vector<std::string> m_files;
+  std::vector<int> m_watches;  // the watch descriptors now in use
+};
+
 // Moves a file that could not be read out of the way before it is
 // replaced: renames it to "<path>.unreadable-XXXXXX" (a new name) beside
-// it. True when that worked or when nothing is at `path` any more; false
-// (nothing moved) for anything else, including a directory at `path`.
-bool MoveFileAside(const std::string& path);
+// it. True when that worked (and `movedTo`, when not null, receives the new
+// name) or when nothing is at `path` any more; false (nothing moved) for
+// anything else, including a directory at `path`.
+bool MoveFileAside(const std::string& path, std::string* movedTo = nullptr);
 
 }  // namespace mvcs
 

@@ -6,10 +6,13 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iostream>
 #include <set>
 #include <vector>
 
+#include "JsonValues.h"
 #include "MorvSettings/MorvSettingsUtility.h"
+#include "MorvSettings/MorvSettingsValue.h"
 #include "ToolError.h"
 #include "ToolFiles.h"
 #include "ValueTypes.h"
@@ -32,6 +35,11 @@ ToolError NotFound(const SettingsTarget& target, const std::string& key) {
   return Failure("there is no " + Where(target, key) + " " + target.DescribeFiles());
 }
 
+// "the per-user file <path>" or "the shared file <path>".
+std::string FileLabel(const SettingsTarget& target, const std::string& path) {
+  return (path == target.SharedFile() ? "the shared file " : "the per-user file ") + path;
+}
+
 // A save that did not happen: nothing on disk changed.
 ToolError NotWritten(const SettingsTarget& target, int reason) {
   std::string message = "cannot write " + target.OwnFile();
@@ -44,9 +52,16 @@ ToolError NotWritten(const SettingsTarget& target, int reason) {
   return Failure(message + "; nothing was changed");
 }
 
-// Writes the node's changes now, or throws.
+// Writes the node's changes now, or throws; says on standard error which
+// unreadable file the save kept aside, and where.
 void Save(const SettingsTarget& target, const Node& node) {
   const mvcs::SaveResult result = mvcs::SaveSettings(node.Get());
+  for (const std::string& aside : result.GetMovedAside()) {
+    const std::string original = aside.substr(0, aside.rfind(".unreadable-"));
+    std::cerr << "morv-settings: " << FileLabel(target, original) << " could not be read ("
+              << mvcs::DescribeSettingsFileState(mvcs::GetSettingsFileState(aside))
+              << "); it was kept aside as " << aside << "\n";
+  }
   if (!result) throw NotWritten(target, result.GetError());
 }
 
@@ -109,11 +124,58 @@ void PrintTree(mvcs::IMorvSettings& node, const std::string& indent, std::ostrea
   }
 }
 
-// Throws when the file that changes go to exists but cannot be read: the
-// store would take it for missing (and a write would start it afresh).
-void CheckOwnFile(const SettingsTarget& target, bool changing) {
-  const std::string problem = ReadProblem(target.OwnFile());
-  if (!problem.empty()) throw Failure(problem + (changing ? "; nothing was changed" : ""));
+// What stops a command from using a settings file: nothing, or a problem
+// that a write keeps aside, or one that no write gets past.
+struct FileCheck {
+  std::string problem;  // "" when the file can be used (or is not there)
+  bool blocksWrites = false;
+};
+
+// Why a settings file that is there cannot be used, and what becomes of it.
+FileCheck CheckFile(const SettingsTarget& target, const std::string& path) {
+  FileCheck check;
+  if (path.empty()) return check;
+  const mvcs::MORVFILESTATE state = mvcs::GetSettingsFileState(path);
+  if (state == mvcs::MORVFILE_MISSING || state == mvcs::MORVFILE_READABLE) return check;
+  const bool seen = Exists(path);
+  check.problem = FileLabel(target, path) +
+                  (seen ? " exists but cannot be read (" : " cannot be read (") +
+                  mvcs::DescribeSettingsFileState(state) + ")";
+  if (state == mvcs::MORVFILE_NOT_A_FILE || state == mvcs::MORVFILE_UNREADABLE) {
+    check.problem += "; no write can replace it";
+    check.blocksWrites = true;
+  } else if (!seen || !FolderIsWritable(path)) {
+    check.problem += "; no write can keep it aside (its folder cannot be changed)";
+    check.blocksWrites = true;
+  } else {
+    check.problem += "; the next write keeps it aside as " + path +
+                     ".unreadable-XXXXXX and starts the file afresh";
+  }
+  return check;
+}
+
+// The files a command on `target` reads: the one changes go to and, for a
+// product's own settings, the shared file with its defaults.
+std::vector<std::string> FilesRead(const SettingsTarget& target) {
+  if (target.IsInstaller()) return {target.SharedFile()};
+  return {target.OwnFile(), target.SharedFile()};
+}
+
+// Throws when a file the command reads exists but cannot be read.
+void CheckReadable(const SettingsTarget& target, const std::vector<std::string>& files,
+                   const char* outcome = "") {
+  for (const std::string& file : files) {
+    const FileCheck check = CheckFile(target, file);
+    if (!check.problem.empty()) throw Failure(check.problem + outcome);
+  }
+}
+
+// Throws, before anything is changed, when the file that changes go to is
+// there but cannot be read and a save could not keep it aside. One that
+// can be kept aside is, by the save, which Save() then reports.
+void CheckWritable(const SettingsTarget& target) {
+  const FileCheck check = CheckFile(target, target.OwnFile());
+  if (check.blocksWrites) throw Failure(check.problem + "; nothing was changed");
 }
 
 // For an entry that the per-user file lacks but the product reads from the
@@ -144,22 +206,43 @@ Node RequireOwnNode(const SettingsTarget& target) {
   return node;
 }
 
+// The tree of a node of `target`, as a read shows it (with the shared
+// file's defaults for a product's own settings).
+mvcs::SettingsValue TreeOf(const SettingsTarget& target, const Node& node) {
+  mvcs::SettingsValue tree;
+  if (!mvcs::ReadSettingsTree(node.Get(), !target.IsInstaller(), tree)) {
+    throw Failure("cannot read " + target.Describe() + " " + target.DescribeFiles());
+  }
+  return tree;
+}
+
 }  // namespace
 
 void ReadCommand(const SettingsTarget& target, const std::string& key, const std::string& typeName,
-                 std::ostream& out) {
+                 bool json, std::ostream& out) {
   const ValueType* type = typeName.empty() ? nullptr : &RequireType(typeName);
-  CheckOwnFile(target, false);
+  CheckReadable(target, FilesRead(target));
   if (key.empty()) {
     if (type != nullptr) throw UsageError("--type needs a KEY: a node holds many values");
     Node node = RequireNode(target, Access::kRead);
-    PrintTree(*node, "", out);
+    if (json) {
+      out << ToJson(TreeOf(target, node)).dump() << "\n";
+    } else {
+      PrintTree(*node, "", out);
+    }
     return;
   }
   const Entry entry = SplitEntry(key);
   Node parent;
   const mvcs::MORVVALUEKIND kind = KindAt(target, entry, Access::kRead, parent);
   if (kind == mvcs::MORVVALUEKIND_NONE) throw NotFound(target, key);
+  if (json && type == nullptr) {
+    // Every kind, as its JSON: the entry out of the parent's tree.
+    for (const mvcs::SettingsEntry& item : TreeOf(target, parent).entries) {
+      if (item.name == entry.name) out << ToJson(item.value).dump() << "\n";
+    }
+    return;
+  }
   if (kind == mvcs::MORVVALUEKIND_DICTIONARY && type == nullptr) {
     Node child;
     if (!parent->GetChild(entry.name, &child)) throw NotFound(target, key);
@@ -176,7 +259,11 @@ void ReadCommand(const SettingsTarget& target, const std::string& key, const std
     throw Failure(Where(target, key) + " is " + WithArticle(kind) + ", which cannot be read as " +
                   type->name);
   }
-  out << FormatPlain(value) << "\n";
+  if (json) {
+    out << ToJson(value).dump() << "\n";
+  } else {
+    out << FormatPlain(value) << "\n";
+  }
 }
 
 void WriteCommand(const SettingsTarget& target, const std::string& key, const std::string& typeName,
@@ -206,7 +293,7 @@ void WriteCommand(const SettingsTarget& target, const std::string& key, const st
                      " (type " + type.name + "); nothing was changed");
   }
 
-  CheckOwnFile(target, true);
+  CheckWritable(target);
   Node parent;
   const mvcs::MORVVALUEKIND kind = KindAt(target, entry, Access::kWrite, parent);
   if (!parent) {
@@ -227,7 +314,7 @@ void WriteCommand(const SettingsTarget& target, const std::string& key, const st
 }
 
 void DeleteCommand(const SettingsTarget& target, const std::string& key) {
-  CheckOwnFile(target, true);
+  CheckReadable(target, {target.OwnFile()}, "; nothing was changed");
   if (key.empty()) {
     Node node = RequireOwnNode(target);
     errno = 0;
@@ -249,9 +336,10 @@ void DeleteCommand(const SettingsTarget& target, const std::string& key) {
   Save(target, parent);
 }
 
-void ListCommand(const SettingsTarget& target, const std::string& keyPath, std::ostream& out) {
+void ListCommand(const SettingsTarget& target, const std::string& keyPath, bool json,
+                 std::ostream& out) {
   const std::vector<std::string> path = SettingsTarget::SplitKeyPath(keyPath, true);
-  CheckOwnFile(target, false);
+  CheckReadable(target, FilesRead(target));
   Node node = target.Open(path, Access::kRead);
   if (!node) {
     if (!path.empty()) {
@@ -268,13 +356,23 @@ void ListCommand(const SettingsTarget& target, const std::string& keyPath, std::
   std::set<std::string> values;
   node->GetChildNames(children);
   node->GetValueNames(values);
+  if (json) {
+    nlohmann::json listing = {{"keys", nlohmann::json::array()},
+                              {"values", nlohmann::json::object()}};
+    for (const std::string& name : children) listing["keys"].push_back(name);
+    for (const std::string& name : values) {
+      listing["values"][name] = KindName(mvcs::GetValueKind(node.Get(), name));
+    }
+    out << listing.dump() << "\n";
+    return;
+  }
   for (const std::string& name : children) out << name << "/\n";
   for (const std::string& name : values) out << name << "\n";
 }
 
 void ExportCommand(const SettingsTarget& target, const std::string& format,
                    const std::string& file) {
-  CheckOwnFile(target, false);
+  CheckReadable(target, {target.OwnFile()});
   Node node = RequireOwnNode(target);
   std::string bytes;
   const mvcs::MORVPLISTFORMAT kind =
@@ -285,19 +383,37 @@ void ExportCommand(const SettingsTarget& target, const std::string& format,
   WriteOutput(file.empty() ? std::string("-") : file, bytes);
 }
 
-void ImportCommand(const SettingsTarget& target, const std::string& file) {
+void ImportCommand(const SettingsTarget& target, const std::string& file, bool json) {
   const std::string bytes = ReadInput(file);
   const std::string source = file == "-" ? std::string("standard input") : file;
-  CheckOwnFile(target, true);
+  mvcs::SettingsValue tree;
+  if (json) {
+    // What read --json prints: the product's node as one JSON object.
+    nlohmann::json parsed = nlohmann::json::parse(bytes, nullptr, false);
+    std::string error;
+    if (parsed.is_discarded()) {
+      throw Failure(source + " is not JSON; nothing was changed");
+    }
+    if (!parsed.is_object() || !FromJson(parsed, tree, error) ||
+        tree.kind != mvcs::MORVVALUEKIND_DICTIONARY) {
+      throw Failure(source + " is not the JSON of a settings node (as read --json prints it)" +
+                    (error.empty() ? std::string() : ": " + error) + "; nothing was changed");
+    }
+  }
+  CheckWritable(target);
   Node node = target.Open({}, Access::kWrite);
   if (!node) throw NotFound(target, "");
-  switch (mvcs::ImportSettings(node.Get(), bytes)) {
+  switch (json ? mvcs::WriteSettingsTree(node.Get(), tree)
+               : mvcs::ImportSettings(node.Get(), bytes)) {
     case mvcs::MORVIMPORT_OK:
       break;
     case mvcs::MORVIMPORT_NOT_A_SETTINGS_FILE:
       throw Failure(source +
-                    " is not a property list with a dictionary at its root that the "
-                    "settings store can read; nothing was changed");
+                    (json ? std::string(" holds what a settings file cannot (a key twice, or "
+                                        "text with U+0000)")
+                          : std::string(" is not a property list with a dictionary at its root "
+                                        "that the settings store can read")) +
+                    "; nothing was changed");
     case mvcs::MORVIMPORT_TOO_DEEP:
       throw Failure(source + " nests too deep to go into " + target.Describe() +
                     " (a settings file nests at most 128 levels); nothing was changed");
@@ -307,12 +423,41 @@ void ImportCommand(const SettingsTarget& target, const std::string& file) {
   Save(target, node);
 }
 
-void WhereCommand(const SettingsTarget& target, std::ostream& out) {
-  auto line = [&out](const char* label, const std::string& path) {
-    out << label << path << (Exists(path) ? " (exists)" : " (missing)") << "\n";
+void WhereCommand(const SettingsTarget& target, bool json, std::ostream& out) {
+  // Each file: where, whether it is there, and what is wrong with it.
+  auto state = [](const std::string& path) {
+    const mvcs::MORVFILESTATE state = mvcs::GetSettingsFileState(path);
+    return state == mvcs::MORVFILE_MISSING    ? std::string("missing")
+           : state == mvcs::MORVFILE_READABLE ? std::string("exists")
+                                              : std::string("exists but cannot be read: ") +
+                                                    mvcs::DescribeSettingsFileState(state);
+  };
+  const std::string own = target.IsInstaller() ? std::string() : target.OwnFile();
+  if (json) {
+    nlohmann::json where = {{"key", target.NodePath({})}};
+    auto file = [&](const std::string& path) {
+      const mvcs::MORVFILESTATE fileState = mvcs::GetSettingsFileState(path);
+      nlohmann::json entry = {{"path", path},
+                              {"exists", fileState != mvcs::MORVFILE_MISSING},
+                              {"readable", fileState == mvcs::MORVFILE_MISSING ||
+                                               fileState == mvcs::MORVFILE_READABLE}};
+      if (!entry["readable"].get<bool>()) {
+        entry["problem"] = mvcs::DescribeSettingsFileState(fileState);
+      }
+      return entry;
+    };
+    if (!target.IsInstaller()) where["perUserFile"] = own.empty() ? nlohmann::json() : file(own);
+    where["sharedFile"] = file(target.SharedFile());
+    out << where.dump() << "\n";
+    return;
+  }
+  std::string notes;
+  auto line = [&](const char* label, const std::string& path) {
+    out << label << path << " (" << state(path) << ")\n";
+    const FileCheck check = CheckFile(target, path);
+    if (!check.problem.empty()) notes += "note: " + check.problem + "\n";
   };
   if (!target.IsInstaller()) {
-    const std::string own = target.OwnFile();
     if (own.empty()) {
       out << "per-user file: none (neither XDG_CONFIG_HOME nor HOME is set)\n";
     } else {
@@ -320,7 +465,7 @@ void WhereCommand(const SettingsTarget& target, std::ostream& out) {
     }
   }
   line("shared file:   ", target.SharedFile());
-  out << "key:           " << target.NodePath({}) << "\n";
+  out << "key:           " << target.NodePath({}) << "\n" << notes;
 }
 
 }  // namespace morv_tool

@@ -17,8 +17,9 @@ namespace morv_tool {
 // Prints the value at `key` ("a/b/name"), or the node at `key` (or the
 // whole product's node for an empty key) as an indented tree of entries
 // with their kinds. With `type`, reads the value through that type's fetch.
+// With `json`, prints the JSON of the value or node (see JsonValues.h).
 void ReadCommand(const SettingsTarget& target, const std::string& key, const std::string& type,
-                 std::ostream& out);
+                 bool json, std::ostream& out);
 
 // Stores a value of `type` at `key`, parsed from `value` (when `hasValue`)
 // or taken from the bytes of `file` (string and data), creating the file
@@ -32,7 +33,9 @@ void DeleteCommand(const SettingsTarget& target, const std::string& key);
 
 // Prints the child keys (with a trailing "/") and the value names of the
 // node at `keyPath` (the product's node for an empty path).
-void ListCommand(const SettingsTarget& target, const std::string& keyPath, std::ostream& out);
+// With `json`: {"keys": [names], "values": {name: kind}}.
+void ListCommand(const SettingsTarget& target, const std::string& keyPath, bool json,
+                 std::ostream& out);
 
 // Writes the product's own entries as a property list ("xml" or "binary")
 // to `file` ("-" for standard output).
@@ -41,10 +44,24 @@ void ExportCommand(const SettingsTarget& target, const std::string& format,
 
 // Merges the property list in `file` ("-" for standard input) into the
 // product's node and writes the file.
-void ImportCommand(const SettingsTarget& target, const std::string& file);
+// With `json`, the file holds what read --json printed for a node.
+void ImportCommand(const SettingsTarget& target, const std::string& file, bool json);
 
 // Prints the files that the product's settings use and its key path.
-void WhereCommand(const SettingsTarget& target, std::ostream& out);
+// With `json`: {"key": ..., "perUserFile": {"path", "exists", "readable",
+// "problem"}, "sharedFile": {...}}.
+void WhereCommand(const SettingsTarget& target, bool json, std::ostream& out);
+
+// Prints one line per changed entry of the node at `key` (the product's
+// node for an empty key) as changes happen, until SIGINT or SIGTERM; with
+// `json`, one JSON object per line.
+void WatchCommand(const SettingsTarget& target, const std::string& key, bool json,
+                  std::ostream& out);
+
+// Prints the product ids that have settings: per-user files, and the
+// products the shared file holds (with `installer`, the installer records
+// there).
+void ProductsCommand(bool installer, bool json, std::ostream& out);
 
 }  // namespace morv_tool
 

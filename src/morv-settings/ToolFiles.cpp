@@ -51,18 +51,10 @@ bool Exists(const std::string& path) {
   return !path.empty() && lstat(path.c_str(), &info) == 0;
 }
 
-std::string ReadProblem(const std::string& path) {
-  if (path.empty()) return std::string();
-  Descriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (fd.Get() < 0) {
-    return errno == ENOENT || errno == ENOTDIR ? std::string()
-                                               : "cannot read " + path + ": " + ErrnoText();
-  }
-  struct stat info;
-  if (fstat(fd.Get(), &info) == 0 && !S_ISREG(info.st_mode)) {
-    return "cannot read " + path + ": not a regular file";
-  }
-  return std::string();
+bool FolderIsWritable(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  return access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
 std::string ReadInput(const std::string& path) {

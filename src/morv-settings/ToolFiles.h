@@ -24,12 +24,12 @@ std::string ReadInput(const std::string& path);
 // the file.
 void WriteOutput(const std::string& path, const std::string& bytes);
 
-// Whether something exists at `path`.
+// Whether something exists at `path` (false also when its folder cannot
+// be searched).
 bool Exists(const std::string& path);
 
-// Why the file at `path` cannot be read ("cannot read <path>: Permission
-// denied"), or "" when it can be, or when there is none.
-std::string ReadProblem(const std::string& path);
+// Whether this process may add and rename files in the folder of `path`.
+bool FolderIsWritable(const std::string& path);
 
 // The text of the current errno ("Permission denied").
 std::string ErrnoText();

@@ -317,6 +317,10 @@ const char* KindName(mvcs::MORVVALUEKIND kind) {
       return "array";
     case mvcs::MORVVALUEKIND_DATE:
       return "date";
+    case mvcs::MORVVALUEKIND_UID:
+      return "uid";
+    case mvcs::MORVVALUEKIND_SET:
+      return "set";
     case mvcs::MORVVALUEKIND_OTHER:
       return "other";
     default:

@@ -32,6 +32,7 @@ struct Options {
   std::string value;
   std::string file;
   std::string format = "xml";
+  bool json = false;
 };
 
 std::string TypeList() {
@@ -49,6 +50,11 @@ void AddTarget(CLI::App* command, Options& options) {
                     "Work on the installer's record (Install/PRODUCT, shared file)");
   command->add_option("PRODUCT", options.product, "Product id, such as MorvMediaServer")
       ->required();
+}
+
+// Adds --json, which prints (or, for import, reads) JSON.
+void AddJson(CLI::App* command, Options& options, const char* what) {
+  command->add_flag("--json", options.json, what);
 }
 
 const char kDescription[] =
@@ -74,7 +80,9 @@ const char kFooter[] =
     "  morv-settings write MorvMediaServer Network/HttpPort int 8080\n"
     "  morv-settings read MorvMediaServer\n"
     "  morv-settings export MorvMediaServer --format binary backup.plist\n"
-    "  morv-settings import OtherProduct backup.plist\n";
+    "  morv-settings import OtherProduct backup.plist\n"
+    "  morv-settings watch MorvMediaServer Network\n"
+    "  morv-settings read --json MorvMediaServer > settings.json\n";
 
 // The command that argv names, when it names none that exists: CLI11 would
 // only say that a command is required.
@@ -92,8 +100,13 @@ std::string UnknownCommand(const CLI::App& app, int argc, char** argv) {
 // command line is parsed.
 struct Command {
   CLI::App* app;
-  std::function<void(const morv_tool::SettingsTarget&)> run;
+  std::function<void()> run;
 };
+
+// What the command works on, from --installer and PRODUCT (checked here).
+morv_tool::SettingsTarget Target(const Options& options) {
+  return morv_tool::SettingsTarget(options.product, options.installer);
+}
 
 Command AddRead(CLI::App& app, Options& options) {
   CLI::App* read =
@@ -102,14 +115,21 @@ Command AddRead(CLI::App& app, Options& options) {
   read->add_option("KEY", options.key,
                    "The value or key to print (a/b/name); the product's whole node if left out");
   read->add_option("--type,-t", options.type, "Read the value as this type (see below)");
-  read->footer(TypeList() +
-               "\nWithout --type, a value prints as its kind: numbers in decimal (reals in\n"
-               "the shortest form that reads back exactly), true or false, text as it is,\n"
-               "data in hex. A key prints as a tree: NAME (KIND) = VALUE, keys as NAME/.\n"
-               "With --type, the value is read as the store's Fetch for that type reads it\n"
-               "(numbers convert, and are also read from text entries).");
-  return {read, [&options](const morv_tool::SettingsTarget& target) {
-            morv_tool::ReadCommand(target, options.key, options.type, std::cout);
+  AddJson(read, options, "Print JSON: every kind of entry, exactly (see morv-settings(1))");
+  read->footer(
+      TypeList() +
+      "\nWithout --type, a value prints as its kind: numbers in decimal (reals in\n"
+      "the shortest form that reads back exactly), true or false, text as it is,\n"
+      "data in hex. A key prints as a tree: NAME (KIND) = VALUE, keys as NAME/.\n"
+      "With --type, the value is read as the store's Fetch for that type reads it\n"
+      "(numbers convert, and are also read from text entries).\n"
+      "With --json, a key prints as a JSON object, a value as its JSON: integers\n"
+      "and reals as numbers (reals always with a fraction or an exponent), data\n"
+      "as {\"$data\": BASE64}, dates as {\"$date\": ISO-8601}, sets as {\"$set\": [...]},\n"
+      "UIDs as {\"$uid\": N}; import --json reads it back.");
+  return {read, [&options] {
+            morv_tool::ReadCommand(Target(options), options.key, options.type, options.json,
+                                   std::cout);
           }};
 }
 
@@ -130,8 +150,8 @@ Command AddWrite(CLI::App& app, Options& options) {
                 "its name; a key with entries below it is not replaced (delete it first).\n"
                 "Missing keys on the way are made. Put -- before a negative number\n"
                 "if it is taken for an option.");
-  return {write, [&options, value](const morv_tool::SettingsTarget& target) {
-            morv_tool::WriteCommand(target, options.key, options.type, value->count() > 0,
+  return {write, [&options, value] {
+            morv_tool::WriteCommand(Target(options), options.key, options.type, value->count() > 0,
                                     options.value, options.file);
           }};
 }
@@ -145,17 +165,16 @@ Command AddDelete(CLI::App& app, Options& options) {
   remove->footer(
       "Deletes only from the file that changes go to: a product's machine-wide\n"
       "defaults are left as they are.");
-  return {remove, [&options](const morv_tool::SettingsTarget& target) {
-            morv_tool::DeleteCommand(target, options.key);
-          }};
+  return {remove, [&options] { morv_tool::DeleteCommand(Target(options), options.key); }};
 }
 
 Command AddList(CLI::App& app, Options& options) {
   CLI::App* list = app.add_subcommand("list", "List the keys (with a trailing /) and values");
   AddTarget(list, options);
   list->add_option("KEY", options.key, "The key to list (a/b); the product's node if left out");
-  return {list, [&options](const morv_tool::SettingsTarget& target) {
-            morv_tool::ListCommand(target, options.key, std::cout);
+  AddJson(list, options, "Print {\"keys\": [NAME...], \"values\": {NAME: KIND...}}");
+  return {list, [&options] {
+            morv_tool::ListCommand(Target(options), options.key, options.json, std::cout);
           }};
 }
 
@@ -171,9 +190,8 @@ Command AddExport(CLI::App& app, Options& options) {
       "shared file with --installer), every kind of entry included (arrays and dates\n"
       "too); a product's machine-wide defaults are not part of it. import reads the\n"
       "result back.");
-  return {exportCommand, [&options](const morv_tool::SettingsTarget& target) {
-            morv_tool::ExportCommand(target, options.format, options.file);
-          }};
+  return {exportCommand,
+          [&options] { morv_tool::ExportCommand(Target(options), options.format, options.file); }};
 }
 
 Command AddImport(CLI::App& app, Options& options) {
@@ -181,32 +199,61 @@ Command AddImport(CLI::App& app, Options& options) {
       "import", "Merge a property list (XML or binary) into the product's settings");
   AddTarget(import, options);
   import->add_option("FILE", options.file, "The property list (- for standard input)")->required();
+  AddJson(import, options, "FILE holds JSON, as read --json prints a node");
   import->footer(
       "Dictionaries merge into the keys of their names (made when missing); every\n"
       "other entry replaces the entry of its name; entries the file does not name are\n"
       "kept. A file that is not a property list with a dictionary at its root changes\n"
       "nothing.");
-  return {import, [&options](const morv_tool::SettingsTarget& target) {
-            morv_tool::ImportCommand(target, options.file);
-          }};
+  return {import,
+          [&options] { morv_tool::ImportCommand(Target(options), options.file, options.json); }};
 }
 
 Command AddWhere(CLI::App& app, Options& options) {
   CLI::App* where =
       app.add_subcommand("where", "Show the files that the product's settings use, and its key");
   AddTarget(where, options);
-  return {where, [](const morv_tool::SettingsTarget& target) {
-            morv_tool::WhereCommand(target, std::cout);
+  AddJson(where, options, "Print the files and the key as a JSON object");
+  return {where, [&options] { morv_tool::WhereCommand(Target(options), options.json, std::cout); }};
+}
+
+Command AddWatch(CLI::App& app, Options& options) {
+  CLI::App* watch = app.add_subcommand(
+      "watch", "Print each change to the product's settings as it happens, until interrupted");
+  AddTarget(watch, options);
+  watch->add_option("KEY", options.key,
+                    "The key to watch (a/b), with everything below it; the product's node if "
+                    "left out");
+  AddJson(watch, options,
+          "Print one JSON object per change: {\"change\", \"path\", \"old\", \"new\"}");
+  watch->footer(
+      "Prints one line per value that changes, whichever program changed it:\n"
+      "  added PATH (KIND) VALUE\n"
+      "  removed PATH (KIND) VALUE\n"
+      "  changed PATH: (KIND) OLD -> (KIND) NEW\n"
+      "PATH is relative to the watched key. Ends on SIGINT (Ctrl-C) or SIGTERM, with\n"
+      "exit status 0.");
+  return {watch, [&options] {
+            morv_tool::WatchCommand(Target(options), options.key, options.json, std::cout);
           }};
+}
+
+Command AddProducts(CLI::App& app, Options& options) {
+  CLI::App* products =
+      app.add_subcommand("products", "List the products that have settings, one per line");
+  products->add_flag("--installer", options.installer,
+                     "List the products that the installer recorded (Install/ in the shared file)");
+  AddJson(products, options, "Print a JSON array of the product ids");
+  return {products,
+          [&options] { morv_tool::ProductsCommand(options.installer, options.json, std::cout); }};
 }
 
 // Runs the command that the command line chose; prints a failure and
 // returns its exit status.
-int Run(const std::vector<Command>& commands, const Options& options) {
+int Run(const std::vector<Command>& commands) {
   try {
-    const morv_tool::SettingsTarget target(options.product, options.installer);
     for (const Command& command : commands) {
-      if (command.app->parsed()) command.run(target);
+      if (command.app->parsed()) command.run();
     }
   } catch (const morv_tool::ToolError& error) {
     std::cout.flush();
@@ -230,10 +277,10 @@ int main(int argc, char** argv) {
                        "Print the version and exit");
   app.require_subcommand(1, 1);
   app.footer(kFooter);
-  const std::vector<Command> commands = {AddRead(app, options),   AddWrite(app, options),
-                                         AddDelete(app, options), AddList(app, options),
-                                         AddExport(app, options), AddImport(app, options),
-                                         AddWhere(app, options)};
+  const std::vector<Command> commands = {
+      AddRead(app, options),  AddWrite(app, options),  AddDelete(app, options),
+      AddList(app, options),  AddExport(app, options), AddImport(app, options),
+      AddWhere(app, options), AddWatch(app, options),  AddProducts(app, options)};
 
   const std::string unknown = UnknownCommand(app, argc, argv);
   if (!unknown.empty()) {
@@ -251,5 +298,5 @@ int main(int argc, char** argv) {
               << " COMMAND --help, for more information.\n";
     return morv_tool::kUsageError;
   }
-  return Run(commands, options);
+  return Run(commands);
 }
