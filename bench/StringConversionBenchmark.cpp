@@ -7,7 +7,9 @@
 // WideToUTF8, 2 bytes a unit for UnicodeToUTF8.
 //
 // Implementations:
-//   Morv       the library
+//   Morv       the library, with the kernel it chooses
+//   Morv_K     the library with kernel K, for each kernel this processor can
+//              run ("sse2" is the code from before the vector kernels)
 //   Reference  the straightforward routine (scratch buffer, one reference
 //              conversion, copy into the result)
 //   ICU        ICU's string API behind the library's contract: a new result
@@ -28,6 +30,7 @@
 #include "MorvString/MorvString.h"
 #include "ReferenceStringConversions.h"
 #include "TextCorpus.h"
+#include "UTFKernels.h"
 
 namespace {
 
@@ -94,7 +97,7 @@ using Work = std::function<void(const Input&)>;
 
 struct Implementation {
   const char* op;
-  const char* name;
+  std::string name;
   std::size_t Input::*bytes;
   Work work;
 };
@@ -257,6 +260,29 @@ std::vector<Implementation> Implementations() {
                       benchmark::DoNotOptimize(Iconv(utf8ToUtf16, s.data(), s.size()));
                     }
                   }});
+  // Each kernel, through the same whole-string functions as the library's.
+  for (const mvcs::fast_utf::Kernel* kernel : mvcs::fast_utf::SupportedKernels()) {
+    const std::string name = std::string("Morv_") + kernel->name;
+    const mvcs::fast_utf::Kernel& k = *kernel;
+    list.push_back({"UTF8ToWide", name, &Input::utf8Bytes, [&k](const Input& in) {
+                      for (const std::string& s : in.utf8)
+                        benchmark::DoNotOptimize(mvcs::fast_utf::UTF8ToWideWith(k, s));
+                    }});
+    list.push_back({"WideToUTF8", name, &Input::wideBytes, [&k](const Input& in) {
+                      for (const std::wstring& s : in.wide)
+                        benchmark::DoNotOptimize(mvcs::fast_utf::WideToUTF8With(k, s));
+                    }});
+    list.push_back({"UnicodeToUTF8", name, &Input::utf16Bytes, [&k](const Input& in) {
+                      for (const std::u16string& s : in.utf16) {
+                        benchmark::DoNotOptimize(mvcs::fast_utf::UnicodeToUTF8With(
+                            k, reinterpret_cast<const unsigned short*>(s.data()), s.size()));
+                      }
+                    }});
+    list.push_back({"IsUTF8", name, &Input::utf8Bytes, [&k](const Input& in) {
+                      for (const std::string& s : in.utf8)
+                        benchmark::DoNotOptimize(mvcs::fast_utf::IsUTF8With(k, s));
+                    }});
+  }
   return list;
 }
 

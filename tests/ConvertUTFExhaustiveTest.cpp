@@ -4,6 +4,8 @@
 //    on a large sample of 4-byte inputs;
 //  - every scalar value round-trips UTF-32 -> UTF-8 -> UTF-32,
 //    UTF-32 -> UTF-16 -> UTF-32 and UTF-16 -> UTF-8 -> UTF-16 in both modes.
+//
+// ctest runs this suite once for each conversion kernel (KernelUnderTest.h).
 
 #include <gtest/gtest.h>
 
@@ -12,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "KernelUnderTest.h"
 #include "MorvString/ConvertUTF.h"
 #include "MorvString/MorvString.h"
 

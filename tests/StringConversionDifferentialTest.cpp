@@ -3,6 +3,8 @@
 // built from every kind of sequence (well-formed, unusual, ill-formed,
 // truncated, U+0000), at every alignment around the eight-byte ASCII steps,
 // and on the large sample texts.
+//
+// ctest runs this suite once for each conversion kernel (KernelUnderTest.h).
 
 #include <gtest/gtest.h>
 
@@ -11,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "KernelUnderTest.h"
 #include "MorvString/MorvString.h"
 #include "ReferenceStringConversions.h"
 #include "TextCorpus.h"

@@ -1,6 +1,9 @@
 // Whole-string conversions: the expected code points and bytes, failure as
 // an empty result, and truncation at U+0000.
+//
+// ctest runs this suite once for each conversion kernel (KernelUnderTest.h).
 
+#include "KernelUnderTest.h"
 #include "MorvString/MorvString.h"
 
 #include <gtest/gtest.h>

@@ -426,6 +426,20 @@ bool ValidateUTF8(const unsigned char* p, std::size_t n, std::size_t* characters
   return characters != nullptr ? Validate<true>(p, n, characters) : Validate<false>(p, n, nullptr);
 }
 
+bool ValidateSteps(const unsigned char* p, std::size_t n, std::size_t* i, std::size_t until,
+                   std::size_t* characters) {
+  std::size_t at = *i, count = 0;
+  unsigned state = kAccept;
+  while (at < n && (at < until || state != kAccept)) {
+    state = static_cast<unsigned>(kRows.row[p[at++]] >> state) & 63;
+    count += state == kAccept;
+  }
+  if (state != kAccept) return false;  // ill-formed, or cut off
+  *i = at;
+  *characters += count;
+  return true;
+}
+
 namespace {
 
 // Decodes the one character at p (already validated) with the reference
@@ -453,6 +467,14 @@ inline void DecodeOne(const unsigned char*& p, wchar_t*& out) {
 // The three converters below work in chunks of 16 units: a chunk that is all
 // ASCII is converted at once, any other goes one character at a time (a
 // character that starts in the chunk is finished even if it runs past it).
+
+void DecodeSteps(const unsigned char* p, std::size_t n, std::size_t* i, std::size_t until,
+                 wchar_t** out) {
+  const unsigned char* at = p + *i;
+  const unsigned char* const stop = p + (until < n ? until : n);
+  while (at < stop) DecodeOne(at, *out);
+  *i = static_cast<std::size_t>(at - p);
+}
 
 void DecodeValidUTF8(const unsigned char* p, std::size_t n, wchar_t* out) {
   const unsigned char* const end = p + n;
@@ -603,6 +625,17 @@ char* EncodeUTF16(const unsigned short* u, std::size_t n, char* out) {
   }
   while (u < end) EncodeUTF16One(u, end, out);
   return out;
+}
+
+const Kernel* BaselineKernel() {
+#if defined(__SSE2__)
+  static const Kernel kernel = {"sse2",     ValidateUTF8, DecodeValidUTF8, ScanWide,
+                                EncodeWide, ScanUTF16,    EncodeUTF16};
+#else
+  static const Kernel kernel = {"scalar",   ValidateUTF8, DecodeValidUTF8, ScanWide,
+                                EncodeWide, ScanUTF16,    EncodeUTF16};
+#endif
+  return &kernel;
 }
 
 }  // namespace fast_utf

@@ -9,9 +9,12 @@
 //    arithmetic (the sum of the bytes minus a per-length offset);
 //  - scanners that check wide and UTF-16 input and size its UTF-8 form in
 //    one pass, and encoders that then write exactly that many bytes.
-// Well-formed standard UTF-8 is checked sixteen bytes at a time with SSE2
-// (where the target has it) and ASCII blocks are converted sixteen units at
-// once; the state machine decides everything else.
+//
+// Several kernels implement these six blocks: the baseline here (SSE2 where
+// the target has it, plain C++ elsewhere) and vector kernels for processors
+// that have more (UTFKernels.h chooses one at run time). The vector kernels
+// handle what is standard and give every other character to the exact
+// steps below, so every kernel gives the same results.
 
 #ifndef MORVSTRING_FASTUTF_H
 #define MORVSTRING_FASTUTF_H
@@ -52,6 +55,40 @@ std::size_t ScanUTF16(const unsigned short* u, std::size_t n, bool* hasZero);
 // end of what it wrote. A high surrogate as the last unit is encoded as
 // itself.
 char* EncodeUTF16(const unsigned short* u, std::size_t n, char* out);
+
+// The exact rules one character at a time, for the vector kernels to hand
+// over to. Both start at *i, which must be a character boundary, and stop at
+// the first character boundary at or after `until` (or at n), leaving *i
+// there.
+//
+// ValidateSteps adds the characters it passes to *characters; it returns
+// false if the input is not legal there (or ends inside a character).
+bool ValidateSteps(const unsigned char* p, std::size_t n, std::size_t* i, std::size_t until,
+                   std::size_t* characters);
+// DecodeSteps decodes input that ValidateUTF8 accepted, advancing *out.
+void DecodeSteps(const unsigned char* p, std::size_t n, std::size_t* i, std::size_t until,
+                 wchar_t** out);
+
+// One implementation of the six blocks above, with the same contracts
+// (except that a kernel's EncodeUTF16 may need less than kSlack).
+struct Kernel {
+  const char* name;
+  bool (*validateUTF8)(const unsigned char* p, std::size_t n, std::size_t* characters);
+  void (*decodeValidUTF8)(const unsigned char* p, std::size_t n, wchar_t* out);
+  bool (*scanWide)(const wchar_t* w, std::size_t n, std::size_t* utf8Bytes, bool* hasZero);
+  void (*encodeWide)(const wchar_t* w, std::size_t n, char* out);
+  std::size_t (*scanUTF16)(const unsigned short* u, std::size_t n, bool* hasZero);
+  char* (*encodeUTF16)(const unsigned short* u, std::size_t n, char* out);
+};
+
+// The functions above: "sse2" on x86-64, "scalar" elsewhere.
+const Kernel* BaselineKernel();
+
+#if defined(__x86_64__)
+// The vector kernels, built on x86-64 only. Calling one on a processor that
+// lacks its instructions is undefined: use UTFKernels.h to choose.
+const Kernel* AVX512Kernel();  // AVX-512 F, BW, CD, VL, VBMI, VBMI2; BMI2
+#endif
 
 }  // namespace fast_utf
 }  // namespace mvcs
