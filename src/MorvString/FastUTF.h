@@ -69,6 +69,20 @@ bool ValidateSteps(const unsigned char* p, std::size_t n, std::size_t* i, std::s
 void DecodeSteps(const unsigned char* p, std::size_t n, std::size_t* i, std::size_t until,
                  wchar_t** out);
 
+// Where the character that crosses `at` starts, or `at` if none does, in
+// input whose bytes before `at` are well formed: the last byte before `at`
+// that is not a continuation byte, if the length its value gives reaches
+// past `at`. (What follows does not count: under the lenient rules the
+// second byte after ED or F4 may be ASCII.)
+std::size_t CharacterStart(const unsigned char* p, std::size_t at);
+
+// The three 16-entry tables of the UTF-8 check by table lookups that the
+// vector kernels use (FastUTF.cpp says how they work).
+struct NibbleTable {
+  unsigned char entry[16];
+};
+extern const NibbleTable kUTF8ErrorTables[3];
+
 // One implementation of the six blocks above, with the same contracts
 // (except that a kernel's EncodeUTF16 may need less than kSlack).
 struct Kernel {
@@ -87,6 +101,7 @@ const Kernel* BaselineKernel();
 #if defined(__x86_64__)
 // The vector kernels, built on x86-64 only. Calling one on a processor that
 // lacks its instructions is undefined: use UTFKernels.h to choose.
+const Kernel* AVX2Kernel();    // AVX2 and POPCNT
 const Kernel* AVX512Kernel();  // AVX-512 F, BW, CD, VL, VBMI, VBMI2; BMI2
 #endif
 

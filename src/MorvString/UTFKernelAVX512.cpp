@@ -31,76 +31,10 @@ inline Mask64 LowBits(std::size_t n) { return n >= 64 ? ~Mask64(0) : (Mask64(1) 
 inline std::size_t PopCount(Mask64 m) { return static_cast<std::size_t>(__builtin_popcountll(m)); }
 
 // ---------------------------------------------------------------------------
-// UTF-8 validation by table lookups (the method of Keiser and Lemire,
-// "Validating UTF-8 in less than one instruction per byte", 2021).
-//
-// Every error that two adjacent bytes can show is one bit of a byte; three
-// 16-entry tables, indexed by the high and low nibble of the first byte and
-// the high nibble of the second, each hold the errors their nibble takes
-// part in, so the AND of the three lookups holds the errors that occur. The
-// one error that needs a third or fourth byte (a continuation byte where
-// none may be, or none where one must be) is the XOR of "two continuations
-// in a row" with "this is the third or fourth byte of a character".
+// UTF-8 validation by table lookups (kUTF8ErrorTables in FastUTF.h).
 
-enum : unsigned {
-  kTooShort = 1 << 0,   // a lead byte followed by a lead byte or ASCII
-  kTooLong = 1 << 1,    // ASCII followed by a continuation byte
-  kOverlong3 = 1 << 2,  // E0 80..9F
-  kTooLarge = 1 << 3,   // F4 90..BF, F5..FF 90..BF
-  kSurrogate = 1 << 4,  // ED A0..BF
-  kOverlong2 = 1 << 5,  // C0, C1
-  kBit6 = 1 << 6,       // F0 80..8F (overlong), F5..FF 80..8F (too large)
-  kTwoConts = 1 << 7,   // continuation followed by continuation
-};
-
-// One error: the nibbles for which it occurs, as 16-bit sets.
-struct ErrorRule {
-  unsigned bit, firstHigh, firstLow, secondHigh;
-};
-
-constexpr unsigned Range(unsigned from, unsigned to) {
-  return static_cast<unsigned>(((1u << (to + 1)) - 1) & ~((1u << from) - 1));
-}
-
-constexpr ErrorRule kRules[] = {
-    {kTooShort, Range(12, 15), Range(0, 15), Range(0, 7) | Range(12, 15)},
-    {kTooLong, Range(0, 7), Range(0, 15), Range(8, 11)},
-    {kOverlong3, Range(14, 14), Range(0, 0), Range(8, 9)},
-    {kTooLarge, Range(15, 15), Range(4, 15), Range(9, 11)},
-    {kSurrogate, Range(14, 14), Range(13, 13), Range(10, 11)},
-    {kOverlong2, Range(12, 12), Range(0, 1), Range(0, 15)},
-    {kBit6, Range(15, 15), Range(0, 0) | Range(5, 15), Range(8, 8)},
-    {kTwoConts, Range(8, 11), Range(0, 15), Range(8, 11)},
-};
-
-struct NibbleTable {
-  char entry[16];
-};
-
-// Which part of the pair a table is indexed by.
-enum Part { kFirstHigh, kFirstLow, kSecondHigh };
-
-constexpr NibbleTable MakeTable(Part part) {
-  NibbleTable table{};
-  for (unsigned nibble = 0; nibble < 16; ++nibble) {
-    unsigned bits = 0;
-    for (const ErrorRule& rule : kRules) {
-      const unsigned set = part == kFirstHigh  ? rule.firstHigh
-                           : part == kFirstLow ? rule.firstLow
-                                               : rule.secondHigh;
-      if (set & (1u << nibble)) bits |= rule.bit;
-    }
-    table.entry[nibble] = static_cast<char>(bits);
-  }
-  return table;
-}
-
-constexpr NibbleTable kFirstHighTable = MakeTable(kFirstHigh);
-constexpr NibbleTable kFirstLowTable = MakeTable(kFirstLow);
-constexpr NibbleTable kSecondHighTable = MakeTable(kSecondHigh);
-
-inline __m512i Broadcast(const NibbleTable& table) {
-  return _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table.entry)));
+inline __m512i Broadcast(const unsigned char* table) {
+  return _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table)));
 }
 
 // The 64 bytes that end `k` bytes before the end of `v`, given the block
@@ -112,9 +46,9 @@ inline __m512i Before(__m512i v, __m512i previous) {
 }
 
 struct Validator {
-  __m512i firstHigh = Broadcast(kFirstHighTable);
-  __m512i firstLow = Broadcast(kFirstLowTable);
-  __m512i secondHigh = Broadcast(kSecondHighTable);
+  __m512i firstHigh = Broadcast(kUTF8ErrorTables[0].entry);
+  __m512i firstLow = Broadcast(kUTF8ErrorTables[1].entry);
+  __m512i secondHigh = Broadcast(kUTF8ErrorTables[2].entry);
   __m512i nibble = _mm512_set1_epi8(0x0F);
 
   // Nonzero where `v`, after `previous`, is not standard UTF-8.
@@ -142,23 +76,6 @@ struct Validator {
     return _mm512_test_epi8_mask(_mm512_subs_epu8(v, limits), _mm512_subs_epu8(v, limits)) != 0;
   }
 };
-
-inline bool IsContinuation(unsigned char b) { return (b & 0xC0) == 0x80; }
-
-// Where the character that crosses `at` starts, or `at` if none does: the
-// bytes before `at` are well formed, so that is the last byte before it that
-// is not a continuation byte, if the length its value gives reaches past
-// `at`. (Whatever follows does not count: under the lenient rules the
-// second byte after ED or F4 may be ASCII.)
-inline std::size_t CharacterStart(const unsigned char* p, std::size_t at) {
-  for (std::size_t back = 1; back <= 3 && back <= at; ++back) {
-    const unsigned char b = p[at - back];
-    if (IsContinuation(b)) continue;
-    const std::size_t length = b < 0xC0 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4;
-    return length > back ? at - back : at;
-  }
-  return at;
-}
 
 // The longest run of whole 64-byte blocks from p that is standard UTF-8,
 // cut back to the last character boundary before the first block that is
@@ -587,17 +504,21 @@ char* EncodeUTF16AVX512(const unsigned short* u, std::size_t n, char* out) {
       out += EncodeUTF16Group(u + i + k, 0xFFFF, 0xFFFF, carry, out, true);
     }
   }
-  for (; i < n; i += 16) {
-    const std::size_t count = n - i < 16 ? n - i : 16;
-    const __mmask16 valid = static_cast<__mmask16>(LowBits(count));
-    const __m256i v = _mm256_maskz_loadu_epi16(valid, u + i);
-    if (carry == 0 && _mm256_cmpge_epu16_mask(v, _mm256_set1_epi16(0x80)) == 0) {
-      _mm_mask_storeu_epi8(out, valid, _mm256_cvtepi16_epi8(v));
+  while (i < n) {
+    // Up to 32 ASCII units at once, else 16 units.
+    const std::size_t count = n - i < 32 ? n - i : 32;
+    const __mmask32 all = static_cast<__mmask32>(LowBits(count));
+    const __m512i v = _mm512_maskz_loadu_epi16(all, u + i);
+    if (carry == 0 && _mm512_cmpge_epu16_mask(v, _mm512_set1_epi16(0x80)) == 0) {
+      _mm512_mask_cvtepi16_storeu_epi8(out, all, v);
       out += count;
+      i += count;
       continue;
     }
+    const __mmask16 valid = static_cast<__mmask16>(LowBits(n - i));
     const __mmask16 ahead = static_cast<__mmask16>(LowBits(n - i - 1));
     out += EncodeUTF16Group(u + i, valid, ahead, carry, out, false);
+    i += 16;
   }
   return out;
 }

@@ -14,6 +14,9 @@ std::vector<const Kernel*> SupportedKernels() {
   // __builtin_cpu_supports also asks whether the operating system saves the
   // vector registers (XCR0), not only whether the processor has them.
   __builtin_cpu_init();
+  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt")) {
+    kernels.push_back(AVX2Kernel());
+  }
   if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
       __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512vl") &&
       __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2") &&
