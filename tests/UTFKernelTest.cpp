@@ -145,6 +145,24 @@ TEST(UTFKernels, SequencesAtEveryOffsetAroundTheBlockBoundaries) {
   }
 }
 
+// Inputs that end inside a character (or with a byte that can only start
+// one) exactly at the end of a block or a group of blocks, in text of each
+// script: nothing follows to show the error, so only the end can.
+TEST(UTFKernels, InputsThatEndInsideACharacterAtABlockEnd) {
+  const std::vector<std::string> endings = {"\xFF",         "\xF8", "\xC3", "\xE2\x82",
+                                            "\xF0\x9F\x98", "\xF4", "\xED"};
+  for (const std::string& filler : kFillers) {
+    for (std::size_t length : {16, 32, 48, 64, 96, 128, 192, 256, 320, 512, 768, 1024}) {
+      for (const std::string& ending : endings) {
+        std::string text = Repeat(filler, (length - ending.size()) / filler.size());
+        text += std::string(length - ending.size() - text.size(), 'a') + ending;
+        ASSERT_EQ(text.size(), length);
+        ASSERT_TRUE(SameUTF8Results(text));
+      }
+    }
+  }
+}
+
 // Each of the bytes that change the meaning of what follows, replacing the
 // byte at every position of 200 bytes of each script.
 TEST(UTFKernels, ABadByteAtEveryPositionOfABlock) {

@@ -31,11 +31,6 @@ inline __m256i Load(const void* p) { return _mm256_loadu_si256(static_cast<const
 
 inline void Store(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
 
-// Bytes at least `b`, as a vector of 00/FF.
-inline __m256i AtLeast(__m256i v, unsigned char b) {
-  return _mm256_cmpeq_epi8(_mm256_max_epu8(v, _mm256_set1_epi8(static_cast<char>(b))), v);
-}
-
 inline unsigned Bits(__m256i v) { return static_cast<unsigned>(_mm256_movemask_epi8(v)); }
 
 // ---------------------------------------------------------------------------

@@ -114,7 +114,7 @@ std::size_t StandardPrefix(const unsigned char* p, std::size_t n, std::size_t* c
   // Then one block at a time: the rest, or the four blocks that failed.
   while (true) {
     const std::size_t left = n - i;
-    if (left == 0) break;  // (never inside a character: see below)
+    if (left == 0) break;
     // A block, or the end zero-padded: the padding then fails a character
     // that the input cuts off.
     const Mask64 valid = LowBits(left);
@@ -126,14 +126,16 @@ std::size_t StandardPrefix(const unsigned char* p, std::size_t n, std::size_t* c
     if (kCount) continuations += PopCount(_mm512_cmplt_epi8_mask(v, minusSixtyFour) & valid);
     if (left <= 64) {
       i = n;
+      inside = false;
       break;
     }
     previous = v;
     i += 64;
   }
-  // Block i failed, unless i == n: back up to the start of the character
-  // that crosses it, whose continuation bytes were not counted.
-  const std::size_t start = i < n ? CharacterStart(p, i) : n;
+  // Block i failed, or the input ends inside a character: back up to the
+  // start of the character that crosses i, whose continuation bytes were
+  // not counted.
+  const std::size_t start = i < n || inside ? CharacterStart(p, i) : n;
   if (kCount) *characters += start - continuations + (start < i ? i - start - 1 : 0);
   return start;
 }
