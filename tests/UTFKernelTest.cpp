@@ -225,36 +225,41 @@ TEST(UTFKernels, RandomMixesOfEverySequence) {
   }
 }
 
-// Every kind of unit at every position from 0 to 70 of text of each width.
+// Every kind of unit at every position from 0 to 140 of text of each width,
+// short and long.
 TEST(UTFKernels, EveryKindOfWideUnitAtEveryPosition) {
   const std::vector<unsigned> units = {
       0x0,    0x7F,    0x80,    0x7FF,    0x800,    0xD800,     0xDBFF,      0xDC00,     0xDFFF,
       0xFFFF, 0x10000, 0x1F600, 0x10FFFF, 0x110000, 0x7FFFFFFF, 0x80000000u, 0xFFFFFFFFu};
-  for (wchar_t filler : {L'x', L'\u00E9', L'\u4E2D', static_cast<wchar_t>(0x1F600)}) {
+  for (wchar_t filler : {L'x', L'\u00E9', L'\u07FF', L'\u4E2D', static_cast<wchar_t>(0x1F600)}) {
     for (unsigned unit : units) {
-      for (std::size_t position = 0; position <= 70; ++position) {
+      for (std::size_t position = 0; position <= 140; ++position) {
         std::wstring text(position + 40, filler);
         text[position] = static_cast<wchar_t>(unit);
+        ASSERT_TRUE(SameWideResults(text));
+        // Long enough for the 64-unit steps of the vector encoders.
+        text.append(200, filler);
         ASSERT_TRUE(SameWideResults(text));
       }
     }
   }
 }
 
-// Pairs, lone surrogates and reversed pairs at every position from 0 to 70,
-// in text of each kind; and a pair cut by the end.
+// Pairs, lone surrogates and reversed pairs at every position from 0 to
+// 140, in text of each kind, short and long; and a pair cut by the end.
 TEST(UTFKernels, SurrogatesAtEveryPositionOfUTF16) {
   const std::vector<std::u16string> pieces = {
       u"\xD83D\xDE00", std::u16string(1, 0xD800), std::u16string(1, 0xDC00),
       u"\xDE00\xD83D", u"\xD800\xD800\xDC00",     std::u16string(1, 0),
       u"\u00E9",       u"\u07FF\u0800",           u"\uFFFF"};
-  for (char16_t filler : {u'x', u'\u00E9', u'\u4E2D', char16_t(0xDC00)}) {
+  for (char16_t filler : {u'x', u'\u00E9', u'\u07FF', u'\u4E2D', char16_t(0xDC00)}) {
     for (const std::u16string& piece : pieces) {
-      for (std::size_t position = 0; position <= 70; ++position) {
+      for (std::size_t position = 0; position <= 140; ++position) {
         std::u16string text(position, filler);
         text += piece;
         ASSERT_TRUE(SameUTF16Results(text));
         ASSERT_TRUE(SameUTF16Results(text + std::u16string(40, filler)));
+        ASSERT_TRUE(SameUTF16Results(text + std::u16string(200, filler)));
         ASSERT_TRUE(SameUTF16Results(text + u"\xD83D\xDE00" + std::u16string(30, u'y')));
       }
     }

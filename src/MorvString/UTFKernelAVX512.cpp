@@ -141,6 +141,10 @@ std::size_t StandardPrefix(const unsigned char* p, std::size_t n, std::size_t* c
 }
 
 bool ValidateUTF8AVX512(const unsigned char* p, std::size_t n, std::size_t* characters) {
+  if (n <= 64 && _mm512_movepi8_mask(_mm512_maskz_loadu_epi8(LowBits(n), p)) == 0) {  // short ASCII
+    if (characters != nullptr) *characters = n;
+    return true;
+  }
   std::size_t count = 0, i = 0;
   while (true) {
     i += characters != nullptr ? StandardPrefix<true>(p + i, n - i, &count)
@@ -374,6 +378,27 @@ inline void StoreAscii(__m512i points, std::size_t count, char* out) {
   _mm_mask_storeu_epi8(out, static_cast<__mmask16>(LowBits(count)), _mm512_cvtepi32_epi8(points));
 }
 
+// Encodes 32 code points below 0x800 in 16-bit lanes (the common case of
+// Latin, Greek, Cyrillic, Hebrew and Arabic text): one or two bytes each,
+// built in the lane and compressed together. Stores a whole vector.
+inline std::size_t EncodeBelow800(__m512i units, char* out) {
+  const __mmask32 two = _mm512_cmpge_epu16_mask(units, _mm512_set1_epi16(0x80));
+  // Two bytes: C0 | u >> 6, then 80 | u & 3F.
+  const __m512i pair = _mm512_ternarylogic_epi32(
+      _mm512_srli_epi16(units, 6),
+      _mm512_slli_epi16(_mm512_and_si512(units, _mm512_set1_epi16(0x3F)), 8),
+      _mm512_set1_epi16(static_cast<short>(0x80C0)), 0xFE);  // a | b | c
+  const __m512i words = _mm512_mask_mov_epi16(units, two, pair);
+  const Mask64 keep = 0x5555555555555555ULL | _pdep_u64(two, 0xAAAAAAAAAAAAAAAAULL);
+  _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(keep, words));
+  return 32 + PopCount(two);
+}
+
+// Whether all 32 16-bit lanes are below 0x800.
+inline bool Below800(__m512i units) {
+  return _mm512_cmpge_epu16_mask(units, _mm512_set1_epi16(0x800)) == 0;
+}
+
 // The encoders go 64 units at a time, storing whole vectors, while at least
 // this many units remain. A group of 16 units writes at least 15 bytes (16,
 // or 15 when its first unit ends a pair), so the vector it stores reaches at
@@ -399,6 +424,12 @@ bool ScanWideAVX512(const wchar_t* w, std::size_t n, std::size_t* utf8Bytes, boo
   return true;
 }
 
+// 32 units below 0x10000, from 32-bit lanes to 16-bit ones.
+inline __m512i Narrow(__m512i low, __m512i high) {
+  return _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvtepi32_epi16(low)),
+                            _mm512_cvtepi32_epi16(high), 1);
+}
+
 void EncodeWideAVX512(const wchar_t* w, std::size_t n, char* out) {
   std::size_t i = 0;
   for (; n - i >= kWholeStores; i += 64) {
@@ -411,6 +442,12 @@ void EncodeWideAVX512(const wchar_t* w, std::size_t n, char* out) {
       _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 32), _mm512_cvtepi32_epi8(v2));
       _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 48), _mm512_cvtepi32_epi8(v3));
       out += 64;
+      continue;
+    }
+    if (_mm512_cmpge_epu32_mask(any, _mm512_set1_epi32(0x800)) == 0) {
+      // All below 0x800: as 16-bit units.
+      out += EncodeBelow800(Narrow(v0, v1), out);
+      out += EncodeBelow800(Narrow(v2, v3), out);
       continue;
     }
     out += EncodePoints(v0, 0, out, true);
@@ -489,6 +526,11 @@ char* EncodeUTF16AVX512(const unsigned short* u, std::size_t n, char* out) {
       _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm512_cvtepi16_epi8(v0));
       _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 32), _mm512_cvtepi16_epi8(v1));
       out += 64;
+      continue;
+    }
+    if (carry == 0 && Below800(v0) && Below800(v1)) {
+      out += EncodeBelow800(v0, out);
+      out += EncodeBelow800(v1, out);
       continue;
     }
     const __m512i surrogate = _mm512_set1_epi16(static_cast<short>(0xD800));
