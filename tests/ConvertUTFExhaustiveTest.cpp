@@ -3,9 +3,11 @@
 //    independent statement of the rules on every 1-, 2- and 3-byte input and
 //    on a large sample of 4-byte inputs;
 //  - every scalar value round-trips UTF-32 -> UTF-8 -> UTF-32,
-//    UTF-32 -> UTF-16 -> UTF-32 and UTF-16 -> UTF-8 -> UTF-16 in both modes.
+//    UTF-32 -> UTF-16 -> UTF-32 and UTF-16 -> UTF-8 -> UTF-16 in both modes,
+//    and goes through the whole-string conversions.
 //
-// ctest runs this suite once for each conversion kernel (KernelUnderTest.h).
+// ctest runs this suite once for each conversion kernel (KernelUnderTest.h),
+// but for the round trips of the reference converters alone.
 
 #include <gtest/gtest.h>
 
@@ -288,6 +290,25 @@ TEST(UnicodeRoundTrip, AllScalarValuesInOneCall) {
     EXPECT_TRUE(ConvertsTo(ConvertUTF16toUTF8, utf16, utf8, flags));
     EXPECT_TRUE(ConvertsTo(ConvertUTF8toUTF16, utf8, utf16, flags));
   }
+}
+
+// Every scalar value but U+0000 (where the results end) through the
+// whole-string conversions, in one string each (compared as booleans: a
+// failure would otherwise print megabytes).
+TEST(UnicodeRoundTrip, AllScalarValuesThroughTheWholeStringConversions) {
+  std::wstring wide;
+  std::string utf8;
+  std::vector<unsigned short> utf16;
+  for (UTF32 c = 1; c <= 0x10FFFF; ++c) {
+    if (c >= 0xD800 && c <= 0xDFFF) continue;
+    wide += static_cast<wchar_t>(c);
+    for (UTF8 b : EncodeUTF8(c)) utf8 += static_cast<char>(b);
+    for (UTF16 u : EncodeUTF16(c)) utf16.push_back(u);
+  }
+  EXPECT_TRUE(mvcs::WideToUTF8(wide) == utf8);
+  EXPECT_TRUE(mvcs::UTF8ToWide(utf8) == wide);
+  EXPECT_TRUE(mvcs::UnicodeToUTF8(utf16.data(), utf16.size()) == utf8);
+  EXPECT_TRUE(mvcs::IsUTF8(utf8));
 }
 
 }  // namespace
