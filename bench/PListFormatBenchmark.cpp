@@ -28,6 +28,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSandbox.h"
 #include "MorvSettings/MorvSettings.h"
 #include "format/PListFormat.h"
 
@@ -189,20 +190,11 @@ void SaveEntries(benchmark::State& state) {
   }
 }
 
-void RemoveRoot() {
-  if (!g_root.empty()) std::system(("rm -rf '" + g_root + "'").c_str());
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  char pattern[] = "/tmp/morv-bench-XXXXXX";
-  if (mkdtemp(pattern) == nullptr) return 1;
-  g_root = pattern;
-  std::atexit(RemoveRoot);
-  setenv("XDG_CONFIG_HOME", (g_root + "/config").c_str(), 1);
-  setenv("XDG_CONFIG_DIRS", (g_root + "/xdg").c_str(), 1);
-  std::system(("mkdir -p '" + g_root + "/config/Preferences'").c_str());
+  g_root = bench::CreateSandbox();
+  if (g_root.empty()) return 1;
 
   for (const SampleFile& file : Files()) {
     const std::string size = file.name;

@@ -36,6 +36,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSandbox.h"
 #include "MorvSettings/MorvSettings.h"
 #include "MorvSettings/MorvSettingsSimple.h"
 
@@ -244,19 +245,11 @@ void ProcessesStoring(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * processes * stores);
 }
 
-void RemoveRoot() {
-  if (!g_root.empty()) std::system(("rm -rf '" + g_root + "'").c_str());
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  char pattern[] = "/tmp/morv-bench-XXXXXX";
-  if (mkdtemp(pattern) == nullptr) return 1;
-  g_root = pattern;
-  std::atexit(RemoveRoot);
-  setenv("XDG_CONFIG_HOME", (g_root + "/config").c_str(), 1);
-  setenv("XDG_CONFIG_DIRS", (g_root + "/xdg").c_str(), 1);
+  g_root = bench::CreateSandbox();
+  if (g_root.empty()) return 1;
 
   for (const SettingsFile& file : Files()) {
     const std::string size = file.name;
