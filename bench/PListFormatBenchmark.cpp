@@ -28,7 +28,7 @@
 #include <string>
 #include <vector>
 
-#include "BenchSandbox.h"
+#include "BenchFiles.h"
 #include "MorvSettings/MorvSettings.h"
 #include "format/PListFormat.h"
 
@@ -152,17 +152,7 @@ void PlainRead(benchmark::State& state, const SampleFile& file) {
 }
 
 void PlainWrite(benchmark::State& state, const SampleFile& file) {
-  const std::string temporary = file.path + ".plain";
-  const std::string target = file.path + ".plain-target";
-  for (auto _ : state) {
-    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0 || write(fd, file.bytes.data(), file.bytes.size()) < 0 || fsync(fd) != 0) {
-      state.SkipWithError("write failed");
-    }
-    close(fd);
-    rename(temporary.c_str(), target.c_str());
-  }
-  unlink(target.c_str());
+  bench::PlainWrite(state, file.path, file.bytes);
 }
 
 // One store and its save, on a product whose file holds `entries` values

@@ -36,7 +36,7 @@
 #include <string>
 #include <vector>
 
-#include "BenchSandbox.h"
+#include "BenchFiles.h"
 #include "MorvSettings/MorvSettings.h"
 #include "MorvSettings/MorvSettingsSimple.h"
 
@@ -175,17 +175,7 @@ void StoreAndSaveMergeMorv(benchmark::State& state, const SettingsFile& file) {
 }
 
 void StoreAndSavePlain(benchmark::State& state, const SettingsFile& file) {
-  const std::string temporary = file.path + ".plain";
-  const std::string target = file.path + ".plain-target";
-  for (auto _ : state) {
-    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0 || write(fd, file.bytes.data(), file.bytes.size()) < 0 || fsync(fd) != 0) {
-      state.SkipWithError("write failed");
-    }
-    close(fd);
-    rename(temporary.c_str(), target.c_str());
-  }
-  unlink(target.c_str());
+  bench::PlainWrite(state, file.path, file.bytes);
 }
 
 void FetchOpenNode(benchmark::State& state, const SettingsFile& file) {
