@@ -50,18 +50,6 @@ void ToWide(const std::set<std::string>& names, std::set<std::wstring>& wide) {
 
 }  // namespace
 
-std::vector<std::string> tokenize(const std::string& text, const std::string& separators) {
-  std::vector<std::string> pieces;
-  if (text.empty()) return pieces;
-  for (std::size_t start = 0;;) {
-    const std::size_t cut = text.find_first_of(separators, start);
-    pieces.push_back(text.substr(start, cut == std::string::npos ? cut : cut - start));
-    if (cut == std::string::npos) break;
-    start = cut + 1;
-  }
-  return pieces;
-}
-
 MorvSettings::MorvSettings(MORVSETTINGSTYPE scope, const std::string& name, MorvSettings* parent,
                            const std::string& productId)
     : m_scope(scope), m_name(name), m_fullKeyPath(name), m_keyPath(1, name) {

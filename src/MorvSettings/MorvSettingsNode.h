@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "KeyPath.h"
 #include "MorvSettings/MorvSettings.h"
 #include "PList.h"
 #include "RefCountedObject.h"
@@ -16,10 +17,6 @@
 #include "mvtl/RefCountedPtr.h"
 
 namespace mvcs {
-
-// Splits `text` at every character of `separators`, keeping empty pieces (a
-// leading, doubled or trailing separator gives one). Empty text gives none.
-std::vector<std::string> tokenize(const std::string& text, const std::string& separators);
 
 class MorvSettings : public RefCountedObject<IMorvSettings> {
  public:

@@ -90,16 +90,6 @@ void Compare(const SettingsValue& before, const SettingsValue& after, const std:
   }
 }
 
-// The dictionary at `key` below `root`, or null.
-const PListDictionary* DictionaryAt(const PListDictionary* root, const KeyPath& key) {
-  for (const std::string& component : key) {
-    if (root == nullptr) return nullptr;
-    const PListValue* entry = root->Find(component);
-    root = entry != nullptr ? AsDictionary(*entry) : nullptr;
-  }
-  return root;
-}
-
 }  // namespace
 
 struct SettingsWatcher::State {
@@ -158,7 +148,7 @@ struct SettingsWatcher::State {
     for (const Layer& layer : layers) {
       const std::size_t file = static_cast<std::size_t>(
           std::find(files.begin(), files.end(), layer.file) - files.begin());
-      OverlayDictionary(DictionaryAt(trees[file].Get(), layer.key), view);
+      OverlayDictionary(FindDictionary<const PListDictionary>(trees[file].Get(), layer.key), view);
     }
     return view;
   }

@@ -18,12 +18,10 @@
 #include <string>
 #include <vector>
 
+#include "KeyPath.h"
 #include "format/PListTree.h"
 
 namespace mvcs {
-
-// The components of a key path from a file's root: {"Settings", "P", "x"}.
-typedef std::vector<std::string> KeyPath;
 
 // The paths where a process changed a file's tree since it last read or
 // wrote the file.
