@@ -331,16 +331,15 @@ TEST_F(SettingsNode, DeleteOfScopeWithoutFileFails) {
   EXPECT_FALSE(none->Delete(std::string("x")));
 }
 
-TEST_F(SettingsNode, CloseKeepsTheSharedParentAndAllowsReopening) {
+TEST_F(SettingsNode, CloseDropsTheFilesAndAllowsReopening) {
   sandbox::WriteFile(SharedFile(),
                      Plist(Key("Settings", Dict(Key("P", Dict(Key("v", Integer(4))))))));
   Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_SHARED);
   MorvSettings* impl = Impl(node);
-  ASSERT_NE(impl->GetSharedParent(), nullptr);
+  ASSERT_NE(impl->GetSharedKey(), nullptr);
   EXPECT_TRUE(impl->Close());
   EXPECT_EQ(impl->GetSharedKey(), nullptr);
   EXPECT_EQ(impl->GetSharedFile(), nullptr);
-  EXPECT_NE(impl->GetSharedParent(), nullptr);  // left set
   long long v = 0;
   EXPECT_TRUE(node->FetchInteger(std::string("v"), v));  // reopens lazily
   EXPECT_EQ(v, 4);

@@ -106,68 +106,98 @@ bool CreateMorvSettings(std::wstring const& path, MORVSETTINGSTYPE scope,
 }
 
 bool MorvSettings::Open() {
-  if (m_userKey.Get() != nullptr || m_sharedKey.Get() != nullptr) {
-    if (!IsKeyDetached()) return true;
-    // A save merged with the file on disk took this node's key out of the
-    // tree (another process removed it): close, then find the key by its
-    // path again, so that nothing stored through this node goes into a
-    // dictionary that no file holds any more.
-    Close();
-  }
+  if (m_userKey.IsFound() || m_sharedKey.IsFound()) return Reopen();
   const bool create = Creates(m_scope);
+  if (InSet(m_scope, kUserSet)) {
+    if (m_userFilePath.empty()) return false;
+    if (!OpenFile(m_userFilePath, create, m_userFile)) return false;
+  } else if (InSet(m_scope, kFallbackSet)) {
+    if (m_userFilePath.empty() || m_sharedFilePath.empty()) return false;
+    OpenFile(m_userFilePath, create, m_userFile);
+    OpenFile(m_sharedFilePath, false, m_sharedFile);  // the fallback is never created
+  } else if (InSet(m_scope, kSharedSet)) {
+    if (m_sharedFilePath.empty()) return false;
+    if (!OpenFile(m_sharedFilePath, create, m_sharedFile)) return false;
+  }
+  // Another thread may have opened this node while a file was read.
+  if (m_userKey.IsFound() || m_sharedKey.IsFound()) return Reopen();
+  GetChildKey(m_sharedFile.Get(), m_keyPath, create, false, m_sharedKey);
+  GetChildKey(m_userFile.Get(), m_keyPath, create, true, m_userKey);
+  return HasNeededKeys();
+}
+
+bool MorvSettings::OpenFile(const std::string& path, bool create,
+                            mvtl::RefCountedPtr<PList>& file) {
+  // Loaded through a reference of its own: a load lets go of the store
+  // lock while it reads, and the node's reference is set only after it.
+  mvtl::RefCountedPtr<PList> loading;
+  PList::GetPList(path, &loading);
+  const bool opened = loading->Open(create);
+  if (m_userKey.IsFound() || m_sharedKey.IsFound()) return opened;  // opened meanwhile
   // Files are fetched through the smart pointers' out-parameter, which
   // requires them empty: a node whose earlier open obtained a file but then
   // failed (and was not closed since) stops the process here.
-  if (InSet(m_scope, kUserSet)) {
-    if (m_userFilePath.empty()) return false;
-    PList::GetPList(m_userFilePath, &m_userFile);
-    if (!m_userFile->Open(create)) return false;
-  } else if (InSet(m_scope, kFallbackSet)) {
-    if (m_userFilePath.empty() || m_sharedFilePath.empty()) return false;
-    PList::GetPList(m_userFilePath, &m_userFile);
-    m_userFile->Open(create);
-    PList::GetPList(m_sharedFilePath, &m_sharedFile);
-    m_sharedFile->Open(false);  // the fallback is never created
-  } else if (InSet(m_scope, kSharedSet)) {
-    if (m_sharedFilePath.empty()) return false;
-    PList::GetPList(m_sharedFilePath, &m_sharedFile);
-    if (!m_sharedFile->Open(create)) return false;
+  PList::GetPList(path, &file);
+  return opened;
+}
+
+bool MorvSettings::Reopen() {
+  const bool userGone = m_userKey.IsFound() && GetUserKey() == nullptr;
+  const bool sharedGone = m_sharedKey.IsFound() && GetSharedKey() == nullptr;
+  if (!userGone && !sharedGone) return true;
+  // Another process removed a key that this node found (a save or refresh
+  // brought that in): the node behaves as if the key were missing in that
+  // file, and the scopes that create make it again where they write.
+  if (Creates(m_scope)) {
+    if (InSet(m_scope, kSharedSet)) {
+      if (sharedGone) GetChildKey(m_sharedFile.Get(), m_keyPath, true, false, m_sharedKey);
+    } else if (userGone) {
+      GetChildKey(m_userFile.Get(), m_keyPath, true, true, m_userKey);
+    }
   }
-  GetChildKey(m_sharedFile.Get(), m_keyPath, create, false, m_sharedKey, m_sharedParent);
-  GetChildKey(m_userFile.Get(), m_keyPath, create, true, m_userKey, m_userParent);
+  return HasNeededKeys();
+}
+
+bool MorvSettings::HasNeededKeys() const {
   switch (m_scope) {
     case MORVSETTINGSTYPE_USER:
     case MORVSETTINGSTYPE_USER_ALT:
     case MORVSETTINGSTYPE_USER_CREATE:
     case MORVSETTINGSTYPE_USER_WITH_SHARED_CREATE:  // with create it always has one
-      return m_userKey.Get() != nullptr;
+      return GetUserKey() != nullptr;
     case MORVSETTINGSTYPE_USER_WITH_SHARED:
     case MORVSETTINGSTYPE_USER_WITH_SHARED_ALT:
-      return m_userKey.Get() != nullptr || m_sharedKey.Get() != nullptr;
+      return GetUserKey() != nullptr || GetSharedKey() != nullptr;
     case MORVSETTINGSTYPE_SHARED:
     case MORVSETTINGSTYPE_SHARED_ALT:
     case MORVSETTINGSTYPE_SHARED_CREATE:
-      return m_sharedKey.Get() != nullptr;
+      return GetSharedKey() != nullptr;
     default:
       return true;  // no file at all
   }
 }
 
-// Walks `keyPath` ("/"-separated) down from `file`'s root. Each component
-// must be a dictionary: a value in the way fails (false, nothing set); a
-// missing one is made with `create` (an empty dictionary, the file not
-// marked dirty), and otherwise fails for the per-user file (false) but not
-// for the shared one (true), nothing set in both cases. On reaching the end,
-// `key` receives the dictionary reached and `parent` the one holding it.
-// With no file or no loaded tree: true, nothing set.
+PListDictionary* MorvSettings::KeyLocation::Find(PList* file, const KeyPath& path) const {
+  if (!m_found || file == nullptr) return nullptr;
+  if (m_generation != file->GetGeneration()) {
+    m_dictionary = FindDictionary(file->GetRoot(), path);
+    m_generation = file->GetGeneration();
+  }
+  return m_dictionary;
+}
+
+// Walks `keyPath` down from `file`'s root. Each component must be a
+// dictionary: a value in the way fails (false, nothing set); a missing one
+// is made with `create` (an empty dictionary, the file not marked dirty),
+// and otherwise fails for the per-user file (false) but not for the shared
+// one (true), nothing set in both cases. On reaching the end, `key` is
+// marked found. With no file or no loaded tree: true, nothing set.
 bool MorvSettings::GetChildKey(PList* file, const KeyPath& components, bool create, bool isUserFile,
-                               mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
-                               mvtl::RefCountedPtr_STLSafe<PListDictionary>& parent) {
+                               KeyLocation& key) {
   if (file == nullptr || file->GetRoot() == nullptr) return true;
   // No key deeper than a settings file may nest (the root is one level).
   if (components.size() >= kMaxNesting) return false;
   PListDictionary* current = file->GetRoot();
-  PListDictionary* holder = current;
   for (std::size_t i = 0; i < components.size(); ++i) {
     const std::string& component = components[i];
     const PListValue* entry = current->Find(component);
@@ -179,16 +209,14 @@ bool MorvSettings::GetChildKey(PList* file, const KeyPath& components, bool crea
       PListDictionaryRef made;
       made.Assign(new PListDictionary);
       current->Set(component, made);
-      file->RecordChange(KeyPath(components.begin(), components.begin() + i + 1));
+      file->RecordChange(KeyPath(components.begin(), components.begin() + i + 1), false);
       next = made.Get();
     } else {
       return !isUserFile;
     }
-    holder = current;
     current = next;
   }
-  key.Assign(current);
-  parent.Assign(holder);
+  key.SetFound(true);
   return true;
 }
 
@@ -200,11 +228,6 @@ bool MorvSettings::GetName(std::string& name) {
 bool MorvSettings::GetName(std::wstring& name) {
   name = UTF8ToWide(m_name);
   return true;
-}
-
-bool MorvSettings::IsKeyDetached() const {
-  return (m_userKey.Get() != nullptr && m_userKey->IsDetached()) ||
-         (m_sharedKey.Get() != nullptr && m_sharedKey->IsDetached());
 }
 
 int MorvSettings::AddRef() {
@@ -259,7 +282,7 @@ bool MorvSettings::GetValueNameSet(std::set<std::string>& names) {
   names.clear();
   if (!Open()) return false;
   CollectNames(GetReadWriteKey(), false, names);
-  if (InSet(m_scope, kFallbackSet)) CollectNames(m_sharedKey.Get(), false, names);
+  if (InSet(m_scope, kFallbackSet)) CollectNames(GetSharedKey(), false, names);
   return true;
 }
 
@@ -268,7 +291,7 @@ bool MorvSettings::GetChildNameSet(std::set<std::string>& names) {
   names.clear();
   if (!Open()) return false;
   CollectNames(GetReadWriteKey(), true, names);
-  if (InSet(m_scope, kFallbackSet)) CollectNames(m_sharedKey.Get(), true, names);
+  if (InSet(m_scope, kFallbackSet)) CollectNames(GetSharedKey(), true, names);
   return true;
 }
 
@@ -314,7 +337,7 @@ bool MorvSettings::Delete(std::string const& name) {
   if (target == nullptr) return false;
   target->Remove(key);  // a missing name is no error
   SetDirty(target);
-  RecordChange(target, {key});
+  RecordChange(target, {key}, true);
   return true;
 }
 
@@ -322,22 +345,23 @@ bool MorvSettings::Delete(std::wstring const& name) { return Delete(WideToUTF8(n
 
 bool MorvSettings::Delete() {
   StoreLock lock;
-  if (m_userKey.Get() == nullptr && m_sharedKey.Get() == nullptr) return false;
+  if (!m_userKey.IsFound() && !m_sharedKey.IsFound()) return false;
   PListDictionary* const target = GetReadWriteKey();
   // The key is removed from the dictionary that holds it, in the file that
   // owns it; with no key of its own in the read-write file (a node of scope
-  // 2 or 5 opened through the shared key alone) nothing is removed and
-  // nothing is marked.
+  // 2 or 5 opened through the shared key alone, or a key that another
+  // process removed) nothing is removed and nothing is marked.
+  PList* const file = FileOwning(target);
   PListDictionary* parent = nullptr;
-  if (target != nullptr) {
+  if (file != nullptr) {
     ClearDirty(target);
     SetDirty(target);
-    parent = target == m_userKey.Get() ? m_userParent.Get() : m_sharedParent.Get();
+    parent = FindDictionary(file->GetRoot(), m_keyPath, m_keyPath.size() - 1);
   }
   const bool removed = parent != nullptr;
   if (removed) {
     parent->Remove(m_name);
-    RecordChange(target, {});
+    file->RecordChange(m_keyPath, true);
   }
   Close();  // saves
   m_children.clear();
@@ -345,27 +369,35 @@ bool MorvSettings::Delete() {
 }
 
 bool MorvSettings::Close() {
-  bool saved = true;
-  if (m_userFile.Get() != nullptr && !m_userFile->Save()) saved = false;
-  if (m_sharedFile.Get() != nullptr && !m_sharedFile->Save()) saved = false;
-  m_userKey.Assign(nullptr);
-  m_userParent.Assign(nullptr);
+  // The node lets go of its files first, then saves them: a save lets go of
+  // the store lock while it writes, and the node is closed by then.
+  const mvtl::RefCountedPtr<PList> user(m_userFile.Get());
+  const mvtl::RefCountedPtr<PList> shared(m_sharedFile.Get());
   m_userFile = static_cast<const PList*>(nullptr);
-  m_sharedKey.Assign(nullptr);
-  // The shared key's parent stays set: it does not stop a later Open, which
-  // looks only at the keys, and the next Open replaces it.
   m_sharedFile = static_cast<const PList*>(nullptr);
+  m_userKey.SetFound(false);
+  m_sharedKey.SetFound(false);
+  bool saved = true;
+  if (user.Get() != nullptr && !user->Save()) saved = false;
+  if (shared.Get() != nullptr && !shared->Save()) saved = false;
   return saved;
 }
 
 PListDictionary* MorvSettings::GetReadWriteKey() const {
-  if (InSet(m_scope, kUserReadWriteSet)) return m_userKey.Get();
-  if (InSet(m_scope, kSharedSet)) return m_sharedKey.Get();
+  if (InSet(m_scope, kUserReadWriteSet)) return GetUserKey();
+  if (InSet(m_scope, kSharedSet)) return GetSharedKey();
   return nullptr;
 }
 
+bool MorvSettings::HasLostReadWriteKey() const {
+  const KeyLocation* key = InSet(m_scope, kUserReadWriteSet) ? &m_userKey
+                           : InSet(m_scope, kSharedSet)      ? &m_sharedKey
+                                                             : nullptr;
+  return key != nullptr && key->IsFound() && GetReadWriteKey() == nullptr;
+}
+
 PListDictionary* MorvSettings::GetReadKeyFallback() const {
-  return InSet(m_scope, kFallbackSet) ? m_sharedKey.Get() : nullptr;
+  return InSet(m_scope, kFallbackSet) ? GetSharedKey() : nullptr;
 }
 
 // The file that owns `dictionary`: the shared key is tested first. A null
@@ -373,17 +405,17 @@ PListDictionary* MorvSettings::GetReadKeyFallback() const {
 // keys belong to no file, and so do keys of a scope without that file.
 PList* MorvSettings::FileOwning(PListDictionary* dictionary) const {
   if (dictionary == nullptr) return nullptr;
-  if (dictionary == m_sharedKey.Get()) return m_sharedFile.Get();
-  if (dictionary == m_userKey.Get()) return m_userFile.Get();
+  if (dictionary == GetSharedKey()) return m_sharedFile.Get();
+  if (dictionary == GetUserKey()) return m_userFile.Get();
   return nullptr;
 }
 
-void MorvSettings::RecordChange(PListDictionary* key, const KeyPath& below) {
+void MorvSettings::RecordChange(PListDictionary* key, const KeyPath& below, bool replaced) {
   PList* file = FileOwning(key);
   if (file == nullptr) return;
   KeyPath path = m_keyPath;
   path.insert(path.end(), below.begin(), below.end());
-  file->RecordChange(std::move(path));
+  file->RecordChange(std::move(path), replaced);
 }
 
 void MorvSettings::SetDirty(PListDictionary* dictionary) {

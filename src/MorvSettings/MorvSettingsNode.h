@@ -4,6 +4,7 @@
 #ifndef MORVSETTINGS_MORVSETTINGSNODE_H
 #define MORVSETTINGS_MORVSETTINGSNODE_H
 
+#include <cstdint>
 #include <map>
 #include <set>
 #include <string>
@@ -36,22 +37,28 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
                                          IMorvSettings** out);
 
   // Opens the files that the scope selects and finds (or, with scopes 7 to
-  // 9, creates) the key dictionaries. Returns at once when a key is open,
-  // unless a merge with the file on disk has detached it (see
-  // PListDictionary::IsDetached): the node is then closed and opened anew.
-  // Reopening a node whose earlier open obtained its file but failed, with
-  // no Close since, aborts on the "ptr == NULL" assertion.
+  // 9, creates) the key dictionaries. An open node finds its keys in the
+  // files' current trees on every call: when another process removed a key
+  // (a save or refresh merged that in), the node behaves as if the key were
+  // missing in that file, and scopes 7 to 9 make it again. Reopening a node
+  // whose earlier open obtained its file but found no key, with no Close
+  // since, aborts on the "ptr == NULL" assertion.
   bool Open();
 
-  // Saves both files, then drops the key dictionaries and file references
-  // (the shared key's parent stays set). True when every save succeeded.
+  // Saves both files, then drops the file references. True when every save
+  // succeeded.
   bool Close();
 
   // The key dictionary that stores write and fetches read (per-user for
   // scopes 1, 2, 4, 5, 7, 8; shared for 3, 6, 9; null otherwise), and the
-  // shared key for scopes 2, 5 and 8 (null otherwise).
+  // shared key for scopes 2, 5 and 8 (null otherwise). Valid until the
+  // store lock is let go of or the tree changes.
   PListDictionary* GetReadWriteKey() const;
   PListDictionary* GetReadKeyFallback() const;
+
+  // Whether the node's open found its read-write key and another process
+  // has removed it since (see Open).
+  bool HasLostReadWriteKey() const;
 
   // Marks the file that owns `dictionary` (one of the key dictionaries)
   // dirty, or clean. The shared key is tested first; a null dictionary, or
@@ -62,7 +69,7 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   // Records a change at the path `below` under the key dictionary `key`
   // (of the key itself for an empty path) with the file that owns the key
   // (see PList::RecordChange); nothing for any other dictionary.
-  void RecordChange(PListDictionary* key, const KeyPath& below);
+  void RecordChange(PListDictionary* key, const KeyPath& below, bool replaced);
 
   // This node's key path as components, from the file's root.
   const KeyPath& GetKeyPath() const { return m_keyPath; }
@@ -78,9 +85,9 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   const std::string& GetSharedFilePath() const { return m_sharedFilePath; }
   PList* GetUserFile() const { return m_userFile.Get(); }
   PList* GetSharedFile() const { return m_sharedFile.Get(); }
-  PListDictionary* GetUserKey() const { return m_userKey.Get(); }
-  PListDictionary* GetSharedKey() const { return m_sharedKey.Get(); }
-  PListDictionary* GetSharedParent() const { return m_sharedParent.Get(); }
+  // The key dictionaries in the files' current trees, or null.
+  PListDictionary* GetUserKey() const { return m_userKey.Find(m_userFile.Get(), m_keyPath); }
+  PListDictionary* GetSharedKey() const { return m_sharedKey.Find(m_sharedFile.Get(), m_keyPath); }
   const ChildMap& GetChildren() const { return m_children; }
 
   // IMorvSettings. Every operation holds the store's lock (StoreLock.h).
@@ -153,14 +160,42 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   ~MorvSettings() override;
 
  private:
+  // Where a node's key is: whether the node's open found it, and the
+  // dictionary found in the file's tree, remembered with the tree's
+  // generation (see PList::GetGeneration) so that fetches on an open node
+  // need no walk.
+  class KeyLocation {
+   public:
+    // The key in `file`'s current tree, or null when the open found none
+    // or it is gone from the tree.
+    PListDictionary* Find(PList* file, const KeyPath& path) const;
+    bool IsFound() const { return m_found; }
+    void SetFound(bool found) {
+      m_found = found;
+      m_generation = 0;
+    }
+
+   private:
+    bool m_found = false;
+    mutable std::uint64_t m_generation = 0;  // 0: nothing remembered
+    mutable PListDictionary* m_dictionary = nullptr;
+  };
+
   // Finds (or, with `create`, makes) the dictionary at `keyPath` in
   // `file`'s tree; see the definition for the results.
   static bool GetChildKey(PList* file, const KeyPath& keyPath, bool create, bool isUserFile,
-                          mvtl::RefCountedPtr_STLSafe<PListDictionary>& key,
-                          mvtl::RefCountedPtr_STLSafe<PListDictionary>& parent);
+                          KeyLocation& key);
 
-  // Whether a key dictionary of this node was detached by a merge.
-  bool IsKeyDetached() const;
+  // The opening step of the node's files: the cached file of `path` into
+  // `file`, loaded (or created with `create`). False when it has no tree.
+  bool OpenFile(const std::string& path, bool create, mvtl::RefCountedPtr<PList>& file);
+
+  // Open for a node that is open already: makes keys that another process
+  // removed again (scopes 7 to 9), then checks the keys as Open does.
+  bool Reopen();
+
+  // Open's last step: whether the keys that the scope needs are there.
+  bool HasNeededKeys() const;
 
   // The file whose key `dictionary` is, or null (see SetDirty).
   PList* FileOwning(PListDictionary* dictionary) const;
@@ -185,12 +220,10 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   KeyPath m_keyPath;             // m_fullKeyPath's components
   std::string m_sharedFilePath;  // empty when there is no shared folder
   mvtl::RefCountedPtr<PList> m_sharedFile;
-  mvtl::RefCountedPtr_STLSafe<PListDictionary> m_sharedKey;
-  mvtl::RefCountedPtr_STLSafe<PListDictionary> m_sharedParent;
+  KeyLocation m_sharedKey;
   std::string m_userFilePath;  // empty when there is no user folder
   mvtl::RefCountedPtr<PList> m_userFile;
-  mvtl::RefCountedPtr_STLSafe<PListDictionary> m_userKey;
-  mvtl::RefCountedPtr_STLSafe<PListDictionary> m_userParent;
+  KeyLocation m_userKey;
   ChildMap m_children;
 };
 

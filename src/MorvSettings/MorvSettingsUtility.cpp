@@ -129,8 +129,11 @@ SaveResult SaveSettings(IMorvSettings* node) {
   MorvSettings* own = OwnNode(node);
   if (own == nullptr) return SaveResult(EINVAL);
   SaveResult result;
-  for (PList* file : {own->GetUserFile(), own->GetSharedFile()}) {
-    if (file == nullptr || file->GetRoot() == nullptr || !file->IsDirty()) continue;
+  // Held here: a save lets go of the store lock while it writes.
+  const mvtl::RefCountedPtr<PList> files[] = {mvtl::RefCountedPtr<PList>(own->GetUserFile()),
+                                              mvtl::RefCountedPtr<PList>(own->GetSharedFile())};
+  for (const mvtl::RefCountedPtr<PList>& file : files) {
+    if (file.Get() == nullptr || file->GetRoot() == nullptr || !file->IsDirty()) continue;
     int error = 0;
     std::string movedAside;
     const bool saved = file->Save(&error, &movedAside);

@@ -144,11 +144,14 @@ bool MorvSettings::StoreValue(const std::string& name, PListValue value) {
   StoreLock lock;
   std::string key;
   if (name.empty() || !StoredText(name, key) || !Open()) return false;
-  // Scopes without a read-write dictionary store nothing, and succeed.
+  // Scopes without a read-write dictionary store nothing, and succeed; a
+  // key that another process removed (and the scope does not make again)
+  // takes nothing.
   PListDictionary* target = GetReadWriteKey();
+  if (target == nullptr && HasLostReadWriteKey()) return false;
   if (target != nullptr) target->Set(key, std::move(value));
   SetDirty(target);
-  RecordChange(target, {key});
+  RecordChange(target, {key}, true);
   return true;
 }
 

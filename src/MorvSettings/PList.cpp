@@ -5,9 +5,11 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <iterator>
 #include <utility>
 
 #include "SettingsFiles.h"
+#include "StoreLock.h"
 #include "TreeMerge.h"
 #include "format/PListFormat.h"
 #include "format/PListLimits.h"
@@ -62,44 +64,126 @@ PList::PList(const std::string& path)
       m_path(path),
       m_directoriesMade(false),
       m_dirty(false),
-      m_baseState(kFileMissing) {}
+      m_dirtyCount(0),
+      m_generation(0),
+      m_changeCount(0) {
+  NewGeneration();
+}
 
 PList::~PList() {}
 
-void PList::SetBase(FileReadResult state, std::string bytes, const FileIdentity& identity) {
-  m_baseState = state;
-  m_baseBytes = state == kFileRead ? std::move(bytes) : std::string();
-  m_baseIdentity = state == kFileRead ? identity : FileIdentity();
+namespace {
+
+// Serialises `tree` in the binary format; false with `error` set when it
+// cannot be written so as to read back. `sizeHint` is the size expected.
+bool Serialise(const PListDictionary& tree, std::string& bytes, int& error, std::size_t sizeHint) {
+  PListError refused = PListError::kNone;
+  if (WriteBinaryPropertyList(tree, bytes, &refused, sizeHint)) return true;
+  error = refused == PListError::kTooLarge ? EFBIG : EINVAL;
+  return false;
+}
+
+}  // namespace
+
+struct PList::Snapshot {
+  std::string bytes;              // what to write
+  ChangeList changes;             // this process's changes, for a merge
+  std::uint64_t changeCount = 0;  // the last change taken
+  std::uint64_t dirtyCount = 0;
+  // Set by the write: the merged tree, when the file had changed; whether
+  // an unreadable file was moved aside; what is on disk after the write.
+  mvtl::RefCountedPtr<PListDictionary> merged;
+  bool movedAside = false;
+  Base written;
+};
+
+void PList::NewGeneration() {
+  static std::atomic<std::uint64_t> generations(0);
+  m_generation = ++generations;
+}
+
+void PList::SetDirty(bool dirty) {
+  if (dirty) ++m_dirtyCount;
+  m_dirty = dirty;
 }
 
 bool PList::Open(bool create) {
-  if (m_root.Get() != nullptr) return true;
-  std::string bytes;
-  FileIdentity identity;
-  FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, bytes, &identity);
-  mvtl::RefCountedPtr<PListDictionary> root;
-  if (state == kFileRead && !ParsePropertyList(bytes, root)) state = kFileUnreadable;
-  if (state == kFileRead) m_root = root;
-  // The base follows the latest load: a file that another program repaired
-  // since an earlier failed load counts as read.
-  SetBase(state, std::move(bytes), identity);
-  if (m_root.Get() == nullptr && create) m_root = new PListDictionary;
+  if (m_root.Get() == nullptr) {
+    Base base;
+    mvtl::RefCountedPtr<PListDictionary> root;
+    StoreUnlock unlocked;
+    std::lock_guard<std::mutex> io(m_io);
+    base.state = ReadSettingsFile(m_path, kMaxSettingsFileSize, base.bytes, &base.identity);
+    if (base.state == kFileRead && !ParsePropertyList(base.bytes, root)) {
+      base.state = kFileUnreadable;
+    }
+    StoreLock lock;
+    // Unless another thread loaded the file meanwhile: the base follows
+    // the latest load, so a file that another program repaired since an
+    // earlier failed load counts as read.
+    if (m_root.Get() == nullptr) {
+      if (base.state != kFileRead) base = Base{base.state, std::string(), FileIdentity()};
+      m_base = std::move(base);
+      if (root.Get() != nullptr) {
+        m_root = root;
+        NewGeneration();
+      }
+    }
+  }
+  if (m_root.Get() == nullptr && create) {
+    m_root = new PListDictionary;
+    NewGeneration();
+  }
   return m_root.Get() != nullptr;
 }
 
+void PList::RecordChange(KeyPath path, bool replaced) {
+  ChangeRecord& record = m_changes[std::move(path)];
+  record.replaced = record.replaced || replaced;
+  record.sequence = ++m_changeCount;
+  NewGeneration();
+}
+
+void PList::ReplaceTree(mvtl::RefCountedPtr<PListDictionary> tree, std::uint64_t after) {
+  ApplyChanges(CaptureChanges(*m_root, m_changes, after), *tree);
+  m_root = tree;
+  NewGeneration();
+}
+
 bool PList::Save(int* error, std::string* movedAside) {
-  if (m_root.Get() == nullptr) {
-    if (error != nullptr) *error = 0;
-    return false;
-  }
-  if (!m_dirty) return true;
-  if (!m_directoriesMade) {
-    MakeAncestorDirectories(m_path);
-    m_directoriesMade = true;
-  }
   int failure = 0;
-  const bool ok = SaveLocked(failure, movedAside);
-  m_dirty = !ok;  // a failed save is tried again by the next one
+  bool ok = false;
+  {
+    // No file-system call under the store lock: the tree is taken under it,
+    // written without it, and the outcome published under it again.
+    StoreUnlock unlocked;
+    std::lock_guard<std::mutex> io(m_io);
+    Snapshot snapshot;
+    {
+      StoreLock lock;
+      if (m_root.Get() == nullptr) {
+        if (error != nullptr) *error = 0;
+        return false;
+      }
+      if (!m_dirty) return true;
+      snapshot.changeCount = m_changeCount;
+      snapshot.dirtyCount = m_dirtyCount;
+      snapshot.changes = CaptureChanges(*m_root, m_changes);
+      ok = Serialise(*m_root, snapshot.bytes, failure, m_base.bytes.size());
+    }
+    ok = ok && WriteLocked(snapshot, failure, movedAside);
+    StoreLock lock;
+    if (snapshot.movedAside) m_base = Base();  // nothing is there now
+    if (ok) {
+      m_base = std::move(snapshot.written);
+      if (snapshot.merged.Get() != nullptr) ReplaceTree(snapshot.merged, snapshot.changeCount);
+      for (auto it = m_changes.begin(); it != m_changes.end();) {
+        it = it->second.sequence <= snapshot.changeCount ? m_changes.erase(it) : std::next(it);
+      }
+      // Changes made by other threads meanwhile keep the file dirty.
+      if (m_dirtyCount == snapshot.dirtyCount) m_dirty = false;
+    }
+  }
   if (!ok) {
     if (error != nullptr) *error = failure;
     errno = failure;
@@ -107,7 +191,11 @@ bool PList::Save(int* error, std::string* movedAside) {
   return ok;
 }
 
-bool PList::SaveLocked(int& error, std::string* movedAside) {
+bool PList::WriteLocked(Snapshot& snapshot, int& error, std::string* movedAside) {
+  if (!m_directoriesMade) {
+    MakeAncestorDirectories(m_path);
+    m_directoriesMade = true;
+  }
   SettingsFileLock lock;
   if (!lock.Acquire(m_path, LockTimeout())) {
     error = errno;
@@ -122,18 +210,18 @@ bool PList::SaveLocked(int& error, std::string* movedAside) {
   // else the bytes tell.
   std::string disk;
   FileIdentity identity = IdentityOf(m_path);
-  FileReadResult state = m_baseState;
-  bool unchanged = m_baseState != kFileUnreadable && identity == m_baseIdentity;
+  FileReadResult state = m_base.state;
+  bool unchanged = m_base.state != kFileUnreadable && identity == m_base.identity;
   if (!unchanged) {
     state = ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity);
-    unchanged = state != kFileUnreadable && state == m_baseState && disk == m_baseBytes;
+    unchanged = state != kFileUnreadable && state == m_base.state && disk == m_base.bytes;
   }
   mvtl::RefCountedPtr<PListDictionary> diskTree;
   if (!unchanged && state == kFileRead && !ParsePropertyList(disk, diskTree)) {
     state = kFileUnreadable;
   }
   if (unchanged) {
-    // Nobody else saved the file: this object's tree is what to write.
+    // Nobody else saved the file: the tree as taken is what to write.
   } else if (state == kFileUnreadable) {
     // Something that cannot be read is kept aside, never overwritten; this
     // object's tree, the last readable state known, takes its place.
@@ -141,57 +229,54 @@ bool PList::SaveLocked(int& error, std::string* movedAside) {
       error = errno;
       return false;
     }
+    snapshot.movedAside = true;
   } else {
     // Another process saved (or removed) the file since this object read
     // or wrote it: write the disk's tree with this process's changes.
     if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
-    ApplyChanges(*m_root, m_changed, *diskTree);
-    Adopt(*m_root, *diskTree);
-    // The tree now is the disk's plus this process's changes, which stay
-    // recorded: should the write fail, the next save applies them again.
-    SetBase(state, std::move(disk), identity);
+    ApplyChanges(std::move(snapshot.changes), *diskTree);
+    snapshot.merged = diskTree;
+    if (!Serialise(*diskTree, snapshot.bytes, error, disk.size())) return false;
   }
-
-  // Never write a file that the store would refuse to read.
-  std::string bytes;
-  PListError refused = PListError::kNone;
-  if (!WriteBinaryPropertyList(*m_root, bytes, &refused, m_baseBytes.size())) {
-    error = refused == PListError::kTooLarge ? EFBIG : EINVAL;
-    return false;
-  }
-  if (!WriteFileAtomically(m_path, bytes)) {
+  if (!WriteFileAtomically(m_path, snapshot.bytes)) {
     error = errno;
     return false;
   }
   // Under the lock, what is there now is what was just written.
-  SetBase(kFileRead, std::move(bytes), IdentityOf(m_path));
-  m_changed.clear();
+  snapshot.written = Base{kFileRead, std::move(snapshot.bytes), IdentityOf(m_path)};
   return true;
 }
 
 bool PList::Refresh(bool* changed) {
   if (changed != nullptr) *changed = false;
-  if (m_root.Get() == nullptr) return true;
+  StoreUnlock unlocked;
+  std::lock_guard<std::mutex> io(m_io);
+  {
+    StoreLock lock;
+    if (m_root.Get() == nullptr) return true;
+  }
   FileIdentity identity = IdentityOf(m_path);
-  if (m_baseState != kFileUnreadable && identity == m_baseIdentity) return true;
+  if (m_base.state != kFileUnreadable && identity == m_base.identity) return true;
   std::string disk;
   const FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity);
   if (state == kFileUnreadable) return false;
-  if (state == m_baseState && disk == m_baseBytes) {
-    m_baseIdentity = identity;  // touched, not changed
+  if (state == m_base.state && disk == m_base.bytes) {
+    StoreLock lock;
+    m_base.identity = identity;  // touched, not changed
     return true;
   }
   mvtl::RefCountedPtr<PListDictionary> diskTree;
   if (state == kFileRead && !ParsePropertyList(disk, diskTree)) return false;
   if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
-  ApplyChanges(*m_root, m_changed, *diskTree);
-  Adopt(*m_root, *diskTree);
-  SetBase(state, std::move(disk), identity);
+  StoreLock lock;
+  // Every change of this process stays on top, also those made by other
+  // threads while the file was read.
+  ReplaceTree(diskTree, 0);
+  m_base = Base{state, state == kFileRead ? std::move(disk) : std::string(),
+                state == kFileRead ? identity : FileIdentity()};
   if (changed != nullptr) *changed = true;
   return true;
 }
-
-void PList::RecordChange(KeyPath path) { m_changed.insert(std::move(path)); }
 
 int PList::Release() {
   if (GetRefCount() == 2 && !m_inRemoval) {

@@ -4,7 +4,9 @@
 #ifndef MORVSETTINGS_PLIST_H
 #define MORVSETTINGS_PLIST_H
 
+#include <cstdint>
 #include <map>
+#include <mutex>
 #include <string>
 
 #include "RefCountedObject.h"
@@ -21,6 +23,13 @@ namespace mvcs {
 // the entry out of the cache, so the cache never keeps a file alive by
 // itself: when its last user lets go, the object (and any unsaved change)
 // is gone, and the next GetPList reads the file afresh.
+//
+// Locking: everything here is guarded by the store lock (StoreLock.h),
+// which callers hold. Open, Save and Refresh let go of it while they read,
+// lock, write or sync the file, so other threads keep working on the tree
+// meanwhile; they take it again to publish what they read or wrote. Saves
+// and refreshes of one file are serialised among themselves by the file's
+// own I/O mutex, always taken without the store lock.
 class PList : public RefCountedObject<mvtl::IRefCounted> {
  public:
   // File path (UTF-8) to the cached object.
@@ -42,22 +51,25 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // marked dirty). Returns whether a root dictionary exists.
   bool Open(bool create);
 
-  // Records that this process changed the tree at `path` (a store, a
-  // deletion, a key made or imported), so that a save that merges with
-  // another process's version of the file applies the change (see
-  // TreeMerge.h). The record is kept until a save writes the file.
-  void RecordChange(KeyPath path);
+  // Records that this process changed the tree at `path` (see TreeMerge.h):
+  // `replaced` when the entry there was replaced as a whole (a value stored,
+  // a key deleted), not only a dictionary made. The record is kept until a
+  // save writes the change. Any change may take dictionaries out of the
+  // tree, so it also moves the generation on.
+  void RecordChange(KeyPath path, bool replaced);
 
   // Writes the root dictionary if it is dirty, merged with what other
   // processes saved meanwhile. Under the file's lock (SettingsFileLock,
   // waiting at most LockTimeout()): removes temporary files that a killed
   // writer left, reads the file as it is now and, if it is not what this
   // object last read or wrote, applies this process's recorded changes to
-  // it and makes the in-memory tree that merged tree, in place (see
-  // TreeMerge.h); then serialises it in the binary format and replaces the
-  // file atomically. Creates missing folders first (once per object). A file
-  // that is there but cannot be read is moved aside (see MoveFileAside),
-  // never overwritten, and this object's tree is written in its place.
+  // it, writes that and makes it the in-memory tree (see TreeMerge.h);
+  // otherwise writes the tree as it was when the save began. The file is
+  // replaced atomically, in the binary format. Creates missing folders first
+  // (once per object). A file that is there but cannot be read is moved
+  // aside (see MoveFileAside), never overwritten, and this object's tree is
+  // written in its place. Changes that other threads make while the save
+  // runs stay in memory, recorded, and the file stays dirty for them.
   //
   // True on success or when there was nothing to write. False with no root
   // dictionary, or when the save failed: the object stays dirty (a later
@@ -72,10 +84,10 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
 
   // Reads the file again if it changed since this object last read or
   // wrote it (its identity tells, without reading), keeping this process's
-  // recorded changes on top, as a save merges them; the tree is updated in
-  // place. *changed (when not null) says whether it was read again. False,
-  // with the tree as it was, when a file is there that cannot be read.
-  // True at once when no tree is loaded.
+  // recorded changes on top, as a save merges them. *changed (when not
+  // null) says whether it was read again. False, with the tree as it was,
+  // when a file is there that cannot be read. True at once when no tree is
+  // loaded.
   bool Refresh(bool* changed = nullptr);
 
   // Counting, with the cache step described above.
@@ -84,7 +96,14 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // The root dictionary, or null before a successful Open.
   PListDictionary* GetRoot() const { return m_root.Get(); }
   bool IsDirty() const { return m_dirty; }
-  void SetDirty(bool dirty) { m_dirty = dirty; }
+  void SetDirty(bool dirty);
+
+  // A number that changes whenever dictionaries may have been added to or
+  // taken out of the tree (a load, a merge, a refresh, any recorded
+  // change), and is never the same for two trees of any file: a pointer
+  // into the tree found under one generation is valid while the generation
+  // stays the same.
+  std::uint64_t GetGeneration() const { return m_generation; }
 
   // How long a save waits for the file's lock, for every file of the
   // process: $MORV_SETTINGS_LOCK_TIMEOUT milliseconds when that is set to a
@@ -97,27 +116,46 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   explicit PList(const std::string& path);
 
  private:
+  // The file as last read or written, which saves and refreshes compare the
+  // disk with: what was there, and (when it was read) its bytes and
+  // identity.
+  struct Base {
+    FileReadResult state = kFileMissing;
+    std::string bytes;
+    FileIdentity identity;
+  };
+
+  // What a save takes from the tree under the store lock.
+  struct Snapshot;
+
   ~PList() override;
 
-  // The part of Save that runs under the file's lock. False on failure,
-  // with `error` set.
-  bool SaveLocked(int& error, std::string* movedAside);
+  // Moves the generation on (see GetGeneration).
+  void NewGeneration();
 
-  // Records the file as last read or written: what was there (`state`)
-  // and, when it was read, its bytes and identity.
-  void SetBase(FileReadResult state, std::string bytes, const FileIdentity& identity);
+  // Replaces the tree by `tree`, this process's changes recorded after
+  // `after` applied to it (see TreeMerge.h).
+  void ReplaceTree(mvtl::RefCountedPtr<PListDictionary> tree, std::uint64_t after);
+
+  // The part of Save that runs under the file's lock and without the store
+  // lock. False on failure, with `error` set.
+  bool WriteLocked(Snapshot& snapshot, int& error, std::string* movedAside);
 
   bool m_inRemoval;  // set while erasing its own cache entry
-  std::string m_path;
+  const std::string m_path;
   bool m_directoriesMade;  // the folders above the file were made once
   mvtl::RefCountedPtr<PListDictionary> m_root;
   bool m_dirty;
-  // The file as this object last read or wrote it, which a save compares
-  // the disk with, and where this process changed the tree since.
-  FileReadResult m_baseState;
-  std::string m_baseBytes;
-  FileIdentity m_baseIdentity;
-  ChangedPaths m_changed;
+  std::uint64_t m_dirtyCount;  // how often SetDirty(true) was called
+  std::uint64_t m_generation;
+  // Changes since the file was last read or written; m_changeCount
+  // numbers them.
+  ChangeLog m_changes;
+  std::uint64_t m_changeCount;
+  // Written under both the store lock and m_io (or, by a first load,
+  // before any save or refresh can run), so read under either.
+  Base m_base;
+  std::mutex m_io;  // one save or refresh of this file at a time
 };
 
 }  // namespace mvcs

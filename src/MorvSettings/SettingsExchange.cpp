@@ -22,13 +22,13 @@ namespace mvcs {
 
 namespace {
 
-// Calls changed(path) for the path of every entry below `dictionary`
-// (`path` is the dictionary's own).
+// Calls changed(path, false) for the path of every entry below
+// `dictionary` (`path` is the dictionary's own).
 template <class Changed>
 void ForEveryPath(const PListDictionary& dictionary, KeyPath& path, Changed& changed) {
   for (const auto& entry : dictionary.GetEntries()) {
     path.push_back(entry.first);
-    changed(path);
+    changed(path, false);
     if (const PListDictionary* inner = AsDictionary(entry.second)) {
       ForEveryPath(*inner, path, changed);
     }
@@ -39,8 +39,9 @@ void ForEveryPath(const PListDictionary& dictionary, KeyPath& path, Changed& cha
 // Merges `from` into `into`: dictionaries into dictionaries of the same
 // name, every other entry replacing. `from` is a freshly parsed tree that
 // nothing else holds, so its dictionaries can be taken over as they are.
-// Calls changed(path) for the path (below `into`) of every entry it sets or
-// merges into, dictionaries and what they hold included.
+// Calls changed(path, replaced) for the path (below `into`) of every entry
+// it sets (replaced) or merges into (not replaced), and of every entry
+// inside a dictionary that comes in whole.
 template <class Changed>
 void Merge(PListDictionary& into, const PListDictionary& from, KeyPath& path, Changed& changed) {
   for (const auto& entry : from.GetEntries()) {
@@ -48,12 +49,12 @@ void Merge(PListDictionary& into, const PListDictionary& from, KeyPath& path, Ch
     const PListValue* existing = into.Find(entry.first);
     PListDictionary* target = existing != nullptr ? AsDictionary(*existing) : nullptr;
     path.push_back(entry.first);
-    changed(path);
     if (incoming != nullptr && target != nullptr) {
+      changed(path, false);
       Merge(*target, *incoming, path, changed);
     } else {
+      changed(path, true);
       into.Set(entry.first, entry.second);
-      // A dictionary that comes in whole: every path inside it changes.
       if (incoming != nullptr) ForEveryPath(*incoming, path, changed);
     }
     path.pop_back();
@@ -74,7 +75,9 @@ MORVIMPORTRESULT MergeIntoNode(MorvSettings* own, const PListDictionary& incomin
   // The incoming root stands for the node's own dictionary.
   if (NodeDepth(*own) - 1 + NestingDepth(incoming) > kMaxNesting) return MORVIMPORT_TOO_DEEP;
   KeyPath path;
-  auto changed = [own, dictionary](const KeyPath& below) { own->RecordChange(dictionary, below); };
+  auto changed = [own, dictionary](const KeyPath& below, bool replaced) {
+    own->RecordChange(dictionary, below, replaced);
+  };
   Merge(*dictionary, incoming, path, changed);
   own->SetDirty(dictionary);
   return MORVIMPORT_OK;

@@ -28,9 +28,12 @@ bool RefreshSettings(IMorvSettings* node, bool* changed) {
   if (changed != nullptr) *changed = false;
   MorvSettings* own = OwnNode(node);
   if (own == nullptr) return false;
+  // Held here: a refresh lets go of the store lock while it reads.
+  const mvtl::RefCountedPtr<PList> files[] = {mvtl::RefCountedPtr<PList>(own->GetUserFile()),
+                                              mvtl::RefCountedPtr<PList>(own->GetSharedFile())};
   bool ok = true;
-  for (PList* file : {own->GetUserFile(), own->GetSharedFile()}) {
-    if (file == nullptr) continue;
+  for (const mvtl::RefCountedPtr<PList>& file : files) {
+    if (file.Get() == nullptr) continue;
     bool read = false;
     if (!file->Refresh(&read)) ok = false;
     if (read && changed != nullptr) *changed = true;
@@ -192,13 +195,21 @@ SettingsWatcher::SettingsWatcher(const std::string& productId, bool installer,
 }
 
 SettingsWatcher::SettingsWatcher(IMorvSettings* node) : m_state(new State) {
-  StoreLock lock;
-  MorvSettings* own = OwnNode(node);
-  if (own == nullptr) return;
-  const KeyPath& key = own->GetKeyPath();
-  const std::string& user = own->GetUserFilePath();
-  const std::string& shared = own->GetSharedFilePath();
-  switch (own->GetScope() <= 9 ? (1u << own->GetScope()) : 0u) {
+  KeyPath key;
+  std::string user, shared;
+  unsigned scope = 0;
+  {
+    // Only the node's paths are read under the store lock; Start reads the
+    // files without it.
+    StoreLock lock;
+    MorvSettings* own = OwnNode(node);
+    if (own == nullptr) return;
+    key = own->GetKeyPath();
+    user = own->GetUserFilePath();
+    shared = own->GetSharedFilePath();
+    scope = own->GetScope();
+  }
+  switch (scope <= 9 ? (1u << scope) : 0u) {
     case 1u << 1:
     case 1u << 4:
     case 1u << 7:

@@ -1,30 +1,71 @@
 // The lock that makes the settings store safe to use from many threads: one
-// recursive mutex for all of the process's store state (nodes, their counts,
-// the file cache and the in-memory trees). Every public entry point of the
-// store holds it for the whole operation; operations that call other
-// operations (a wide overload calling the narrow one, a release that closes
-// and saves) take it again, which a recursive mutex allows.
+// recursive mutex for all of the process's in-memory store state (nodes,
+// their counts, the file cache and the in-memory trees). Every public entry
+// point of the store holds it for the whole operation; operations that call
+// other operations (a wide overload calling the narrow one, a release that
+// closes and saves) take it again, which a recursive mutex allows.
+//
+// It is never held across a file-system call: code that reads or writes a
+// file lets go of it for that time (StoreUnlock), so that a thread waiting
+// for another process's file lock, a slow disk or an fsync never holds up
+// other threads' work on the in-memory trees.
 
 #ifndef MORVSETTINGS_STORELOCK_H
 #define MORVSETTINGS_STORELOCK_H
 
+#include <atomic>
 #include <mutex>
+#include <thread>
 
 namespace mvcs {
 
+// A recursive mutex that a thread can let go of completely, whatever the
+// depth it holds it at, and take again at that depth.
+class StoreMutex {
+ public:
+  void lock();
+  void unlock();
+
+  // Whether the calling thread holds it.
+  bool HeldByThisThread() const;
+
+  // Lets go of every level the calling thread holds (0 when it holds none)
+  // and returns how many; Reacquire(levels) takes it again as deep.
+  unsigned ReleaseAll();
+  void Reacquire(unsigned levels);
+
+ private:
+  std::mutex m_mutex;
+  std::atomic<std::thread::id> m_owner{std::thread::id()};
+  unsigned m_depth = 0;  // only the owner reads or writes it
+};
+
 // The process's store mutex. Made on first use and never destroyed, so that
 // nodes released while the process exits can still take it.
-std::recursive_mutex& StoreMutex();
+StoreMutex& GetStoreMutex();
 
 // Holds the store mutex for its lifetime.
 class StoreLock {
  public:
-  StoreLock() : m_lock(StoreMutex()) {}
+  StoreLock() { GetStoreMutex().lock(); }
+  ~StoreLock() { GetStoreMutex().unlock(); }
   StoreLock(const StoreLock&) = delete;
   StoreLock& operator=(const StoreLock&) = delete;
+};
+
+// Lets go of the store mutex completely for its lifetime (if the calling
+// thread holds it), and takes it again, as deep as before, at its end.
+// Whoever uses it must not keep pointers into the store's state across it:
+// other threads may change anything meanwhile.
+class StoreUnlock {
+ public:
+  StoreUnlock() : m_levels(GetStoreMutex().ReleaseAll()) {}
+  ~StoreUnlock() { GetStoreMutex().Reacquire(m_levels); }
+  StoreUnlock(const StoreUnlock&) = delete;
+  StoreUnlock& operator=(const StoreUnlock&) = delete;
 
  private:
-  std::lock_guard<std::recursive_mutex> m_lock;
+  unsigned m_levels;
 };
 
 }  // namespace mvcs

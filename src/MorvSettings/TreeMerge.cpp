@@ -8,18 +8,6 @@ namespace mvcs {
 
 namespace {
 
-// The dictionary at components [0, count) of `path` below `root`, or null
-// when one of them is missing or not a dictionary.
-template <class Dictionary>
-Dictionary* Walk(Dictionary& root, const KeyPath& path, std::size_t count) {
-  Dictionary* dictionary = &root;
-  for (std::size_t i = 0; i < count && dictionary != nullptr; ++i) {
-    const PListValue* entry = dictionary->Find(path[i]);
-    dictionary = entry != nullptr ? AsDictionary(*entry) : nullptr;
-  }
-  return dictionary;
-}
-
 // The dictionary at components [0, count) of `path` below `root`, made
 // where it is missing (replacing any value in the way).
 PListDictionary& MakePath(PListDictionary& root, const KeyPath& path, std::size_t count) {
@@ -40,43 +28,63 @@ PListDictionary& MakePath(PListDictionary& root, const KeyPath& path, std::size_
 
 }  // namespace
 
-void ApplyChanges(const PListDictionary& current, const ChangedPaths& changed,
-                  PListDictionary& target) {
-  for (const KeyPath& path : changed) {
-    if (path.empty()) continue;
-    const std::size_t last = path.size() - 1;
-    const PListDictionary* holder = Walk(current, path, last);
-    const PListValue* mine = holder != nullptr ? holder->Find(path[last]) : nullptr;
-    if (mine == nullptr) {
-      if (PListDictionary* theirs = Walk(target, path, last)) theirs->Remove(path[last]);
-    } else if (AsDictionary(*mine) != nullptr) {
-      MakePath(target, path, path.size());
-    } else {
-      MakePath(target, path, last).Set(path[last], *mine);
-    }
+PListDictionaryRef CopyTree(const PListDictionary& dictionary) {
+  PListDictionaryRef copy;
+  copy.Assign(new PListDictionary);
+  copy->Reserve(dictionary.GetEntries().size());
+  for (const auto& entry : dictionary.GetEntries()) {
+    const PListDictionary* inner = AsDictionary(entry.second);
+    copy->Set(entry.first, inner != nullptr ? PListValue(CopyTree(*inner)) : entry.second);
   }
+  return copy;
 }
 
-void Adopt(PListDictionary& current, PListDictionary& merged) {
-  PListDictionary::Entries previous = current.TakeEntries();
-  current.TakeEntriesOf(merged);
-  // Both are in key order: one walk over the two pairs up the names.
-  auto before = previous.begin();
-  for (auto& entry : current.MutableEntries()) {
-    while (before != previous.end() && before->first < entry.first) ++before;
-    if (before == previous.end() || before->first != entry.first) continue;
-    PListDictionary* incoming = AsDictionary(entry.second);
-    PListDictionary* kept = AsDictionary(before->second);
-    if (incoming == nullptr || kept == nullptr) continue;
-    // Keep the object that nodes may hold; it takes the incoming entries.
-    PListDictionaryRef keep;
-    keep.Assign(kept);
-    Adopt(*kept, *incoming);
-    entry.second = keep;
-    before->second = PListValue();  // it stays in the tree: not detached
+ChangeList CaptureChanges(const PListDictionary& current, const ChangeLog& log,
+                          std::uint64_t after) {
+  ChangeList changes;
+  for (const auto& record : log) {
+    if (record.second.sequence <= after || record.first.empty()) continue;
+    CapturedChange change;
+    change.path = record.first;
+    change.replaced = record.second.replaced;
+    const KeyPath& path = record.first;
+    const PListDictionary* holder = FindDictionary(&current, path, path.size() - 1);
+    const PListValue* mine = holder != nullptr ? holder->Find(path.back()) : nullptr;
+    if (mine == nullptr) {
+      change.kind = CapturedChange::kNothing;
+    } else if (const PListDictionary* dictionary = AsDictionary(*mine)) {
+      change.kind = CapturedChange::kDictionary;
+      if (change.replaced) change.value = CopyTree(*dictionary);
+    } else {
+      change.kind = CapturedChange::kValue;
+      change.value = *mine;
+    }
+    changes.push_back(std::move(change));
   }
-  for (const auto& entry : previous) {
-    if (PListDictionary* gone = AsDictionary(entry.second)) gone->MarkDetached();
+  return changes;
+}
+
+void ApplyChanges(ChangeList changes, PListDictionary& target) {
+  for (CapturedChange& change : changes) {
+    const KeyPath& path = change.path;
+    const std::size_t last = path.size() - 1;
+    switch (change.kind) {
+      case CapturedChange::kNothing:
+        if (PListDictionary* theirs = FindDictionary(&target, path, last)) {
+          theirs->Remove(path[last]);
+        }
+        break;
+      case CapturedChange::kDictionary:
+        if (change.replaced) {
+          MakePath(target, path, last).Set(path[last], std::move(change.value));
+        } else {
+          MakePath(target, path, path.size());
+        }
+        break;
+      case CapturedChange::kValue:
+        MakePath(target, path, last).Set(path[last], std::move(change.value));
+        break;
+    }
   }
 }
 

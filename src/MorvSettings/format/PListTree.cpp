@@ -109,13 +109,6 @@ PListValue& PListDictionary::Slot(const char* key, std::size_t size) {
 
 void PListDictionary::Remove(const std::string& key) { m_entries.Remove(key); }
 
-void PListDictionary::MarkDetached() {
-  m_detached = true;
-  for (const auto& entry : m_entries) {
-    if (PListDictionary* child = AsDictionary(entry.second)) child->MarkDetached();
-  }
-}
-
 namespace {
 
 struct SameAs {

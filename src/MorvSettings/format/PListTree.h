@@ -2,9 +2,8 @@
 // whose entries are child dictionaries or values.
 //
 // A dictionary lives as long as anyone holds it, also after it has been
-// removed from its parent (a settings node keeps its key dictionary), which
-// is why the store keeps its own tree rather than a parser's: libplist, for
-// one, frees a subtree as soon as it leaves its parent.
+// removed from its parent: a tree can be taken apart and put together again
+// (a merge moves whole subtrees from one tree into another) without copies.
 
 #ifndef MORVSETTINGS_FORMAT_PLISTTREE_H
 #define MORVSETTINGS_FORMAT_PLISTTREE_H
@@ -195,32 +194,10 @@ class PListDictionary : public RefCountedObject<mvtl::IRefCounted> {
 
   const Entries& GetEntries() const { return m_entries; }
 
-  // For code that rebuilds trees in place: the entries, to change values;
-  // all of them, leaving this dictionary empty; and all of `other`'s,
-  // leaving that one empty, in place of this one's.
-  Entries& MutableEntries() { return m_entries; }
-  Entries TakeEntries() {
-    Entries taken;
-    taken.swap(m_entries);
-    return taken;
-  }
-  void TakeEntriesOf(PListDictionary& other) {
-    m_entries.clear();
-    m_entries.swap(other.m_entries);
-  }
-
-  // Whether this dictionary was marked as taken out of the tree it was in
-  // (by code that replaces a tree's contents in place, for those who still
-  // hold the dictionary to notice).
-  bool IsDetached() const { return m_detached; }
-  // Marks this dictionary and every dictionary below it detached.
-  void MarkDetached();
-
  private:
   ~PListDictionary() override {}
 
   Entries m_entries;
-  bool m_detached = false;
 };
 
 PListDictionaryRef::~PListDictionaryRef() {
