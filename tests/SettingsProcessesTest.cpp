@@ -222,6 +222,13 @@ TEST_F(SettingsProcesses, AWriterKilledDuringSavesLosesNothingAcknowledged) {
     const std::string prefix = "r" + std::to_string(round) + "_";
     process::Child child =
         process::Start({kHelper, "store-until-killed", "Killed", prefix, "400000"});
+    // Killed at a random moment after its first acknowledged save (which
+    // an instrumented build takes long to reach).
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (process::OutputSoFar(child).find('\n') == std::string::npos &&
+           std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(20 + random() % 60));
     kill(child.pid, SIGKILL);
     const process::Result result = process::Finish(child);

@@ -15,22 +15,31 @@
 // written back (atomically) when a node that changed it closes: when it is
 // deleted with Delete() or released for the last time.
 //
-// Threads and processes. Every function of the store (the factory, every
-// node operation including AddRef and Release, the one-call functions of
+// Threads and processes. Every function of the store (the factory, every node
+// operation including AddRef and Release, the one-call functions of
 // MorvSettingsSimple.h and the functions of MorvSettingsUtility.h) may be
-// called from any number of threads at once, on the same or different nodes
-// and files: one lock serialises the process's store state, so each call is
-// atomic with respect to the others. Several processes may use the same
-// files at once: a save takes an exclusive lock on "<file>.lock" beside the
-// settings file (the only file the store adds to a settings folder), reads
-// the file as it is then, and writes it with this process's own changes
-// (stores and deletions since this process last read or wrote the file)
-// applied to it, so changes that other processes saved meanwhile survive;
-// where two processes changed the same entry, the later save wins. After a
-// save, every open node of that file sees the merged contents. Readers take
-// no lock and never see a partial file. A save that cannot get the lock
-// within its timeout (5 s; see mvcs::SetSaveLockTimeout) fails and keeps the
-// change for the next save.
+// called from any number of threads at once, on the same or different nodes and
+// files: one lock serialises the process's in-memory store state, so each call
+// is atomic with respect to the others. That lock is never held while a file is
+// read, locked, written or flushed: a thread whose save waits for another
+// process's file lock, or for the disk, holds up no other thread, neither one
+// working on other files nor one fetching from or storing to the file being
+// saved (its changes made meanwhile stay in memory and are written by the next
+// save). Several processes may use the same files at once: a save takes an
+// exclusive lock on "<file>.lock" beside the settings file (the only file the
+// store adds to a settings folder), reads the file as it is then, and writes it
+// with this process's own changes (stores and deletions since this process last
+// read or wrote the file) applied to it, so changes that other processes saved
+// meanwhile survive; where two processes changed the same entry, the later save
+// wins. After a save, every open node of that file sees the merged contents. A
+// node finds its dictionary by its key path in the file's current contents:
+// when another process removed the node's key, the node behaves as if the key
+// were missing in that file (fetches and queries fail; stores fail, except with
+// the scopes that create, which make the key again). A key deleted here and
+// made again is written as made here, without the entries it had before the
+// deletion. Readers take no lock and never see a partial file. A save that
+// cannot get the lock within its timeout (5 s; see mvcs::SetSaveLockTimeout)
+// fails and keeps the change for the next save.
 //
 // Every operation reports failure only by returning false, and fills its
 // output arguments only on success (with one exception: the narrow

@@ -52,7 +52,7 @@ void ToWide(const std::set<std::string>& names, std::set<std::wstring>& wide) {
 
 MorvSettings::MorvSettings(MORVSETTINGSTYPE scope, const std::string& name, MorvSettings* parent,
                            const std::string& productId)
-    : m_scope(scope), m_name(name), m_fullKeyPath(name), m_keyPath(1, name) {
+    : m_scope(scope), m_name(name), m_fullKeyPath(name), m_keyPath(1, name), m_openers(0) {
   if (parent != nullptr) {
     m_fullKeyPath = parent->m_fullKeyPath + "/" + name;
     m_keyPath = parent->m_keyPath;
@@ -108,6 +108,13 @@ bool CreateMorvSettings(std::wstring const& path, MORVSETTINGSTYPE scope,
 bool MorvSettings::Open() {
   if (m_userKey.IsFound() || m_sharedKey.IsFound()) return Reopen();
   const bool create = Creates(m_scope);
+  // Counts the threads inside this part, which lets go of the store lock
+  // while files load (see OpenFile).
+  struct Opening {
+    explicit Opening(int& count) : m_count(++count) {}
+    ~Opening() { --m_count; }
+    int& m_count;
+  } opening(m_openers);
   if (InSet(m_scope, kUserSet)) {
     if (m_userFilePath.empty()) return false;
     if (!OpenFile(m_userFilePath, create, m_userFile)) return false;
@@ -133,7 +140,9 @@ bool MorvSettings::OpenFile(const std::string& path, bool create,
   mvtl::RefCountedPtr<PList> loading;
   PList::GetPList(path, &loading);
   const bool opened = loading->Open(create);
-  if (m_userKey.IsFound() || m_sharedKey.IsFound()) return opened;  // opened meanwhile
+  // Another thread opened this node, or is opening it, meanwhile.
+  if (m_userKey.IsFound() || m_sharedKey.IsFound()) return opened;
+  if (file.Get() != nullptr && m_openers > 1) return opened;
   // Files are fetched through the smart pointers' out-parameter, which
   // requires them empty: a node whose earlier open obtained a file but then
   // failed (and was not closed since) stops the process here.

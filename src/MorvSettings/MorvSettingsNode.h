@@ -225,6 +225,7 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   mvtl::RefCountedPtr<PList> m_userFile;
   KeyLocation m_userKey;
   ChildMap m_children;
+  int m_openers;  // threads in the part of Open that loads files
 };
 
 // The library's node behind the interface, or null for another
