@@ -51,6 +51,11 @@ std::string PrintScope(const ::testing::TestParamInfo<Where>& info) {
 class SettingsKeyRemovedElsewhere : public tool::SettingsTool,
                                     public ::testing::WithParamInterface<Where> {
  protected:
+  void SetUp() override {
+    tool::SettingsTool::SetUp();
+    child::ForkTheTestAsItStands();
+  }
+
   MORVSETTINGSTYPE Scope() const { return GetParam().scope; }
   bool Installer() const { return GetParam().installer; }
   std::string Top() const { return Installer() ? "Install" : "Settings"; }

@@ -46,6 +46,11 @@ const Lines kNetAgainAndOther = {"\tdict\t1",
 
 class SettingsMergeDeletion : public tool::SettingsTool {
  protected:
+  void SetUp() override {
+    tool::SettingsTool::SetUp();
+    child::ForkTheTestAsItStands();
+  }
+
   // Settings/P/Net = {Host: "a", Port: 1} in P's per-user file.
   void WriteNet() {
     Ok({"write", "P", "Net/Host", "string", "a"});

@@ -24,6 +24,12 @@
 
 namespace child {
 
+// The parent checks what a scenario left on disk, so the child must be a
+// fork of the test as it stands (GoogleTest's "fast" death tests), not a
+// new run of the test program from its start ("threadsafe"), which would
+// work in a sandbox of its own. Fixtures call this in SetUp.
+inline void ForkTheTestAsItStands() { GTEST_FLAG_SET(death_test_style, "fast"); }
+
 [[noreturn]] inline void Run(const std::function<void()>& scenario) {
   // An abort needs no core file.
   const rlimit noCore = {0, 0};
