@@ -109,7 +109,7 @@ TEST_F(SettingsSaveStall, AFetchFromAnotherFileDoesNotWaitForASaveWaitingOnALock
   long long b = 0;
   ASSERT_TRUE(y->FetchInteger(std::string("b"), b));
   ASSERT_TRUE(x->StoreInteger(std::string("a"), 1));
-  HoldLock("X");
+  ASSERT_NO_FATAL_FAILURE(HoldLock("X"));
 
   mvcs::SaveResult saved(-1);
   bool fetched = false;
@@ -132,7 +132,7 @@ TEST_F(SettingsSaveStall, OpeningANodeOfAnotherFileDoesNotWaitForAReleaseWaiting
   Node x = fixtures::Open("Settings/X", mvcs::MORVSETTINGSTYPE_USER_CREATE);
   ASSERT_NE(x.Get(), nullptr);
   ASSERT_TRUE(x->StoreInteger(std::string("a"), 1));
-  HoldLock("X");
+  ASSERT_NO_FATAL_FAILURE(HoldLock("X"));
 
   Node z;
   long long c = 0;
