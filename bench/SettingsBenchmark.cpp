@@ -19,6 +19,16 @@
 //   ProcessesStoring  N processes (N = 1, 2, 4, 8) each making 40 one-call
 //                  stores into one product at once; items/s is the stores
 //                  per second of all of them together
+//   FetchWhileOtherSaveWaits  one fetch on an open node of the 4 KiB file
+//                  while a background thread keeps saving another product's
+//                  file, whose lock another process holds throughout: each
+//                  save waits for the lock (10 ms, the save lock timeout set
+//                  here), fails, and is tried again 1 ms later. The fetches
+//                  come at random moments (0 to 22 ms apart, outside the
+//                  timing, so that they fall anywhere in the saves' cycle);
+//                  p50_us and p99_us are the median and the 99th percentile
+//                  of their latency in microseconds. A fetch that waits for
+//                  the save waits up to the lock timeout (5 s by default)
 //
 // Names read Op/Implementation/Input; times are per call. The files live in
 // a temporary folder (XDG_CONFIG_HOME), removed at exit.
@@ -27,18 +37,25 @@
 #include <fcntl.h>
 #include <plist/plist.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "BenchFiles.h"
 #include "MorvSettings/MorvSettings.h"
 #include "MorvSettings/MorvSettingsSimple.h"
+#include "MorvSettings/MorvSettingsUtility.h"
 
 namespace {
 
@@ -235,6 +252,111 @@ void ProcessesStoring(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * processes * stores);
 }
 
+// Another process holding the lock of a settings file (as a save of
+// another program would) until Release.
+class LockHolder {
+ public:
+  // False when the child could not take the lock.
+  bool Hold(const std::string& settingsFile) {
+    int ready[2], hold[2];
+    if (pipe2(ready, O_CLOEXEC) != 0) return false;
+    if (pipe2(hold, O_CLOEXEC) != 0) {
+      close(ready[0]);
+      close(ready[1]);
+      return false;
+    }
+    const std::string lock = settingsFile + ".lock";
+    m_child = fork();
+    if (m_child == 0) {
+      close(ready[0]);
+      close(hold[1]);
+      const int fd = open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+      const char locked = fd >= 0 && flock(fd, LOCK_EX) == 0 ? '1' : '0';
+      if (write(ready[1], &locked, 1) != 1) _exit(1);
+      char end;
+      while (read(hold[0], &end, 1) > 0) {
+      }
+      _exit(0);  // the lock goes with the process
+    }
+    close(ready[1]);
+    close(hold[0]);
+    m_hold = hold[1];
+    char locked = '0';
+    const bool ok = m_child > 0 && read(ready[0], &locked, 1) == 1 && locked == '1';
+    close(ready[0]);
+    return ok;
+  }
+
+  // Lets the child end, which frees the lock.
+  void Release() {
+    if (m_hold >= 0) close(m_hold);
+    m_hold = -1;
+    if (m_child > 0) waitpid(m_child, nullptr, 0);
+    m_child = -1;
+  }
+
+  ~LockHolder() { Release(); }
+
+ private:
+  pid_t m_child = -1;
+  int m_hold = -1;
+};
+
+void FetchWhileOtherSaveWaits(benchmark::State& state, const SettingsFile& file) {
+  const std::string other = "BenchLocked";
+  mvtl::RefCountedPtr<mvcs::IMorvSettings> reader, writer;
+  mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER, &reader);
+  mvcs::CreateMorvSettings("Settings/" + other, mvcs::MORVSETTINGSTYPE_USER_CREATE, &writer);
+  if (reader.Get() == nullptr || writer.Get() == nullptr) {
+    state.SkipWithError("cannot open the nodes");
+    return;
+  }
+  LockHolder holder;
+  if (!holder.Hold(mvcs::GetProductSettingsFile(other))) {
+    state.SkipWithError("cannot hold the lock");
+    return;
+  }
+  const unsigned previousTimeout = mvcs::SetSaveLockTimeout(10);
+  std::atomic<bool> stop{false};
+  std::thread saver([&] {
+    for (long long n = 0; !stop; ++n) {
+      writer->StoreInteger(std::string("Counter"), n);
+      mvcs::SaveSettings(writer.Get());  // waits for the lock, then fails
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  });
+
+  std::mt19937 random(7);
+  std::vector<double> latencies;
+  latencies.reserve(static_cast<std::size_t>(state.max_iterations));
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 22000));
+    state.ResumeTiming();
+    const auto start = std::chrono::steady_clock::now();
+    long long value = 0;
+    reader->FetchInteger(std::string("Count5"), value);
+    latencies.push_back(
+        std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
+            .count());
+    benchmark::DoNotOptimize(value);
+  }
+
+  stop = true;
+  saver.join();
+  holder.Release();
+  writer = static_cast<const mvcs::IMorvSettings*>(nullptr);  // saves, the lock now free
+  mvcs::SetSaveLockTimeout(previousTimeout);
+  if (latencies.empty()) return;
+  std::sort(latencies.begin(), latencies.end());
+  const auto at = [&](double fraction) {
+    const std::size_t rank = static_cast<std::size_t>(fraction * latencies.size());
+    return latencies[std::min(rank, latencies.size() - 1)];
+  };
+  state.counters["p50_us"] = at(0.50);
+  state.counters["p99_us"] = at(0.99);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -260,6 +382,10 @@ int main(int argc, char** argv) {
       ->Range(1, 8)
       ->UseRealTime()
       ->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark("FetchWhileOtherSaveWaits/Morv/4KiB", FetchWhileOtherSaveWaits,
+                               Files()[0])
+      ->Iterations(300)
+      ->Unit(benchmark::kMicrosecond);
   for (const SettingsFile& file : Files()) {
     std::fprintf(stderr, "%s file: %zu bytes\n", file.name.c_str(), file.bytes.size());
   }
