@@ -7,9 +7,9 @@
 #include <map>
 #include <string>
 
-#include "RefCountedObject.h"
 #include "SettingsFiles.h"
 #include "TreeMerge.h"
+#include "common/RefCountedObject.h"
 #include "format/PListTree.h"
 #include "mvtl/RefCountedPtr.h"
 

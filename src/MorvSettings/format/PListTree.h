@@ -16,7 +16,7 @@
 #include <variant>
 #include <vector>
 
-#include "RefCountedObject.h"
+#include "common/RefCountedObject.h"
 #include "mvtl/RefCountedPtr.h"
 
 namespace mvcs {
