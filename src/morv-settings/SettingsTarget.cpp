@@ -28,8 +28,6 @@ mvcs::MORVSETTINGSTYPE ScopeOf(Access access, bool installer) {
   }
 }
 
-std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
-
 }  // namespace
 
 SettingsTarget::SettingsTarget(const std::string& product, bool installer)
