@@ -3,7 +3,7 @@
 // and as value trees (ReadSettingsTree, WriteSettingsTree), and the
 // conversions between the store's tree and SettingsValue.
 
-#include <cstring>
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -216,52 +216,35 @@ void OverlayDictionary(const PListDictionary* layer, SettingsValue& view) {
   view.entries.swap(merged);
 }
 
-namespace {
-
-struct SameAs {
-  static bool Values(const SettingsValue& a, const SettingsValue& b) {
-    if (a.kind != b.kind) return false;
-    switch (a.kind) {
-      case MORVVALUEKIND_INTEGER:
-      case MORVVALUEKIND_UNSIGNED_INTEGER:
-        return a.integer == b.integer;
-      case MORVVALUEKIND_REAL:
-      case MORVVALUEKIND_DATE:
-        return std::memcmp(&a.real, &b.real, sizeof(a.real)) == 0;
-      case MORVVALUEKIND_BOOLEAN:
-        return a.boolean == b.boolean;
-      case MORVVALUEKIND_STRING:
-        return a.text == b.text;
-      case MORVVALUEKIND_DATA:
-        return a.data == b.data;
-      case MORVVALUEKIND_UID:
-        return a.uid == b.uid;
-      case MORVVALUEKIND_ARRAY:
-      case MORVVALUEKIND_SET:
-        if (a.items.size() != b.items.size()) return false;
-        for (std::size_t i = 0; i < a.items.size(); ++i) {
-          if (!Values(a.items[i], b.items[i])) return false;
-        }
-        return true;
-      case MORVVALUEKIND_DICTIONARY:
-        if (a.entries.size() != b.entries.size()) return false;
-        for (std::size_t i = 0; i < a.entries.size(); ++i) {
-          if (a.entries[i].name != b.entries[i].name ||
-              !Values(a.entries[i].value, b.entries[i].value)) {
-            return false;
-          }
-        }
-        return true;
-      default:
-        return true;
-    }
-  }
-};
-
-}  // namespace
-
 bool SameSettingsValue(const SettingsValue& a, const SettingsValue& b) {
-  return SameAs::Values(a, b);
+  if (a.kind != b.kind) return false;
+  switch (a.kind) {
+    case MORVVALUEKIND_INTEGER:
+    case MORVVALUEKIND_UNSIGNED_INTEGER:
+      return a.integer == b.integer;
+    case MORVVALUEKIND_REAL:
+    case MORVVALUEKIND_DATE:
+      return SameBits(a.real, b.real);
+    case MORVVALUEKIND_BOOLEAN:
+      return a.boolean == b.boolean;
+    case MORVVALUEKIND_STRING:
+      return a.text == b.text;
+    case MORVVALUEKIND_DATA:
+      return a.data == b.data;
+    case MORVVALUEKIND_UID:
+      return a.uid == b.uid;
+    case MORVVALUEKIND_ARRAY:
+    case MORVVALUEKIND_SET:
+      return std::equal(a.items.begin(), a.items.end(), b.items.begin(), b.items.end(),
+                        SameSettingsValue);
+    case MORVVALUEKIND_DICTIONARY:
+      return std::equal(a.entries.begin(), a.entries.end(), b.entries.begin(), b.entries.end(),
+                        [](const SettingsEntry& i, const SettingsEntry& j) {
+                          return i.name == j.name && SameSettingsValue(i.value, j.value);
+                        });
+    default:
+      return true;
+  }
 }
 
 bool ReadSettingsTree(IMorvSettings* node, bool withFallback, SettingsValue& tree) {
