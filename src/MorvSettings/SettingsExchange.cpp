@@ -80,10 +80,19 @@ MORVIMPORTRESULT MergeIntoNode(MorvSettings* own, const PListDictionary& incomin
   return MORVIMPORT_OK;
 }
 
-// The store's value for a SettingsValue, or false when a settings file
-// cannot hold it (see WriteSettingsTree).
-// `tooDeep` is set when containers nest deeper than a settings file may.
-bool ToTree(const SettingsValue& value, std::size_t depth, PListValue& out, bool& tooDeep) {
+// The store's value for a SettingsValue, which sits at nesting `depth` if
+// it is a container (the root is 1), or false when a settings file cannot
+// hold it (see WriteSettingsTree); `tooDeep` is set when containers nest
+// deeper than a settings file may. The one conversion from SettingsValue
+// to the tree; ToSettingsValue goes the other way.
+bool FromSettingsValue(const SettingsValue& value, std::size_t depth, PListValue& out,
+                       bool& tooDeep) {
+  const bool container = value.kind == MORVVALUEKIND_ARRAY || value.kind == MORVVALUEKIND_SET ||
+                         value.kind == MORVVALUEKIND_DICTIONARY;
+  if (container && depth > kMaxNesting) {
+    tooDeep = true;
+    return false;
+  }
   switch (value.kind) {
     case MORVVALUEKIND_INTEGER:
       out = PListInteger{value.integer, false};
@@ -113,24 +122,18 @@ bool ToTree(const SettingsValue& value, std::size_t depth, PListValue& out, bool
       return true;
     case MORVVALUEKIND_ARRAY:
     case MORVVALUEKIND_SET: {
-      if (depth > kMaxNesting) {
-        tooDeep = true;
-        return false;
-      }
       auto array = std::make_shared<PListArray>();
       array->isSet = value.kind == MORVVALUEKIND_SET;
       array->items.resize(value.items.size());
       for (std::size_t i = 0; i < value.items.size(); ++i) {
-        if (!ToTree(value.items[i], depth + 1, array->items[i], tooDeep)) return false;
+        if (!FromSettingsValue(value.items[i], depth + 1, array->items[i], tooDeep)) {
+          return false;
+        }
       }
       out = PListArrayRef(std::move(array));
       return true;
     }
     case MORVVALUEKIND_DICTIONARY: {
-      if (depth > kMaxNesting) {
-        tooDeep = true;
-        return false;
-      }
       PListDictionaryRef dictionary;
       dictionary.Assign(new PListDictionary);
       for (const SettingsEntry& entry : value.entries) {
@@ -139,7 +142,7 @@ bool ToTree(const SettingsValue& value, std::size_t depth, PListValue& out, bool
           return false;
         }
         PListValue item;
-        if (!ToTree(entry.value, depth + 1, item, tooDeep)) return false;
+        if (!FromSettingsValue(entry.value, depth + 1, item, tooDeep)) return false;
         dictionary->Set(entry.name, std::move(item));
       }
       out = std::move(dictionary);
@@ -264,7 +267,7 @@ MORVIMPORTRESULT WriteSettingsTree(IMorvSettings* node, const SettingsValue& tre
   if (tree.kind != MORVVALUEKIND_DICTIONARY) return MORVIMPORT_NOT_A_SETTINGS_FILE;
   PListValue incoming;
   bool tooDeep = false;
-  if (!ToTree(tree, 1, incoming, tooDeep)) {
+  if (!FromSettingsValue(tree, 1, incoming, tooDeep)) {
     return tooDeep ? MORVIMPORT_TOO_DEEP : MORVIMPORT_NOT_A_SETTINGS_FILE;
   }
   return MergeIntoNode(OwnNode(node), *AsDictionary(incoming));
