@@ -54,6 +54,9 @@ install(TARGETS mvtl EXPORT MorvTargets)
 #                    internal classes; it links LINK_INTERNAL (the internal
 #                    twins of LINK) and LINK_PRIVATE, so a test holds one copy
 #                    of every static object.
+# The library's own folder and src/ are include roots of its internal code:
+# its headers by their path below that folder ("format/PListTree.h"), the
+# helpers of src/common as "common/FileDescriptor.h".
 function(morv_add_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK;LINK_INTERNAL;LINK_PRIVATE" ${ARGN})
 
@@ -63,7 +66,7 @@ function(morv_add_library name)
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
   target_include_directories(${name}_objects PRIVATE
-    ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR})
+    ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name}_objects PRIVATE mvtl ${ARG_LINK_INTERNAL} ${ARG_LINK_PRIVATE})
   morv_set_warnings(${name}_objects)
 
@@ -81,7 +84,7 @@ function(morv_add_library name)
 
   add_library(${name}_internal STATIC $<TARGET_OBJECTS:${name}_objects>)
   target_include_directories(${name}_internal PUBLIC
-    ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR})
+    ${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name}_internal PUBLIC mvtl ${ARG_LINK_INTERNAL} ${ARG_LINK_PRIVATE})
 
   install(TARGETS ${name} EXPORT MorvTargets

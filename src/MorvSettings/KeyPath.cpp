@@ -2,6 +2,8 @@
 
 #include "KeyPath.h"
 
+#include "format/PListText.h"
+
 namespace mvcs {
 
 std::vector<std::string> tokenize(const std::string& text, const std::string& separators) {
@@ -15,5 +17,7 @@ std::vector<std::string> tokenize(const std::string& text, const std::string& se
   }
   return pieces;
 }
+
+const morv_common::KeyPathRule kWatchedKeyPath = {true, IsTreeText};
 
 }  // namespace mvcs

@@ -1,6 +1,7 @@
 // Key paths: the components of a path from a settings file's root
-// ({"Settings", "P", "Net"}), how text is split into them, and the one walk
-// of a path through a tree.
+// ({"Settings", "P", "Net"}), how text is split into them (the node's
+// lenient rule here; the checked rules that watchers and the tool share in
+// common/KeyPathSplitter.h), and the one walk of a path through a tree.
 
 #ifndef MORVSETTINGS_KEYPATH_H
 #define MORVSETTINGS_KEYPATH_H
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "common/KeyPathSplitter.h"
 #include "format/PListTree.h"
 
 namespace mvcs {
@@ -21,6 +23,11 @@ typedef std::vector<std::string> KeyPath;
 // This is the node's own rule: the factory and GetChild split at "/" and
 // "\\" and keep empty components.
 std::vector<std::string> tokenize(const std::string& text, const std::string& separators);
+
+// The rule of a watcher's key path (SettingsWatcher): "" for the watched
+// dictionary itself, otherwise names between single "/", no "\", and the
+// whole of the store's text (well-formed UTF-8 without U+0000).
+extern const morv_common::KeyPathRule kWatchedKeyPath;
 
 // The dictionary at components [0, count) of `path` below `root` (the root
 // itself for count 0), or null when one of them is missing or is not a

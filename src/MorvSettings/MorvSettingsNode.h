@@ -13,7 +13,7 @@
 #include "KeyPath.h"
 #include "MorvSettings/MorvSettings.h"
 #include "PList.h"
-#include "RefCountedObject.h"
+#include "common/RefCountedObject.h"
 #include "format/PListTree.h"
 #include "mvtl/RefCountedPtr.h"
 

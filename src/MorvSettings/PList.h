@@ -9,9 +9,9 @@
 #include <mutex>
 #include <string>
 
-#include "RefCountedObject.h"
 #include "SettingsFiles.h"
 #include "TreeMerge.h"
+#include "common/RefCountedObject.h"
 #include "format/PListTree.h"
 #include "mvtl/RefCountedPtr.h"
 

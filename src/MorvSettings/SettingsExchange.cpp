@@ -3,7 +3,7 @@
 // and as value trees (ReadSettingsTree, WriteSettingsTree), and the
 // conversions between the store's tree and SettingsValue.
 
-#include <cstring>
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -83,10 +83,19 @@ MORVIMPORTRESULT MergeIntoNode(MorvSettings* own, const PListDictionary& incomin
   return MORVIMPORT_OK;
 }
 
-// The store's value for a SettingsValue, or false when a settings file
-// cannot hold it (see WriteSettingsTree).
-// `tooDeep` is set when containers nest deeper than a settings file may.
-bool ToTree(const SettingsValue& value, std::size_t depth, PListValue& out, bool& tooDeep) {
+// The store's value for a SettingsValue, which sits at nesting `depth` if
+// it is a container (the root is 1), or false when a settings file cannot
+// hold it (see WriteSettingsTree); `tooDeep` is set when containers nest
+// deeper than a settings file may. The one conversion from SettingsValue
+// to the tree; ToSettingsValue goes the other way.
+bool FromSettingsValue(const SettingsValue& value, std::size_t depth, PListValue& out,
+                       bool& tooDeep) {
+  const bool container = value.kind == MORVVALUEKIND_ARRAY || value.kind == MORVVALUEKIND_SET ||
+                         value.kind == MORVVALUEKIND_DICTIONARY;
+  if (container && depth > kMaxNesting) {
+    tooDeep = true;
+    return false;
+  }
   switch (value.kind) {
     case MORVVALUEKIND_INTEGER:
       out = PListInteger{value.integer, false};
@@ -116,24 +125,18 @@ bool ToTree(const SettingsValue& value, std::size_t depth, PListValue& out, bool
       return true;
     case MORVVALUEKIND_ARRAY:
     case MORVVALUEKIND_SET: {
-      if (depth > kMaxNesting) {
-        tooDeep = true;
-        return false;
-      }
       auto array = std::make_shared<PListArray>();
       array->isSet = value.kind == MORVVALUEKIND_SET;
       array->items.resize(value.items.size());
       for (std::size_t i = 0; i < value.items.size(); ++i) {
-        if (!ToTree(value.items[i], depth + 1, array->items[i], tooDeep)) return false;
+        if (!FromSettingsValue(value.items[i], depth + 1, array->items[i], tooDeep)) {
+          return false;
+        }
       }
       out = PListArrayRef(std::move(array));
       return true;
     }
     case MORVVALUEKIND_DICTIONARY: {
-      if (depth > kMaxNesting) {
-        tooDeep = true;
-        return false;
-      }
       PListDictionaryRef dictionary;
       dictionary.Assign(new PListDictionary);
       for (const SettingsEntry& entry : value.entries) {
@@ -142,7 +145,7 @@ bool ToTree(const SettingsValue& value, std::size_t depth, PListValue& out, bool
           return false;
         }
         PListValue item;
-        if (!ToTree(entry.value, depth + 1, item, tooDeep)) return false;
+        if (!FromSettingsValue(entry.value, depth + 1, item, tooDeep)) return false;
         dictionary->Set(entry.name, std::move(item));
       }
       out = std::move(dictionary);
@@ -219,52 +222,35 @@ void OverlayDictionary(const PListDictionary* layer, SettingsValue& view) {
   view.entries.swap(merged);
 }
 
-namespace {
-
-struct SameAs {
-  static bool Values(const SettingsValue& a, const SettingsValue& b) {
-    if (a.kind != b.kind) return false;
-    switch (a.kind) {
-      case MORVVALUEKIND_INTEGER:
-      case MORVVALUEKIND_UNSIGNED_INTEGER:
-        return a.integer == b.integer;
-      case MORVVALUEKIND_REAL:
-      case MORVVALUEKIND_DATE:
-        return std::memcmp(&a.real, &b.real, sizeof(a.real)) == 0;
-      case MORVVALUEKIND_BOOLEAN:
-        return a.boolean == b.boolean;
-      case MORVVALUEKIND_STRING:
-        return a.text == b.text;
-      case MORVVALUEKIND_DATA:
-        return a.data == b.data;
-      case MORVVALUEKIND_UID:
-        return a.uid == b.uid;
-      case MORVVALUEKIND_ARRAY:
-      case MORVVALUEKIND_SET:
-        if (a.items.size() != b.items.size()) return false;
-        for (std::size_t i = 0; i < a.items.size(); ++i) {
-          if (!Values(a.items[i], b.items[i])) return false;
-        }
-        return true;
-      case MORVVALUEKIND_DICTIONARY:
-        if (a.entries.size() != b.entries.size()) return false;
-        for (std::size_t i = 0; i < a.entries.size(); ++i) {
-          if (a.entries[i].name != b.entries[i].name ||
-              !Values(a.entries[i].value, b.entries[i].value)) {
-            return false;
-          }
-        }
-        return true;
-      default:
-        return true;
-    }
-  }
-};
-
-}  // namespace
-
 bool SameSettingsValue(const SettingsValue& a, const SettingsValue& b) {
-  return SameAs::Values(a, b);
+  if (a.kind != b.kind) return false;
+  switch (a.kind) {
+    case MORVVALUEKIND_INTEGER:
+    case MORVVALUEKIND_UNSIGNED_INTEGER:
+      return a.integer == b.integer;
+    case MORVVALUEKIND_REAL:
+    case MORVVALUEKIND_DATE:
+      return SameBits(a.real, b.real);
+    case MORVVALUEKIND_BOOLEAN:
+      return a.boolean == b.boolean;
+    case MORVVALUEKIND_STRING:
+      return a.text == b.text;
+    case MORVVALUEKIND_DATA:
+      return a.data == b.data;
+    case MORVVALUEKIND_UID:
+      return a.uid == b.uid;
+    case MORVVALUEKIND_ARRAY:
+    case MORVVALUEKIND_SET:
+      return std::equal(a.items.begin(), a.items.end(), b.items.begin(), b.items.end(),
+                        SameSettingsValue);
+    case MORVVALUEKIND_DICTIONARY:
+      return std::equal(a.entries.begin(), a.entries.end(), b.entries.begin(), b.entries.end(),
+                        [](const SettingsEntry& i, const SettingsEntry& j) {
+                          return i.name == j.name && SameSettingsValue(i.value, j.value);
+                        });
+    default:
+      return true;
+  }
 }
 
 bool ReadSettingsTree(IMorvSettings* node, bool withFallback, SettingsValue& tree) {
@@ -284,7 +270,7 @@ MORVIMPORTRESULT WriteSettingsTree(IMorvSettings* node, const SettingsValue& tre
   if (tree.kind != MORVVALUEKIND_DICTIONARY) return MORVIMPORT_NOT_A_SETTINGS_FILE;
   PListValue incoming;
   bool tooDeep = false;
-  if (!ToTree(tree, 1, incoming, tooDeep)) {
+  if (!FromSettingsValue(tree, 1, incoming, tooDeep)) {
     return tooDeep ? MORVIMPORT_TOO_DEEP : MORVIMPORT_NOT_A_SETTINGS_FILE;
   }
   return MergeIntoNode(OwnNode(node), *AsDictionary(incoming));

@@ -9,7 +9,8 @@
 
 namespace mvcs {
 
-// The value (with everything below it) that the store's `value` holds.
+// The value (with everything below it) that the store's `value` holds. (The
+// other way, SettingsValue to tree, is WriteSettingsTree's own.)
 SettingsValue ToSettingsValue(const PListValue& value);
 
 // Lays the dictionary `layer` under the DICTIONARY `view` (made one if it is

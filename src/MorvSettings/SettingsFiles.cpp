@@ -22,7 +22,7 @@
 #include <thread>
 #include <vector>
 
-#include "FileDescriptor.h"
+#include "common/FileDescriptor.h"
 
 namespace mvcs {
 

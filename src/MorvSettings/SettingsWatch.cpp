@@ -12,14 +12,15 @@
 #include <utility>
 #include <vector>
 
+#include "KeyPath.h"
 #include "MorvSettings/MorvSettingsWatch.h"
 #include "MorvSettingsNode.h"
 #include "SettingsExchange.h"
 #include "SettingsFiles.h"
-#include "SettingsText.h"
 #include "StoreLock.h"
 #include "format/PListFormat.h"
 #include "format/PListLimits.h"
+#include "format/PListText.h"
 
 namespace mvcs {
 
@@ -157,30 +158,14 @@ struct SettingsWatcher::State {
   }
 };
 
-namespace {
-
-// A key path of a watcher: "a/b" to its components; false for an empty
-// component, a backslash (the store's other separator) or invalid UTF-8.
-bool SplitWatchedKey(const std::string& keyPath, KeyPath& components) {
-  std::string text;
-  if (!StoredText(keyPath, text) || text != keyPath) return false;
-  if (keyPath.empty()) return true;
-  if (keyPath.find('\\') != std::string::npos) return false;
-  for (const std::string& component : tokenize(keyPath, "/")) {
-    if (component.empty()) return false;
-    components.push_back(component);
-  }
-  return true;
-}
-
-}  // namespace
-
 SettingsWatcher::SettingsWatcher(const std::string& productId, bool installer,
                                  const std::string& keyPath)
     : m_state(new State) {
   KeyPath below;
   if (productId.empty() || productId.find_first_of("/\\") != std::string::npos ||
-      !IsTreeText(productId.data(), productId.size()) || !SplitWatchedKey(keyPath, below)) {
+      !IsTreeText(productId) ||
+      morv_common::SplitKeyPath(keyPath, kWatchedKeyPath, below) !=
+          morv_common::KeyPathError::kNone) {
     return;
   }
   KeyPath key = {installer ? "Install" : "Settings", productId};

@@ -21,8 +21,6 @@ namespace morv_tool {
 
 namespace {
 
-std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
-
 // `"a/b" in the settings of product "P"`.
 std::string Where(const SettingsTarget& target, const std::string& key) {
   return Quoted(key) + " in " + target.Describe();

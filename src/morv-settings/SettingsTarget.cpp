@@ -6,6 +6,7 @@
 #include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvString/MorvString.h"
 #include "ToolError.h"
+#include "common/KeyPathSplitter.h"
 
 namespace morv_tool {
 
@@ -27,8 +28,6 @@ mvcs::MORVSETTINGSTYPE ScopeOf(Access access, bool installer) {
   }
 }
 
-std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
-
 }  // namespace
 
 SettingsTarget::SettingsTarget(const std::string& product, bool installer)
@@ -42,30 +41,24 @@ SettingsTarget::SettingsTarget(const std::string& product, bool installer)
 }
 
 std::vector<std::string> SettingsTarget::SplitKeyPath(const std::string& keyPath, bool allowEmpty) {
+  // The tool checks only what the decoders accept as UTF-8; the store
+  // refuses, with its own message, what a settings file cannot hold.
+  const morv_common::KeyPathRule rule = {allowEmpty, mvcs::IsUTF8};
   std::vector<std::string> components;
-  if (keyPath.empty()) {
-    if (allowEmpty) return components;
-    throw UsageError("the key is empty");
-  }
-  if (!mvcs::IsUTF8(keyPath))
-    throw UsageError("the key " + Quoted(keyPath) + " is not valid UTF-8");
-  if (keyPath.find('\\') != std::string::npos) {
-    throw UsageError("the key " + Quoted(keyPath) +
-                     " holds \\, which the settings store takes as a separator; use /");
-  }
-  std::size_t start = 0;
-  for (;;) {
-    const std::size_t slash = keyPath.find('/', start);
-    const std::string component =
-        keyPath.substr(start, slash == std::string::npos ? slash : slash - start);
-    if (component.empty()) {
+  switch (morv_common::SplitKeyPath(keyPath, rule, components)) {
+    case morv_common::KeyPathError::kNone:
+      return components;
+    case morv_common::KeyPathError::kEmpty:
+      throw UsageError("the key is empty");
+    case morv_common::KeyPathError::kBadText:
+      throw UsageError("the key " + Quoted(keyPath) + " is not valid UTF-8");
+    case morv_common::KeyPathError::kBackslash:
+      throw UsageError("the key " + Quoted(keyPath) +
+                       " holds \\, which the settings store takes as a separator; use /");
+    case morv_common::KeyPathError::kEmptyComponent:
+    default:
       throw UsageError("the key " + Quoted(keyPath) + " has an empty name in it");
-    }
-    components.push_back(component);
-    if (slash == std::string::npos) break;
-    start = slash + 1;
   }
-  return components;
 }
 
 std::string JoinKeyPath(const std::vector<std::string>& keyPath) {

@@ -1,5 +1,6 @@
 // The one way a morv-settings command fails: an exception carrying the exit
-// status and the message, which main() prints as "morv-settings: <message>".
+// status and the message, which main() prints as "morv-settings: <message>";
+// and how messages show the names they mention.
 
 #ifndef MORV_SETTINGS_TOOL_TOOLERROR_H
 #define MORV_SETTINGS_TOOL_TOOLERROR_H
@@ -27,6 +28,11 @@ class ToolError : public std::runtime_error {
 // Shorthands for the two kinds.
 inline ToolError Failure(const std::string& message) { return ToolError(kFailure, message); }
 inline ToolError UsageError(const std::string& message) { return ToolError(kUsageError, message); }
+
+// A name (product, key, type) or a word the user typed, as messages show
+// it: between double quotes, unchanged. (Values read from the store are
+// shown escaped, by FormatQuoted of ValueTypes.h.)
+inline std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 
 }  // namespace morv_tool
 

@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "FileDescriptor.h"
 #include "ToolError.h"
+#include "common/FileDescriptor.h"
 
 namespace morv_tool {
 

@@ -13,13 +13,13 @@
 #include <vector>
 
 #include "Commands.h"
-#include "FileDescriptor.h"
 #include "JsonValues.h"
 #include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvSettings/MorvSettingsWatch.h"
 #include "ToolError.h"
 #include "ToolFiles.h"
 #include "ValueTypes.h"
+#include "common/FileDescriptor.h"
 
 namespace morv_tool {
 

@@ -24,6 +24,7 @@ inline bool IsWellFormedUTF8(const std::string& text) {
 // Whether `text` is a string a settings tree may hold: well-formed UTF-8
 // without U+0000.
 bool IsTreeText(const char* text, std::size_t size);
+inline bool IsTreeText(const std::string& text) { return IsTreeText(text.data(), text.size()); }
 
 // Whether all `size` bytes are ASCII other than U+0000 (1 to 0x7F): tree
 // text that a binary property list holds as an ASCII string.

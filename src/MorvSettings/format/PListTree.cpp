@@ -111,6 +111,8 @@ void PListDictionary::Remove(const std::string& key) { m_entries.Remove(key); }
 
 namespace {
 
+// Compares a value with `other` (std::visit calls it with the value's own
+// kind): false for another kind.
 struct SameAs {
   const PListValue& other;
   template <class T>
@@ -133,29 +135,25 @@ struct SameAs {
   static bool Equal(const std::string& a, const std::string& b) { return a == b; }
   static bool Equal(const PListData& a, const PListData& b) { return a == b; }
   static bool Equal(const PListArrayRef& a, const PListArrayRef& b) {
-    if (a == b) return true;
-    if (a->isSet != b->isSet || a->items.size() != b->items.size()) return false;
-    for (std::size_t i = 0; i < a->items.size(); ++i) {
-      if (!SameValue(a->items[i], b->items[i])) return false;
-    }
-    return true;
+    return a == b ||
+           (a->isSet == b->isSet && std::equal(a->items.begin(), a->items.end(), b->items.begin(),
+                                               b->items.end(), SameValue));
   }
-  // NaN equals itself, 0.0 differs from -0.0: what is written is the bits.
-  static bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof(a)) == 0; }
 };
 
 }  // namespace
+
+bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof(a)) == 0; }
 
 bool SameValue(const PListValue& a, const PListValue& b) { return std::visit(SameAs{b}, a); }
 
 bool SameTree(const PListDictionary& a, const PListDictionary& b) {
   const PListDictionary::Entries& mine = a.GetEntries();
   const PListDictionary::Entries& theirs = b.GetEntries();
-  if (mine.size() != theirs.size()) return false;
-  for (auto i = mine.begin(), j = theirs.begin(); i != mine.end(); ++i, ++j) {
-    if (i->first != j->first || !SameValue(i->second, j->second)) return false;
-  }
-  return true;
+  return std::equal(mine.begin(), mine.end(), theirs.begin(), theirs.end(),
+                    [](const PListEntries::Entry& i, const PListEntries::Entry& j) {
+                      return i.first == j.first && SameValue(i.second, j.second);
+                    });
 }
 
 }  // namespace mvcs

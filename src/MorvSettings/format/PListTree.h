@@ -15,7 +15,7 @@
 #include <variant>
 #include <vector>
 
-#include "RefCountedObject.h"
+#include "common/RefCountedObject.h"
 #include "mvtl/RefCountedPtr.h"
 
 namespace mvcs {
@@ -210,10 +210,19 @@ void PListDictionaryRef::Assign(PListDictionary* dictionary) {
   m_dictionary = dictionary;
 }
 
-// Whether two trees hold the same entries with the same values (reals and
-// dates compared by their bits, dictionaries and arrays by content).
+// Whether two trees hold the same entries with the same values: the same
+// kinds (an integer's `wide` and an array's `isSet` included), reals and
+// dates by SameBits, dictionaries and arrays by content. These compare the
+// store's tree; SameSettingsValue compares the public SettingsValue, which
+// tells its kinds apart by `kind` alone (an UNSIGNED_INTEGER below 2^63
+// differs from the INTEGER of the same value there, not here) and holds
+// values no tree holds (NONE).
 bool SameTree(const PListDictionary& a, const PListDictionary& b);
 bool SameValue(const PListValue& a, const PListValue& b);
+
+// Whether two reals are the same as a file holds them: by their bits, so
+// NaN equals itself and 0.0 differs from -0.0. Both comparisons use it.
+bool SameBits(double a, double b);
 
 }  // namespace mvcs
 

@@ -80,55 +80,51 @@ plist_t NewWideInteger(std::uint64_t value) {
   return node;
 }
 
-bool ToTree(plist_t node, std::size_t depth, PListValue& value, PListError& error);
-
-bool DictionaryToTree(plist_t node, std::size_t depth, PListValue& value, PListError& error) {
-  PListDictionaryRef dictionary;
-  dictionary.Assign(new PListDictionary);
-  plist_dict_iter iterator = nullptr;
-  plist_dict_new_iter(node, &iterator);
-  if (iterator == nullptr) return false;
-  bool ok = true;
-  while (ok) {
-    char* key = nullptr;  // a copy, ours to free
-    plist_t child = nullptr;
-    plist_dict_next_item(node, iterator, &key, &child);
-    if (child == nullptr) {
-      std::free(key);
-      break;
-    }
-    PListValue entry;
-    if (key == nullptr || !IsTreeText(key, std::strlen(key))) {
-      error = PListError::kBadText;
-      ok = false;
-    } else {
-      ok = ToTree(child, depth + 1, entry, error);
-      if (ok) dictionary->Set(key, std::move(entry));
-    }
-    std::free(key);
-  }
-  std::free(iterator);
-  if (ok) value = std::move(dictionary);
-  return ok;
-}
-
 // Converts libplist's `node`, which sits at nesting `depth` if it is a
-// container (the root is 1).
-bool ToTree(plist_t node, std::size_t depth, PListValue& value, PListError& error) {
+// container (the root is 1): the one conversion from libplist's tree to the
+// store's (NodeBuilder goes the other way).
+bool FromLibplist(plist_t node, std::size_t depth, PListValue& value, PListError& error) {
   const plist_type type = plist_get_node_type(node);
   if ((type == PLIST_DICT || type == PLIST_ARRAY) && depth > kMaxNesting) {
     error = PListError::kTooDeep;
     return false;
   }
   switch (type) {
-    case PLIST_DICT:
-      return DictionaryToTree(node, depth, value, error);
+    case PLIST_DICT: {
+      PListDictionaryRef dictionary;
+      dictionary.Assign(new PListDictionary);
+      plist_dict_iter iterator = nullptr;
+      plist_dict_new_iter(node, &iterator);
+      if (iterator == nullptr) return false;
+      bool ok = true;
+      while (ok) {
+        char* key = nullptr;  // a copy, ours to free
+        plist_t child = nullptr;
+        plist_dict_next_item(node, iterator, &key, &child);
+        if (child == nullptr) {
+          std::free(key);
+          break;
+        }
+        PListValue entry;
+        if (key == nullptr || !IsTreeText(key, std::strlen(key))) {
+          error = PListError::kBadText;
+          ok = false;
+        } else {
+          ok = FromLibplist(child, depth + 1, entry, error);
+          if (ok) dictionary->Set(key, std::move(entry));
+        }
+        std::free(key);
+      }
+      std::free(iterator);
+      if (ok) value = std::move(dictionary);
+      return ok;
+    }
     case PLIST_ARRAY: {
       auto array = std::make_shared<PListArray>();
       const uint32_t size = plist_array_get_size(node);
       array->items.resize(size);
       for (uint32_t i = 0; i < size; ++i) {
-        if (!ToTree(plist_array_get_item(node, i), depth + 1, array->items[i], error)) {
+        if (!FromLibplist(plist_array_get_item(node, i), depth + 1, array->items[i], error)) {
           return false;
         }
       }
@@ -189,7 +185,8 @@ bool ToTree(plist_t node, std::size_t depth, PListValue& value, PListError& erro
   }
 }
 
-// Builds libplist's node for one entry.
+// Builds libplist's node for one entry: the one conversion from the store's
+// tree to libplist's.
 struct NodeBuilder {
   plist_t operator()(const PListDictionaryRef& dictionary) const { return Build(*dictionary); }
   plist_t Build(const PListDictionary& dictionary) const {
@@ -251,7 +248,7 @@ PListError ReadXmlPropertyList(const char* text, std::size_t size,
   if (plist_get_node_type(parsed) != PLIST_DICT) return PListError::kNotADictionary;
   PListValue value;
   PListError error = PListError::kNotAPropertyList;
-  if (!ToTree(parsed, 1, value, error)) return error;
+  if (!FromLibplist(parsed, 1, value, error)) return error;
   root = AsDictionary(value);
   return PListError::kNone;
 }
