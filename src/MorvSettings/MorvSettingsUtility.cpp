@@ -57,39 +57,33 @@ std::string GetSharedSettingsFile() { return SharedSettingsFile(); }
 
 MORVFILESTATE GetSettingsFileState(const std::string& path) {
   std::string bytes;
-  FileProblem problem = FileProblem::kNone;
-  switch (ReadSettingsFile(path, kMaxSettingsFileSize, bytes, nullptr, &problem)) {
-    case kFileMissing:
+  Status status = ReadSettingsFile(path, kMaxSettingsFileSize, bytes);
+  if (status.ok()) {
+    mvtl::RefCountedPtr<PListDictionary> tree;
+    status = ParsePropertyList(bytes, tree);
+  }
+  switch (status.code()) {
+    case Status::Code::kOk:
+      return MORVFILE_READABLE;
+    case Status::Code::kNotFound:
       return MORVFILE_MISSING;
-    case kFileUnreadable:
-      switch (problem) {
-        case FileProblem::kNoPermission:
-          return MORVFILE_NO_PERMISSION;
-        case FileProblem::kNotAFile:
-          return MORVFILE_NOT_A_FILE;
-        case FileProblem::kTooLarge:
-          return MORVFILE_TOO_LARGE;
-        default:
-          return MORVFILE_UNREADABLE;
-      }
-    case kFileRead:
+    case Status::Code::kNotAFile:
+      return MORVFILE_NOT_A_FILE;
+    case Status::Code::kNotAPropertyList:
+      return MORVFILE_NOT_A_PROPERTY_LIST;
+    case Status::Code::kNotADictionary:
+      return MORVFILE_NOT_A_DICTIONARY;
+    case Status::Code::kTooLarge:
+      return MORVFILE_TOO_LARGE;
+    case Status::Code::kTooDeep:
+      return MORVFILE_TOO_DEEP;
+    case Status::Code::kBadText:
+      return MORVFILE_BAD_TEXT;
+    case Status::Code::kIOError:
       break;
   }
-  mvtl::RefCountedPtr<PListDictionary> tree;
-  PListError error = PListError::kNone;
-  if (ParsePropertyList(bytes, tree, &error)) return MORVFILE_READABLE;
-  switch (error) {
-    case PListError::kNotADictionary:
-      return MORVFILE_NOT_A_DICTIONARY;
-    case PListError::kTooDeep:
-      return MORVFILE_TOO_DEEP;
-    case PListError::kTooLarge:
-      return MORVFILE_TOO_LARGE;
-    case PListError::kBadText:
-      return MORVFILE_BAD_TEXT;
-    default:
-      return MORVFILE_NOT_A_PROPERTY_LIST;
-  }
+  const int error = status.error();
+  return error == EACCES || error == EPERM ? MORVFILE_NO_PERMISSION : MORVFILE_UNREADABLE;
 }
 
 const char* DescribeSettingsFileState(MORVFILESTATE state) {

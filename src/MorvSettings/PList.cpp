@@ -76,9 +76,10 @@ bool PList::Open(bool create) {
   if (m_root.Get() != nullptr) return true;
   std::string bytes;
   FileIdentity identity;
-  FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, bytes, &identity);
+  FileReadResult state =
+      ReadResultOf(ReadSettingsFile(m_path, kMaxSettingsFileSize, bytes, &identity));
   mvtl::RefCountedPtr<PListDictionary> root;
-  if (state == kFileRead && !ParsePropertyList(bytes, root)) state = kFileUnreadable;
+  if (state == kFileRead && !ParsePropertyList(bytes, root).ok()) state = kFileUnreadable;
   if (state == kFileRead) m_root = root;
   // The base follows the latest load: a file that another program repaired
   // since an earlier failed load counts as read.
@@ -109,8 +110,9 @@ bool PList::Save(int* error, std::string* movedAside) {
 
 bool PList::SaveLocked(int& error, std::string* movedAside) {
   SettingsFileLock lock;
-  if (!lock.Acquire(m_path, LockTimeout())) {
-    error = errno;
+  const Status locked = lock.Acquire(m_path, LockTimeout());
+  if (!locked.ok()) {
+    error = locked.error();
     return false;
   }
   // Under the lock no other save of this file runs: any temporary file of
@@ -125,11 +127,11 @@ bool PList::SaveLocked(int& error, std::string* movedAside) {
   FileReadResult state = m_baseState;
   bool unchanged = m_baseState != kFileUnreadable && identity == m_baseIdentity;
   if (!unchanged) {
-    state = ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity);
+    state = ReadResultOf(ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity));
     unchanged = state != kFileUnreadable && state == m_baseState && disk == m_baseBytes;
   }
   mvtl::RefCountedPtr<PListDictionary> diskTree;
-  if (!unchanged && state == kFileRead && !ParsePropertyList(disk, diskTree)) {
+  if (!unchanged && state == kFileRead && !ParsePropertyList(disk, diskTree).ok()) {
     state = kFileUnreadable;
   }
   if (unchanged) {
@@ -137,8 +139,9 @@ bool PList::SaveLocked(int& error, std::string* movedAside) {
   } else if (state == kFileUnreadable) {
     // Something that cannot be read is kept aside, never overwritten; this
     // object's tree, the last readable state known, takes its place.
-    if (!MoveFileAside(m_path, movedAside)) {
-      error = errno;
+    const Status moved = MoveFileAside(m_path, movedAside);
+    if (!moved.ok()) {
+      error = moved.error();
       return false;
     }
   } else {
@@ -154,13 +157,14 @@ bool PList::SaveLocked(int& error, std::string* movedAside) {
 
   // Never write a file that the store would refuse to read.
   std::string bytes;
-  PListError refused = PListError::kNone;
-  if (!WriteBinaryPropertyList(*m_root, bytes, &refused, m_baseBytes.size())) {
-    error = refused == PListError::kTooLarge ? EFBIG : EINVAL;
+  const Status serialised = WriteBinaryPropertyList(*m_root, bytes, m_baseBytes.size());
+  if (!serialised.ok()) {
+    error = serialised.code() == Status::Code::kTooLarge ? EFBIG : EINVAL;
     return false;
   }
-  if (!WriteFileAtomically(m_path, bytes)) {
-    error = errno;
+  const Status written = WriteFileAtomically(m_path, bytes);
+  if (!written.ok()) {
+    error = written.error();
     return false;
   }
   // Under the lock, what is there now is what was just written.
@@ -175,14 +179,15 @@ bool PList::Refresh(bool* changed) {
   FileIdentity identity = IdentityOf(m_path);
   if (m_baseState != kFileUnreadable && identity == m_baseIdentity) return true;
   std::string disk;
-  const FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity);
+  const FileReadResult state =
+      ReadResultOf(ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity));
   if (state == kFileUnreadable) return false;
   if (state == m_baseState && disk == m_baseBytes) {
     m_baseIdentity = identity;  // touched, not changed
     return true;
   }
   mvtl::RefCountedPtr<PListDictionary> diskTree;
-  if (state == kFileRead && !ParsePropertyList(disk, diskTree)) return false;
+  if (state == kFileRead && !ParsePropertyList(disk, diskTree).ok()) return false;
   if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
   ApplyChanges(*m_root, m_changed, *diskTree);
   Adopt(*m_root, *diskTree);
