@@ -5,6 +5,8 @@
 #include "MorvSettings/MorvSettingsUtility.h"
 
 #include <cerrno>
+#include <utility>
+#include <vector>
 
 #include "MorvSettingsNode.h"
 #include "SettingsFiles.h"
@@ -118,23 +120,38 @@ unsigned SetSaveLockTimeout(unsigned milliseconds) {
   return previous;
 }
 
+namespace {
+
+// The failure of a save of the file at `path` that failed with errno
+// `error` (a cached file tells no more yet).
+Status SaveFailure(const std::string& path, int error) {
+  if (error == EWOULDBLOCK) return LockTimedOut(path);
+  return Status::IOError(Status::Operation::kWrite, path, error != 0 ? error : EIO);
+}
+
+}  // namespace
+
 SaveResult SaveSettings(IMorvSettings* node) {
   StoreLock lock;
   MorvSettings* own = OwnNode(node);
   if (own == nullptr) return SaveResult(EINVAL);
-  SaveResult result;
-  for (PList* file : {own->GetUserFile(), own->GetSharedFile()}) {
-    if (file == nullptr || file->GetRoot() == nullptr || !file->IsDirty()) continue;
+  Status failure;
+  std::vector<std::string> movedAside;
+  const std::pair<PList*, const std::string*> files[] = {
+      {own->GetUserFile(), &own->GetUserFilePath()},
+      {own->GetSharedFile(), &own->GetSharedFilePath()}};
+  for (const auto& file : files) {
+    PList* const plist = file.first;
+    if (plist == nullptr || plist->GetRoot() == nullptr || !plist->IsDirty()) continue;
     int error = 0;
-    std::string movedAside;
-    const bool saved = file->Save(&error, &movedAside);
-    if (!movedAside.empty()) result.AddMovedAside(movedAside);
-    if (!saved && result.IsOk()) {
-      SaveResult failed(error != 0 ? error : EIO);
-      for (const std::string& aside : result.GetMovedAside()) failed.AddMovedAside(aside);
-      result = failed;
-    }
+    std::string aside;
+    const bool saved = plist->Save(&error, &aside);
+    if (!aside.empty()) movedAside.push_back(aside);
+    if (!saved && failure.ok()) failure = SaveFailure(*file.second, error);
   }
+  SaveResult result;
+  if (!failure.ok()) result = SaveResult(failure.error(), failure.path(), failure.ToString());
+  for (const std::string& aside : movedAside) result.AddMovedAside(aside);
   return result;
 }
 
