@@ -99,7 +99,7 @@ const std::vector<SampleFile>& Files() {
 void ReadMorv(benchmark::State& state, const SampleFile& file) {
   for (auto _ : state) {
     Tree tree;
-    if (!mvcs::ParsePropertyList(file.bytes, tree)) state.SkipWithError("read failed");
+    if (!mvcs::ParsePropertyList(file.bytes, tree).ok()) state.SkipWithError("read failed");
     benchmark::DoNotOptimize(tree.Get());
   }
   state.SetBytesProcessed(state.iterations() * static_cast<long long>(file.bytes.size()));
@@ -120,7 +120,7 @@ void WriteMorv(benchmark::State& state, const SampleFile& file) {
   mvcs::ParsePropertyList(file.bytes, tree);
   std::string bytes;
   for (auto _ : state) {
-    if (!mvcs::WriteBinaryPropertyList(*tree, bytes)) state.SkipWithError("write failed");
+    if (!mvcs::WriteBinaryPropertyList(*tree, bytes).ok()) state.SkipWithError("write failed");
     benchmark::DoNotOptimize(bytes.data());
   }
   state.SetBytesProcessed(state.iterations() * static_cast<long long>(file.bytes.size()));

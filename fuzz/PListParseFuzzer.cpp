@@ -21,17 +21,17 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), size);
   mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
-  if (!mvcs::ParsePropertyList(bytes, tree)) return 0;
+  if (!mvcs::ParsePropertyList(bytes, tree).ok()) return 0;
   std::string written;
-  mvcs::PListError error = mvcs::PListError::kNone;
-  if (!mvcs::WriteBinaryPropertyList(*tree, written, &error)) {
-    if (error == mvcs::PListError::kTooLarge) return 0;
+  const mvcs::Status serialised = mvcs::WriteBinaryPropertyList(*tree, written);
+  if (!serialised.ok()) {
+    if (serialised.code() == mvcs::Status::Code::kTooLarge) return 0;
     std::abort();  // a tree that was read must be writable
   }
   mvtl::RefCountedPtr<mvcs::PListDictionary> again;
-  if (!mvcs::ParsePropertyList(written, again)) std::abort();
+  if (!mvcs::ParsePropertyList(written, again).ok()) std::abort();
   if (!mvcs::SameTree(*tree, *again)) std::abort();
   std::string rewritten;
-  if (!mvcs::WriteBinaryPropertyList(*again, rewritten) || rewritten != written) std::abort();
+  if (!mvcs::WriteBinaryPropertyList(*again, rewritten).ok() || rewritten != written) std::abort();
   return 0;
 }

@@ -18,13 +18,15 @@ namespace {
 using bplist::BigEndian;
 using bplist::Builder;
 using bplist::Marker;
-using mvcs::PListError;
+// The reader's verdicts are the codes of its statuses.
+typedef mvcs::Status::Code Refusal;
 
 typedef mvtl::RefCountedPtr<mvcs::PListDictionary> Tree;
 
-PListError Read(const std::string& bytes, Tree& tree) {
+Refusal Read(const std::string& bytes, Tree& tree) {
   return mvcs::ReadBinaryPropertyList(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                      bytes.size(), tree);
+                                      bytes.size(), tree)
+      .code();
 }
 
 // A file whose root dictionary holds {"k": <object given as bytes>}.
@@ -39,13 +41,13 @@ std::string WithValue(const std::string& object) {
 // The value under "k" of the file WithValue(object), which must read.
 mvcs::PListValue ValueOf(const std::string& object) {
   Tree tree;
-  EXPECT_EQ(Read(WithValue(object), tree), PListError::kNone);
+  EXPECT_EQ(Read(WithValue(object), tree), Refusal::kOk);
   if (tree.Get() == nullptr || tree->Find("k") == nullptr) return mvcs::PListValue();
   return *tree->Find("k");
 }
 
-// The reason the file WithValue(object) is refused (kNone if it reads).
-PListError RefusalOf(const std::string& object) {
+// The reason the file WithValue(object) is refused (kOk if it reads).
+Refusal RefusalOf(const std::string& object) {
   Tree tree;
   return Read(WithValue(object), tree);
 }
@@ -72,10 +74,9 @@ TEST(BinaryPListReader, IntegersOfEveryWidth) {
   EXPECT_EQ(negative.bits, -2);
   EXPECT_FALSE(negative.wide);
   // What does not fit 64 bits, and widths that do not exist.
-  EXPECT_EQ(RefusalOf("\x14" + BigEndian(1, 8) + BigEndian(0, 8)), PListError::kNotAPropertyList);
-  EXPECT_EQ(RefusalOf("\x14" + BigEndian(~0ull, 8) + BigEndian(1, 8)),
-            PListError::kNotAPropertyList);
-  EXPECT_EQ(RefusalOf("\x15" + std::string(32, '\0')), PListError::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf("\x14" + BigEndian(1, 8) + BigEndian(0, 8)), Refusal::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf("\x14" + BigEndian(~0ull, 8) + BigEndian(1, 8)), Refusal::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf("\x15" + std::string(32, '\0')), Refusal::kNotAPropertyList);
 }
 
 TEST(BinaryPListReader, RealsDatesBooleansAndUids) {
@@ -88,19 +89,19 @@ TEST(BinaryPListReader, RealsDatesBooleansAndUids) {
   std::memcpy(&doubleBits, &third, 8);
   EXPECT_EQ(std::get<mvcs::PListReal>(ValueOf("\x23" + BigEndian(doubleBits, 8))).value, third);
   EXPECT_EQ(std::get<mvcs::PListDate>(ValueOf("\x33" + BigEndian(doubleBits, 8))).seconds, third);
-  EXPECT_EQ(RefusalOf("\x21" + BigEndian(0, 2)), PListError::kNotAPropertyList);  // no 2-byte reals
-  EXPECT_EQ(RefusalOf("\x32" + BigEndian(0, 4)), PListError::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf("\x21" + BigEndian(0, 2)), Refusal::kNotAPropertyList);  // no 2-byte reals
+  EXPECT_EQ(RefusalOf("\x32" + BigEndian(0, 4)), Refusal::kNotAPropertyList);
   EXPECT_TRUE(std::get<bool>(ValueOf("\x09")));
   EXPECT_FALSE(std::get<bool>(ValueOf("\x08")));
   // Null and fill are not property-list values.
-  EXPECT_EQ(RefusalOf(std::string(1, '\0')), PListError::kNotAPropertyList);
-  EXPECT_EQ(RefusalOf("\x0F"), PListError::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf(std::string(1, '\0')), Refusal::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf("\x0F"), Refusal::kNotAPropertyList);
   // UIDs of 1 to 16 bytes; past 8, only zeros may lead.
   EXPECT_EQ(std::get<mvcs::PListUid>(ValueOf("\x80\x07")).value, 7u);
   EXPECT_EQ(std::get<mvcs::PListUid>(ValueOf("\x83" + BigEndian(70000, 4))).value, 70000u);
   EXPECT_EQ(std::get<mvcs::PListUid>(ValueOf("\x8F" + BigEndian(0, 8) + BigEndian(9, 8))).value,
             9u);
-  EXPECT_EQ(RefusalOf("\x8F" + BigEndian(1, 8) + BigEndian(9, 8)), PListError::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf("\x8F" + BigEndian(1, 8) + BigEndian(9, 8)), Refusal::kNotAPropertyList);
 }
 
 TEST(BinaryPListReader, StringsAndData) {
@@ -115,14 +116,14 @@ TEST(BinaryPListReader, StringsAndData) {
             mvcs::PListData({0x00, 0xFF}));
   EXPECT_TRUE(std::get<mvcs::PListData>(ValueOf(Marker(0x4, 0))).empty());
   // Text that a settings tree cannot hold.
-  EXPECT_EQ(RefusalOf(Marker(0x5, 2) + "a\x80"), PListError::kBadText);
-  EXPECT_EQ(RefusalOf(Marker(0x5, 2) + std::string("a\0", 2)), PListError::kBadText);
-  EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\xD8\x3C", 2)), PListError::kBadText);
-  EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\xDF\x0D", 2)), PListError::kBadText);
-  EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\x00\x00", 2)), PListError::kBadText);
+  EXPECT_EQ(RefusalOf(Marker(0x5, 2) + "a\x80"), Refusal::kBadText);
+  EXPECT_EQ(RefusalOf(Marker(0x5, 2) + std::string("a\0", 2)), Refusal::kBadText);
+  EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\xD8\x3C", 2)), Refusal::kBadText);
+  EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\xDF\x0D", 2)), Refusal::kBadText);
+  EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\x00\x00", 2)), Refusal::kBadText);
   // Counts past the end of the objects.
-  EXPECT_EQ(RefusalOf(Marker(0x5, 1000) + "abc"), PListError::kNotAPropertyList);
-  EXPECT_EQ(RefusalOf(Marker(0x4, 1000) + "abc"), PListError::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf(Marker(0x5, 1000) + "abc"), Refusal::kNotAPropertyList);
+  EXPECT_EQ(RefusalOf(Marker(0x4, 1000) + "abc"), Refusal::kNotAPropertyList);
 }
 
 TEST(BinaryPListReader, ArraysSetsAndNesting) {
@@ -135,7 +136,7 @@ TEST(BinaryPListReader, ArraysSetsAndNesting) {
   builder.Integer(1);
   builder.Dictionary({1}, {5});
   Tree tree;
-  ASSERT_EQ(Read(builder.Bytes(0), tree), PListError::kNone);
+  ASSERT_EQ(Read(builder.Bytes(0), tree), Refusal::kOk);
   const mvcs::PListArray& array = *std::get<mvcs::PListArrayRef>(*tree->Find("array"));
   EXPECT_FALSE(array.isSet);
   ASSERT_EQ(array.items.size(), 2u);
@@ -157,7 +158,7 @@ TEST(BinaryPListReader, KeysInAnyOrderAndRepeatedKeys) {
   builder.Integer(3);
   builder.Integer(4);
   Tree tree;
-  ASSERT_EQ(Read(builder.Bytes(0), tree), PListError::kNone);
+  ASSERT_EQ(Read(builder.Bytes(0), tree), Refusal::kOk);
   std::string keys;
   for (const auto& entry : tree->GetEntries()) keys += entry.first;
   EXPECT_EQ(keys, "abc");                                             // kept in order
@@ -169,30 +170,30 @@ TEST(BinaryPListReader, RefusalsSayWhy) {
   // Not a dictionary at the root.
   Builder arrayRoot;
   arrayRoot.Array({});
-  EXPECT_EQ(Read(arrayRoot.Bytes(0), tree), PListError::kNotADictionary);
+  EXPECT_EQ(Read(arrayRoot.Bytes(0), tree), Refusal::kNotADictionary);
   // A key that is not a string.
   Builder integerKey;
   integerKey.Dictionary({1}, {1});
   integerKey.Integer(1);
-  EXPECT_EQ(Read(integerKey.Bytes(0), tree), PListError::kNotAPropertyList);
+  EXPECT_EQ(Read(integerKey.Bytes(0), tree), Refusal::kNotAPropertyList);
   // An object inside itself.
   Builder cycle;
   cycle.Dictionary({1}, {2});
   cycle.Ascii("k");
   cycle.Array({2});
-  EXPECT_EQ(Read(cycle.Bytes(0), tree), PListError::kNotAPropertyList);
+  EXPECT_EQ(Read(cycle.Bytes(0), tree), Refusal::kNotAPropertyList);
   // A reference past the objects.
   Builder dangling;
   dangling.Dictionary({1}, {9});
   dangling.Ascii("k");
-  EXPECT_EQ(Read(dangling.Bytes(0), tree), PListError::kNotAPropertyList);
+  EXPECT_EQ(Read(dangling.Bytes(0), tree), Refusal::kNotAPropertyList);
   // Nested deeper than a settings file may be.
   Builder deep;
   deep.Dictionary({1}, {2});
   deep.Ascii("k");
   for (std::size_t i = 2; i <= mvcs::kMaxNesting; ++i) deep.Array({i + 1});
   deep.Array({});
-  EXPECT_EQ(Read(deep.Bytes(0), tree), PListError::kTooDeep);
+  EXPECT_EQ(Read(deep.Bytes(0), tree), Refusal::kTooDeep);
   // Shared objects that would expand past the budget.
   Builder blowup(4, 4);
   blowup.Dictionary({1}, {2});
@@ -201,45 +202,50 @@ TEST(BinaryPListReader, RefusalsSayWhy) {
     blowup.Array({level + 1, level + 1, level + 1, level + 1});
   }
   blowup.Add(Marker(0x4, 100) + std::string(100, 'x'));
-  EXPECT_EQ(Read(blowup.Bytes(0), tree), PListError::kTooLarge);
+  EXPECT_EQ(Read(blowup.Bytes(0), tree), Refusal::kTooLarge);
   // Trailers that do not fit the file.
   Builder good;
   good.Dictionary({}, {});
   const std::string bytes = good.Bytes(0);
   for (std::size_t cut = 0; cut < bytes.size(); ++cut) {
-    EXPECT_EQ(Read(bytes.substr(0, cut), tree), PListError::kNotAPropertyList) << cut;
+    EXPECT_EQ(Read(bytes.substr(0, cut), tree), Refusal::kNotAPropertyList) << cut;
   }
   Builder::Trailer trailer;
   trailer.offsetSize = 0;
-  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), PListError::kNotAPropertyList);
+  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), Refusal::kNotAPropertyList);
   trailer = Builder::Trailer();
   trailer.referenceSize = 9;
-  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), PListError::kNotAPropertyList);
+  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), Refusal::kNotAPropertyList);
   trailer = Builder::Trailer();
   trailer.objectCount = 1 << 30;
-  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), PListError::kNotAPropertyList);
+  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), Refusal::kNotAPropertyList);
   trailer = Builder::Trailer();
   trailer.topObject = 1;
-  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), PListError::kNotAPropertyList);
+  EXPECT_EQ(Read(good.Bytes(0, trailer), tree), Refusal::kNotAPropertyList);
   EXPECT_EQ(tree.Get(), nullptr);  // nothing was handed out
-  EXPECT_EQ(Read(bytes, tree), PListError::kNone);
+  EXPECT_EQ(Read(bytes, tree), Refusal::kOk);
   ASSERT_NE(tree.Get(), nullptr);
 }
 
 TEST(BinaryPListReader, ReasonsAreDescribed) {
-  for (PListError error : {PListError::kNotAPropertyList, PListError::kNotADictionary,
-                           PListError::kTooDeep, PListError::kTooLarge, PListError::kBadText}) {
-    EXPECT_GT(std::strlen(mvcs::DescribePListError(error)), 5u);
+  for (Refusal error : {Refusal::kNotAPropertyList, Refusal::kNotADictionary, Refusal::kTooDeep,
+                        Refusal::kTooLarge, Refusal::kBadText}) {
+    EXPECT_GT(std::strlen(mvcs::Status::Describe(error)), 5u);
   }
-  EXPECT_STREQ(mvcs::DescribePListError(PListError::kTooDeep), "nested too deep");
-  // Through the format's interface: the size limit.
+  EXPECT_STREQ(mvcs::Status::Describe(Refusal::kTooDeep), "nested too deep");
+  // Through the format's interface: the size limit, and the reason in words.
   Tree tree;
-  PListError error = PListError::kNone;
-  EXPECT_FALSE(
-      mvcs::ParsePropertyList(std::string(mvcs::kMaxSettingsFileSize + 1, ' '), tree, &error));
-  EXPECT_EQ(error, PListError::kTooLarge);
-  EXPECT_FALSE(mvcs::ParsePropertyList("neither binary nor XML", tree, &error));
-  EXPECT_EQ(error, PListError::kNotAPropertyList);
+  const mvcs::Status tooLarge =
+      mvcs::ParsePropertyList(std::string(mvcs::kMaxSettingsFileSize + 1, ' '), tree);
+  EXPECT_EQ(tooLarge.code(), Refusal::kTooLarge);
+  EXPECT_TRUE(tooLarge.IsRefused());
+  EXPECT_EQ(tooLarge.operation(), mvcs::Status::Operation::kParse);
+  const mvcs::Status neither = mvcs::ParsePropertyList("neither binary nor XML", tree);
+  EXPECT_EQ(neither.code(), Refusal::kNotAPropertyList);
+  EXPECT_EQ(neither.ToString(), "not a property list (or a damaged one)");
+  EXPECT_EQ(neither.WithPath("/f.plist").ToString(),
+            "cannot read /f.plist: not a property list (or a damaged one)");
+  EXPECT_EQ(tree.Get(), nullptr);
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ using mvcs::PListArray;
 using mvcs::PListArrayRef;
 using mvcs::PListDictionary;
 using mvcs::PListDictionaryRef;
-using mvcs::PListError;
+typedef mvcs::Status::Code Refusal;
 using mvcs::PListValue;
 
 typedef mvtl::RefCountedPtr<PListDictionary> Tree;
@@ -41,15 +41,16 @@ PListDictionaryRef NewDictionary() {
 
 std::string Write(const PListDictionary& root) {
   std::string bytes;
-  EXPECT_EQ(mvcs::WriteBinaryPList(root, 0, bytes), PListError::kNone);
+  EXPECT_EQ(mvcs::WriteBinaryPList(root, 0, bytes).code(), Refusal::kOk);
   return bytes;
 }
 
 Tree Read(const std::string& bytes) {
   Tree tree;
   EXPECT_EQ(mvcs::ReadBinaryPropertyList(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                         bytes.size(), tree),
-            PListError::kNone);
+                                         bytes.size(), tree)
+                .code(),
+            Refusal::kOk);
   return tree;
 }
 
@@ -209,11 +210,11 @@ TEST(BinaryPListWriter, RefusesWhatCouldNotBeReadBack) {
   Tree tree = NewTree();
   tree->Set("bad", std::string("\xC3"));
   std::string bytes = "untouched";
-  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, 0, bytes), PListError::kBadText);
+  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, 0, bytes).code(), Refusal::kBadText);
   EXPECT_EQ(bytes, "untouched");
   tree = NewTree();
   tree->Set(std::string("nul\0key", 7), true);
-  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, 0, bytes), PListError::kBadText);
+  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, 0, bytes).code(), Refusal::kBadText);
   // Nested deeper than a settings file may be.
   Tree deep = NewTree();
   PListDictionary* current = deep.Get();
@@ -222,7 +223,7 @@ TEST(BinaryPListWriter, RefusesWhatCouldNotBeReadBack) {
     current->Set("k", child);
     current = child.Get();
   }
-  EXPECT_EQ(mvcs::WriteBinaryPList(*deep, 0, bytes), PListError::kTooDeep);
+  EXPECT_EQ(mvcs::WriteBinaryPList(*deep, 0, bytes).code(), Refusal::kTooDeep);
   // One long string used very many times: small once shared, but the
   // reader would have to copy it at every use.
   Tree shared = NewTree();
@@ -230,7 +231,7 @@ TEST(BinaryPListWriter, RefusesWhatCouldNotBeReadBack) {
   const std::string text(40000, 'x');
   for (int i = 0; i < 300; ++i) holder->Set("k" + std::to_string(i), text);
   shared->Set("h", holder);
-  EXPECT_EQ(mvcs::WriteBinaryPList(*shared, 0, bytes), PListError::kTooLarge);
+  EXPECT_EQ(mvcs::WriteBinaryPList(*shared, 0, bytes).code(), Refusal::kTooLarge);
 }
 
 TEST(BinaryPListWriter, RandomTreesReadBackTheSameAndWriteTheSameBytes) {

@@ -106,7 +106,7 @@ std::string ValidStoreFile() {
                                        "<array><integer>1</integer><dict><key>x</key><string>y</"
                                        "string></dict></array>") +
                          fixtures::Key("t", "<date>2026-11-21T12:00:00Z</date>"))))));
-  if (!mvcs::ParsePropertyList(xml, tree)) return std::string();
+  if (!mvcs::ParsePropertyList(xml, tree).ok()) return std::string();
   std::string bytes;
   mvcs::WriteBinaryPropertyList(*tree, bytes);
   return bytes;
@@ -125,7 +125,7 @@ class HostilePList : public sandbox::SettingsSandbox {
 
     const auto start = std::chrono::steady_clock::now();
     mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
-    EXPECT_FALSE(mvcs::ParsePropertyList(bytes, tree));
+    EXPECT_FALSE(mvcs::ParsePropertyList(bytes, tree).ok());
     EXPECT_EQ(tree.Get(), nullptr);
     EXPECT_EQ(fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER).Get(), nullptr);
     {
@@ -203,7 +203,7 @@ TEST_F(HostilePList, NestingAtTheLimitLoads) {
   for (const std::string& bytes :
        {NestedDictionariesBinary(mvcs::kMaxNesting), NestedDictionariesXml(mvcs::kMaxNesting)}) {
     mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
-    EXPECT_TRUE(mvcs::ParsePropertyList(bytes, tree));
+    EXPECT_TRUE(mvcs::ParsePropertyList(bytes, tree).ok());
   }
 }
 
@@ -214,7 +214,7 @@ TEST_F(HostilePList, AbsurdCountsOffsetsAndSizesAreRefused) {
   builder.Ascii("v");
   const std::string good = builder.Bytes(top);
   mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
-  ASSERT_TRUE(mvcs::ParsePropertyList(good, tree));  // the unmodified file loads
+  ASSERT_TRUE(mvcs::ParsePropertyList(good, tree).ok());  // the unmodified file loads
 
   struct {
     const char* what;
@@ -297,10 +297,10 @@ TEST_F(HostilePList, EveryTruncationOfAValidFileIsRefused) {
   const std::string whole = ValidStoreFile();
   ASSERT_GT(whole.size(), 100u);
   mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
-  ASSERT_TRUE(mvcs::ParsePropertyList(whole, tree));
+  ASSERT_TRUE(mvcs::ParsePropertyList(whole, tree).ok());
   for (std::size_t length = 0; length < whole.size(); ++length) {
     mvtl::RefCountedPtr<mvcs::PListDictionary> cut;
-    EXPECT_FALSE(mvcs::ParsePropertyList(whole.substr(0, length), cut)) << length;
+    EXPECT_FALSE(mvcs::ParsePropertyList(whole.substr(0, length), cut).ok()) << length;
   }
   ExpectRefusedLikeUnreadable(whole.substr(0, whole.size() / 2), "half of a valid file");
 }
@@ -356,10 +356,10 @@ TEST_F(HostilePList, MutatedValidFilesNeverCrash) {
         if (mutated.empty()) mutated = "x";
       }
       mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
-      if (mvcs::ParsePropertyList(mutated, tree)) {
+      if (mvcs::ParsePropertyList(mutated, tree).ok()) {
         ++accepted;
         std::string again;
-        EXPECT_TRUE(mvcs::WriteBinaryPropertyList(*tree, again));
+        EXPECT_TRUE(mvcs::WriteBinaryPropertyList(*tree, again).ok());
       } else {
         ++refused;
       }
@@ -392,7 +392,7 @@ TEST_F(HostilePList, SharedLeafObjectsWithinBudgetLoad) {
   }
   const std::size_t top = builder.Dictionary(keys, values);
   mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
-  ASSERT_TRUE(mvcs::ParsePropertyList(builder.Bytes(top), tree));
+  ASSERT_TRUE(mvcs::ParsePropertyList(builder.Bytes(top), tree).ok());
   EXPECT_EQ(tree->GetEntries().size(), 2000u);
 }
 

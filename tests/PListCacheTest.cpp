@@ -120,7 +120,7 @@ TEST_F(PListCache, SaveOfCleanObjectSucceedsAndWritesNothing) {
   PList::GetPList(UserFile("P"), &file);
   ASSERT_TRUE(file->Open(true));
   EXPECT_FALSE(file->IsDirty());  // an empty dictionary made by Open is not a change
-  EXPECT_TRUE(file->Save());
+  EXPECT_TRUE(file->Save().ok());
   EXPECT_FALSE(sandbox::Exists(UserFile("P")));
   EXPECT_FALSE(sandbox::Exists(UserFolder()));
 }
@@ -130,7 +130,7 @@ TEST_F(PListCache, SaveWithoutRootDictionaryFails) {
   PList::GetPList(UserFile("P"), &file);
   EXPECT_FALSE(file->Open(false));
   file->SetDirty(true);
-  EXPECT_FALSE(file->Save());
+  EXPECT_FALSE(file->Save().ok());
 }
 
 TEST_F(PListCache, SaveCreatesMissingFoldersWithMode0777LessUmask) {
@@ -144,7 +144,7 @@ TEST_F(PListCache, SaveCreatesMissingFoldersWithMode0777LessUmask) {
       ASSERT_TRUE(file->Open(true));
       file->GetRoot()->Set("x", PListInteger{1, false});
       file->SetDirty(true);
-      EXPECT_TRUE(file->Save());
+      EXPECT_TRUE(file->Save().ok());
       EXPECT_FALSE(file->IsDirty());
     }
     umask(old);

@@ -32,9 +32,8 @@ TEST_F(PListDifferential, TheReaderReadsWhatPlistlibAndLibplistRead) {
     const std::string stem = m_root + "/files/" + name.substr(0, name.size() - 6);
     const std::string bytes = sandbox::ReadFile(stem + ".plist");
     mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
-    mvcs::PListError error = mvcs::PListError::kNone;
-    ASSERT_TRUE(mvcs::ParsePropertyList(bytes, tree, &error))
-        << name << ": " << mvcs::DescribePListError(error);
+    const mvcs::Status parsed = mvcs::ParsePropertyList(bytes, tree);
+    ASSERT_TRUE(parsed.ok()) << name << ": " << parsed.ToString();
     ASSERT_EQ(listing::FirstDifference(listing::Of(*tree), sandbox::ReadFile(stem + ".txt")), "")
         << name;
     // libplist reads 16-byte integers and 4-byte reals soundly too; its

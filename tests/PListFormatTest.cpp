@@ -20,19 +20,20 @@ using mvcs::PListReal;
 using mvcs::PListValue;
 
 typedef mvtl::RefCountedPtr<PListDictionary> Tree;
+typedef mvcs::Status::Code Refusal;
 
 Tree RoundTrip(const PListDictionary& tree) {
   std::string bytes;
-  EXPECT_TRUE(mvcs::WriteBinaryPropertyList(tree, bytes));
+  EXPECT_TRUE(mvcs::WriteBinaryPropertyList(tree, bytes).ok());
   EXPECT_EQ(bytes.compare(0, 8, "bplist00"), 0);
   Tree parsed;
-  EXPECT_TRUE(mvcs::ParsePropertyList(bytes, parsed));
+  EXPECT_TRUE(mvcs::ParsePropertyList(bytes, parsed).ok());
   return parsed;
 }
 
 Tree ParseXml(const std::string& entries) {
   Tree tree;
-  EXPECT_TRUE(mvcs::ParsePropertyList(Plist(entries), tree));
+  EXPECT_TRUE(mvcs::ParsePropertyList(Plist(entries), tree).ok());
   return tree;
 }
 
@@ -118,28 +119,35 @@ TEST(PListFormat, EntriesTheStoreNeverWritesAreKeptAsRead) {
   EXPECT_EQ(Get<mvcs::PListDate>(tree, "date").seconds, 816957296.0);
   EXPECT_TRUE(Get<mvcs::PListArrayRef>(tree, "empty")->items.empty());
   std::string first, second;
-  ASSERT_TRUE(mvcs::WriteBinaryPropertyList(*tree, first));
+  ASSERT_TRUE(mvcs::WriteBinaryPropertyList(*tree, first).ok());
   const Tree again = RoundTrip(*tree);
-  ASSERT_TRUE(mvcs::WriteBinaryPropertyList(*again, second));
+  ASSERT_TRUE(mvcs::WriteBinaryPropertyList(*again, second).ok());
   EXPECT_EQ(first, second);  // byte for byte: nothing was lost on the way
 }
 
 TEST(PListFormat, RootMustBeADictionary) {
   Tree tree;
-  EXPECT_FALSE(mvcs::ParsePropertyList("<plist><array/></plist>", tree));
-  EXPECT_FALSE(mvcs::ParsePropertyList("<plist><string>x</string></plist>", tree));
-  EXPECT_FALSE(mvcs::ParsePropertyList("", tree));
+  EXPECT_EQ(mvcs::ParsePropertyList("<plist><array/></plist>", tree).code(),
+            Refusal::kNotADictionary);
+  EXPECT_EQ(mvcs::ParsePropertyList("<plist><string>x</string></plist>", tree).code(),
+            Refusal::kNotADictionary);
+  EXPECT_EQ(mvcs::ParsePropertyList("", tree).code(), Refusal::kNotAPropertyList);
   EXPECT_EQ(tree.Get(), nullptr);
-  EXPECT_TRUE(mvcs::ParsePropertyList("<plist><dict/></plist>", tree));
+  EXPECT_TRUE(mvcs::ParsePropertyList("<plist><dict/></plist>", tree).ok());
   EXPECT_TRUE(tree->GetEntries().empty());
 }
 
 TEST(PListFormat, TextThatCannotBeWrittenBackMakesTheFileUnreadable) {
   Tree tree;
-  EXPECT_FALSE(mvcs::ParsePropertyList(Plist(Key("k", "<string>\xC3</string>")), tree));
-  EXPECT_FALSE(mvcs::ParsePropertyList(Plist(Key("\xFF", "<string>v</string>")), tree));
-  EXPECT_FALSE(mvcs::ParsePropertyList(
-      Plist(Key("k", "<array><string>\xED\xA0\x80</string></array>")), tree));
+  EXPECT_EQ(mvcs::ParsePropertyList(Plist(Key("k", "<string>\xC3</string>")), tree).code(),
+            Refusal::kBadText);
+  EXPECT_EQ(mvcs::ParsePropertyList(Plist(Key("\xFF", "<string>v</string>")), tree).code(),
+            Refusal::kBadText);
+  const mvcs::Status surrogate = mvcs::ParsePropertyList(
+      Plist(Key("k", "<array><string>\xED\xA0\x80</string></array>")), tree);
+  EXPECT_EQ(surrogate.code(), Refusal::kBadText);
+  EXPECT_TRUE(surrogate.IsRefused());
+  EXPECT_EQ(surrogate.operation(), mvcs::Status::Operation::kParse);
   EXPECT_EQ(tree.Get(), nullptr);
 }
 

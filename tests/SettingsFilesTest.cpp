@@ -1,6 +1,6 @@
 // The store's file handling: bounded reads that never block, the atomic
 // write (modes, owner, symbolic links, failures), the folder walk, and
-// moving unreadable files aside.
+// moving unreadable files aside; what each failure says (step, file, errno).
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <set>
 #include <string>
 
@@ -18,6 +19,9 @@ namespace {
 
 class SettingsFiles : public sandbox::SettingsSandbox {};
 
+typedef mvcs::Status::Code Code;
+typedef mvcs::Status::Operation Step;
+
 mode_t ModeOf(const std::string& path) {
   struct stat info;
   return stat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : static_cast<mode_t>(-1);
@@ -25,10 +29,35 @@ mode_t ModeOf(const std::string& path) {
 
 TEST_F(SettingsFiles, ReadDistinguishesMissingFromUnreadable) {
   std::string bytes = "unchanged";
-  EXPECT_EQ(mvcs::ReadSettingsFile(m_root + "/none", 100, bytes), mvcs::kFileMissing);
+  const mvcs::Status none = mvcs::ReadSettingsFile(m_root + "/none", 100, bytes);
+  EXPECT_TRUE(none.IsNotFound());
+  EXPECT_EQ(none.error(), ENOENT);
+  EXPECT_EQ(none.path(), m_root + "/none");
+  EXPECT_EQ(mvcs::ReadResultOf(none), mvcs::kFileMissing);
   sandbox::WriteFile(m_root + "/file", "x");
-  EXPECT_EQ(mvcs::ReadSettingsFile(m_root + "/file/below", 100, bytes), mvcs::kFileMissing);
-  EXPECT_EQ(mvcs::ReadSettingsFile(m_root, 100, bytes), mvcs::kFileUnreadable);  // a folder
+  const mvcs::Status below = mvcs::ReadSettingsFile(m_root + "/file/below", 100, bytes);
+  EXPECT_TRUE(below.IsNotFound());
+  EXPECT_EQ(below.error(), ENOTDIR);
+  const mvcs::Status folder = mvcs::ReadSettingsFile(m_root, 100, bytes);
+  EXPECT_EQ(folder.code(), Code::kNotAFile);
+  EXPECT_EQ(folder.operation(), Step::kOpen);
+  EXPECT_FALSE(folder.IsRefused());  // no bytes were read
+  EXPECT_EQ(folder.ToString(), "cannot read " + m_root + ": not a regular file");
+  EXPECT_EQ(mvcs::ReadResultOf(folder), mvcs::kFileUnreadable);
+  EXPECT_EQ(bytes, "unchanged");
+}
+
+TEST_F(SettingsFiles, ReadThatFailsCarriesTheErrno) {
+  // A name longer than the system takes: open fails, as root too.
+  const std::string path = m_root + "/" + std::string(300, 'n');
+  std::string bytes = "unchanged";
+  const mvcs::Status failed = mvcs::ReadSettingsFile(path, 100, bytes);
+  EXPECT_EQ(failed.code(), Code::kIOError);
+  EXPECT_EQ(failed.operation(), Step::kOpen);
+  EXPECT_EQ(failed.error(), ENAMETOOLONG);
+  EXPECT_EQ(failed.path(), path);
+  EXPECT_EQ(failed.ToString(), "cannot read " + path + ": " + std::strerror(ENAMETOOLONG));
+  EXPECT_EQ(mvcs::ReadResultOf(failed), mvcs::kFileUnreadable);
   EXPECT_EQ(bytes, "unchanged");
 }
 
@@ -36,13 +65,20 @@ TEST_F(SettingsFiles, ReadGivesTheWholeFileUpToTheLimit) {
   const std::string content(5000, 'z');
   sandbox::WriteFile(m_root + "/file", content);
   std::string bytes;
-  EXPECT_EQ(mvcs::ReadSettingsFile(m_root + "/file", 5000, bytes), mvcs::kFileRead);
+  const mvcs::Status read = mvcs::ReadSettingsFile(m_root + "/file", 5000, bytes);
+  EXPECT_TRUE(read.ok());
+  EXPECT_EQ(mvcs::ReadResultOf(read), mvcs::kFileRead);
   EXPECT_EQ(bytes, content);
   bytes = "unchanged";
-  EXPECT_EQ(mvcs::ReadSettingsFile(m_root + "/file", 4999, bytes), mvcs::kFileUnreadable);
+  // Over the limit: refused unread, as the format refuses larger bytes.
+  const mvcs::Status tooLarge = mvcs::ReadSettingsFile(m_root + "/file", 4999, bytes);
+  EXPECT_EQ(tooLarge.code(), Code::kTooLarge);
+  EXPECT_TRUE(tooLarge.IsRefused());
+  EXPECT_EQ(tooLarge.error(), 0);
+  EXPECT_EQ(tooLarge.ToString(), "cannot read " + m_root + "/file: larger than 4999 bytes");
   EXPECT_EQ(bytes, "unchanged");
   sandbox::WriteFile(m_root + "/empty", "");
-  EXPECT_EQ(mvcs::ReadSettingsFile(m_root + "/empty", 10, bytes), mvcs::kFileRead);
+  EXPECT_TRUE(mvcs::ReadSettingsFile(m_root + "/empty", 10, bytes).ok());
   EXPECT_EQ(bytes, "");
 }
 
@@ -51,13 +87,13 @@ TEST_F(SettingsFiles, ReadOfAFifoNeitherBlocksNorReads) {
   ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
   std::string bytes;
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(mvcs::ReadSettingsFile(fifo, 100, bytes), mvcs::kFileUnreadable);
+  EXPECT_EQ(mvcs::ReadSettingsFile(fifo, 100, bytes).code(), Code::kNotAFile);
   EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 2.0);
 }
 
 TEST_F(SettingsFiles, NewFileGets0666LessTheUmask) {
   const mode_t old = umask(027);
-  EXPECT_TRUE(mvcs::WriteFileAtomically(m_root + "/new", "data"));
+  EXPECT_TRUE(mvcs::WriteFileAtomically(m_root + "/new", "data").ok());
   umask(old);
   EXPECT_EQ(ModeOf(m_root + "/new"), static_cast<mode_t>(0640));
   EXPECT_EQ(sandbox::ReadFile(m_root + "/new"), "data");
@@ -67,7 +103,7 @@ TEST_F(SettingsFiles, ReplacedFileKeepsItsMode) {
   const std::string path = m_root + "/kept";
   sandbox::WriteFile(path, "old");
   ASSERT_EQ(chmod(path.c_str(), 0600), 0);
-  EXPECT_TRUE(mvcs::WriteFileAtomically(path, "new"));
+  EXPECT_TRUE(mvcs::WriteFileAtomically(path, "new").ok());
   EXPECT_EQ(ModeOf(path), static_cast<mode_t>(0600));
   EXPECT_EQ(sandbox::ReadFile(path), "new");
   EXPECT_EQ(sandbox::List(m_root), std::set<std::string>({"kept"}));  // no temporary left
@@ -78,7 +114,7 @@ TEST_F(SettingsFiles, ReplacedFileKeepsItsOwnerWhenPermitted) {
   const std::string path = m_root + "/owned";
   sandbox::WriteFile(path, "old");
   ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
-  EXPECT_TRUE(mvcs::WriteFileAtomically(path, "new"));
+  EXPECT_TRUE(mvcs::WriteFileAtomically(path, "new").ok());
   struct stat info;
   ASSERT_EQ(stat(path.c_str(), &info), 0);
   EXPECT_EQ(info.st_uid, 65534u);
@@ -90,7 +126,7 @@ TEST_F(SettingsFiles, SymbolicLinkIsFollowedAndKept) {
   const std::string link = m_root + "/link";
   sandbox::WriteFile(target, "old");
   ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
-  EXPECT_TRUE(mvcs::WriteFileAtomically(link, "new"));
+  EXPECT_TRUE(mvcs::WriteFileAtomically(link, "new").ok());
   struct stat info;
   ASSERT_EQ(lstat(link.c_str(), &info), 0);
   EXPECT_TRUE(S_ISLNK(info.st_mode));
@@ -98,8 +134,30 @@ TEST_F(SettingsFiles, SymbolicLinkIsFollowedAndKept) {
 }
 
 TEST_F(SettingsFiles, FailedWriteLeavesNothing) {
-  EXPECT_FALSE(mvcs::WriteFileAtomically(m_root + "/no/such/folder/file", "data"));
+  const std::string path = m_root + "/no/such/folder/file";
+  const mvcs::Status failed = mvcs::WriteFileAtomically(path, "data");
+  EXPECT_EQ(failed.code(), Code::kIOError);
+  EXPECT_EQ(failed.operation(), Step::kCreate);  // the temporary file beside it
+  EXPECT_EQ(failed.error(), ENOENT);
+  EXPECT_EQ(failed.path(), path);
+  EXPECT_EQ(failed.ToString(), "cannot write " + path + ": " + std::strerror(ENOENT));
   EXPECT_EQ(sandbox::List(m_root), std::set<std::string>());
+}
+
+TEST_F(SettingsFiles, FailedWriteSaysWhichStepFailed) {
+  // A folder where the file goes: everything works but the rename.
+  const std::string path = m_root + "/folder.plist";
+  ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
+  const mvcs::Status failed = mvcs::WriteFileAtomically(path, "data");
+  EXPECT_EQ(failed.operation(), Step::kRename);
+  EXPECT_EQ(failed.error(), EISDIR);
+  EXPECT_EQ(failed.ToString(), "cannot write " + path + ": " + std::strerror(EISDIR));
+  EXPECT_EQ(sandbox::List(m_root), std::set<std::string>({"folder.plist"}));
+  // A file where its folder should be.
+  sandbox::WriteFile(m_root + "/plain", "x");
+  const mvcs::Status notAFolder = mvcs::WriteFileAtomically(m_root + "/plain/file", "data");
+  EXPECT_EQ(notAFolder.operation(), Step::kCreate);
+  EXPECT_EQ(notAFolder.error(), ENOTDIR);
 }
 
 TEST_F(SettingsFiles, AncestorFoldersAreMadeButNotTheFile) {
@@ -116,21 +174,26 @@ TEST_F(SettingsFiles, AncestorFoldersAreMadeButNotTheFile) {
 TEST_F(SettingsFiles, MoveAsideRenamesToAFreshName) {
   const std::string path = m_root + "/bad.plist";
   sandbox::WriteFile(path, "garbage");
-  ASSERT_TRUE(mvcs::MoveFileAside(path));
-  ASSERT_TRUE(mvcs::MoveFileAside(path));  // nothing there any more: fine
+  std::string movedTo;
+  ASSERT_TRUE(mvcs::MoveFileAside(path, &movedTo).ok());
+  ASSERT_TRUE(mvcs::MoveFileAside(path).ok());  // nothing there any more: fine
   const std::set<std::string> names = sandbox::List(m_root);
   ASSERT_EQ(names.size(), 1u);
   EXPECT_EQ(names.begin()->rfind("bad.plist.unreadable-", 0), 0u);
+  EXPECT_EQ(movedTo, m_root + "/" + *names.begin());
   EXPECT_EQ(sandbox::ReadFile(m_root + "/" + *names.begin()), "garbage");
   // A second unreadable file gets another name; the first stays.
   sandbox::WriteFile(path, "more garbage");
-  ASSERT_TRUE(mvcs::MoveFileAside(path));
+  ASSERT_TRUE(mvcs::MoveFileAside(path).ok());
   EXPECT_EQ(sandbox::List(m_root).size(), 2u);
 }
 
 TEST_F(SettingsFiles, MoveAsideRefusesFolders) {
   mkdir((m_root + "/folder").c_str(), 0755);
-  EXPECT_FALSE(mvcs::MoveFileAside(m_root + "/folder"));
+  const mvcs::Status refused = mvcs::MoveFileAside(m_root + "/folder");
+  EXPECT_EQ(refused.code(), Code::kNotAFile);
+  EXPECT_EQ(refused.operation(), Step::kMoveAside);
+  EXPECT_EQ(refused.path(), m_root + "/folder");
   EXPECT_EQ(sandbox::List(m_root), std::set<std::string>({"folder"}));
 }
 
@@ -157,24 +220,28 @@ TEST_F(SettingsFiles, LockIsExclusiveAndWaitsNoLongerThanItsTimeout) {
   {
     mvcs::SettingsFileLock first;
     const mode_t old = umask(027);
-    ASSERT_TRUE(first.Acquire(path, 0));
+    ASSERT_TRUE(first.Acquire(path, 0).ok());
     umask(old);
     EXPECT_EQ(ModeOf(path + ".lock"), static_cast<mode_t>(0640));
     // A second lock on the same file (another open file description, as in
     // another process) waits, then gives up.
     mvcs::SettingsFileLock second;
     const auto start = std::chrono::steady_clock::now();
-    errno = 0;
-    EXPECT_FALSE(second.Acquire(path, 150));
-    EXPECT_EQ(errno, EWOULDBLOCK);
+    const mvcs::Status timedOut = second.Acquire(path, 150);
     const double waited =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     EXPECT_GE(waited, 0.14);
     EXPECT_LT(waited, 1.0);
+    EXPECT_EQ(timedOut.code(), Code::kIOError);
+    EXPECT_EQ(timedOut.operation(), Step::kLock);
+    EXPECT_EQ(timedOut.error(), EWOULDBLOCK);
+    EXPECT_EQ(timedOut.path(), path);
+    EXPECT_EQ(timedOut.ToString(), "cannot write " + path + ": another program held its lock (" +
+                                       path + ".lock) for too long; try again");
   }
   // Released with the first: now it can be had at once.
   mvcs::SettingsFileLock again;
-  EXPECT_TRUE(again.Acquire(path, 0));
+  EXPECT_TRUE(again.Acquire(path, 0).ok());
   EXPECT_FALSE(sandbox::Exists(path));  // locking makes no settings file
 }
 
@@ -182,7 +249,10 @@ TEST_F(SettingsFiles, LockFileThatIsALinkIsRefused) {
   const std::string path = m_root + "/com.morv.P.plist";
   symlink((m_root + "/elsewhere").c_str(), (path + ".lock").c_str());
   mvcs::SettingsFileLock lock;
-  EXPECT_FALSE(lock.Acquire(path, 0));
+  const mvcs::Status refused = lock.Acquire(path, 0);
+  EXPECT_EQ(refused.operation(), Step::kLock);
+  EXPECT_EQ(refused.error(), ELOOP);
+  EXPECT_EQ(refused.path(), path);
   EXPECT_FALSE(sandbox::Exists(m_root + "/elsewhere"));
 }
 

@@ -267,6 +267,10 @@ TEST_F(SettingsProcesses, ASaveThatCannotGetTheLockInTimeFailsAndKeepsTheChange)
       std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   EXPECT_FALSE(saved.IsOk());
   EXPECT_EQ(saved.GetError(), EWOULDBLOCK);
+  EXPECT_EQ(saved.GetPath(), UserFile("Locked"));
+  EXPECT_EQ(saved.GetMessage(), "cannot write " + UserFile("Locked") +
+                                    ": another program held its lock (" + UserFile("Locked") +
+                                    ".lock) for too long; try again");
   EXPECT_GE(waited, 0.19);
   EXPECT_LT(waited, 2.0);
   EXPECT_EQ(sandbox::ReadFile(UserFile("Locked")), original);

@@ -1,7 +1,7 @@
 // Saves that cannot write: a read-only folder, a full disk, a folder or a
 // file that cannot be read. The save reports false, keeps the file dirty and
 // the change in memory, leaves the old file as it was, and leaves no
-// temporary file behind.
+// temporary file behind; SaveSettings names the file that failed and why.
 //
 // Permission bits do not stop root, so these scenarios run in a child
 // process that gives up its privileges first (when the tests run as root).
@@ -16,9 +16,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <functional>
 #include <string>
 
+#include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvSettingsNode.h"
 #include "PList.h"
 #include "SettingsFixtures.h"
@@ -91,12 +94,12 @@ class SettingsSaveFailure : public sandbox::SettingsSandbox {
     CHECK(file->Open(false));
     file->GetRoot()->Set("new", PListInteger{2, false});
     file->SetDirty(true);
-    CHECK(!file->Save());
+    CHECK(!file->Save().ok());
     CHECK(file->IsDirty());                          // tried again by the next save
     CHECK(file->GetRoot()->Find("new") != nullptr);  // the change is still in memory
     CHECK(sandbox::ReadFile(path) == m_original);    // the old file is intact
     CHECK(sandbox::ListWithoutLocks(UserFolder()) == std::set<std::string>({"com.morv.P.plist"}));
-    CHECK(!file->Save());  // and again
+    CHECK(!file->Save().ok());  // and again
     CHECK(sandbox::ListWithoutLocks(UserFolder()) == std::set<std::string>({"com.morv.P.plist"}));
 
     // Through a node: the store succeeds in memory, the close reports the
@@ -121,6 +124,46 @@ TEST_F(SettingsSaveFailure, ReadOnlyFolder) {
   chmod(UserFolder().c_str(), 0555);
   EXPECT_EQ(RunInChild([this] { return SaveFailsAndKeepsEverything(); }, true), "");
   EXPECT_EQ(sandbox::ReadFile(UserFile("P")), m_original);
+}
+
+TEST_F(SettingsSaveFailure, ReadOnlySharedFolderWhileTheUserFileSaves) {
+  WriteProductFile();
+  chmod(m_userConfig.c_str(), 0777);
+  chmod(UserFolder().c_str(), 0777);
+  sandbox::WriteFile(SharedFile(),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("shared", Integer(1))))))));
+  chmod(SharedFile().c_str(), 0644);
+  const std::string sharedOriginal = sandbox::ReadFile(SharedFile());
+  chmod(SharedFolder().c_str(), 0555);
+  EXPECT_EQ(RunInChild(
+                [this] {
+                  // The product's node with the shared file as fallback, and
+                  // the shared file's own node: both files hold changes.
+                  Node node =
+                      fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_CREATE);
+                  Node machine = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_SHARED);
+                  CHECK(node.Get() != nullptr && machine.Get() != nullptr);
+                  CHECK(node->StoreInteger(std::string("mine"), 2));
+                  CHECK(machine->StoreInteger(std::string("shared"), 3));
+                  const mvcs::SaveResult result = mvcs::SaveSettings(node.Get());
+                  CHECK(!result.IsOk());
+                  CHECK(result.GetError() == EACCES);
+                  CHECK(result.GetPath() == SharedFile());
+                  const std::string expected =
+                      "cannot write " + SharedFile() + ": " + std::strerror(EACCES);
+                  if (result.GetMessage() != expected) return "message: " + result.GetMessage();
+                  return std::string();
+                },
+                true),
+            "");
+  chmod(SharedFolder().c_str(), 0755);
+  EXPECT_EQ(sandbox::ReadFile(SharedFile()), sharedOriginal);
+  // The per-user file was written all the same.
+  Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
+  ASSERT_NE(reread.Get(), nullptr);
+  long long mine = 0;
+  EXPECT_TRUE(reread->FetchInteger(std::string("mine"), mine));
+  EXPECT_EQ(mine, 2);
 }
 
 TEST_F(SettingsSaveFailure, FullDisk) {

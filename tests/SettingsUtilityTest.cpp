@@ -1,13 +1,14 @@
 // The inspection and exchange functions of the settings store: entry kinds
 // (own entries shadowing the machine-wide ones), file locations, saving now
-// with its outcome and errno, and export and import of a node's own
-// dictionary.
+// with its outcome (errno, the file that failed, the message), and export
+// and import of a node's own dictionary.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -139,6 +140,8 @@ TEST_F(SettingsUtility, SaveWritesBeforeTheNodeCloses) {
   const mvcs::SaveResult nothingLeft = mvcs::SaveSettings(node.Get());
   EXPECT_TRUE(nothingLeft.IsOk());
   EXPECT_EQ(nothingLeft.GetError(), 0);
+  EXPECT_EQ(nothingLeft.GetPath(), "");
+  EXPECT_EQ(nothingLeft.GetMessage(), "");
 }
 
 TEST_F(SettingsUtility, SaveOfANodeWithoutFilesOrNotTheLibrarysNode) {
@@ -150,6 +153,8 @@ TEST_F(SettingsUtility, SaveOfANodeWithoutFilesOrNotTheLibrarysNode) {
   const mvcs::SaveResult notOurs = mvcs::SaveSettings(nullptr);
   EXPECT_FALSE(notOurs);
   EXPECT_EQ(notOurs.GetError(), EINVAL);
+  EXPECT_EQ(notOurs.GetPath(), "");  // no file in particular
+  EXPECT_EQ(notOurs.GetMessage(), std::strerror(EINVAL));
 }
 
 TEST_F(SettingsUtility, FailedSaveReportsWhyAndKeepsTheChange) {
@@ -163,6 +168,8 @@ TEST_F(SettingsUtility, FailedSaveReportsWhyAndKeepsTheChange) {
   errno = 0;  // the reason is kept with the result, not in errno
   EXPECT_FALSE(failed.IsOk());
   EXPECT_EQ(failed.GetError(), ENOTDIR);
+  EXPECT_EQ(failed.GetPath(), UserFile("P"));
+  EXPECT_EQ(failed.GetMessage(), "cannot write " + UserFile("P") + ": " + std::strerror(ENOTDIR));
   EXPECT_EQ(sandbox::ReadFile(UserFolder()), "in the way");
   // Once the way is clear, the kept change is written.
   unlink(UserFolder().c_str());
@@ -174,6 +181,34 @@ TEST_F(SettingsUtility, FailedSaveReportsWhyAndKeepsTheChange) {
   EXPECT_EQ(n, 5);
 }
 
+TEST_F(SettingsUtility, FailedSaveNamesTheFileThatFailed) {
+  sandbox::WriteFile(SharedFile(),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("shared", Integer(1))))))));
+  // The product's node reads the shared file as fallback: a save of it
+  // writes both files when both hold changes.
+  Node node = Product();
+  Node machine = Open("Settings/P", mvcs::MORVSETTINGSTYPE_SHARED);
+  ASSERT_TRUE(node);
+  ASSERT_TRUE(machine);
+  ASSERT_TRUE(node->StoreInteger(std::string("mine"), 2));
+  ASSERT_TRUE(machine->StoreInteger(std::string("shared"), 3));
+  // A file where the shared folder was: its file cannot be written, as
+  // root or not, while the per-user folder is fine.
+  sandbox::RemoveTree(SharedFolder());
+  sandbox::WriteFile(SharedFolder(), "in the way");
+  const mvcs::SaveResult failed = mvcs::SaveSettings(node.Get());
+  EXPECT_FALSE(failed.IsOk());
+  EXPECT_EQ(failed.GetError(), ENOTDIR);
+  EXPECT_EQ(failed.GetPath(), SharedFile());
+  EXPECT_EQ(failed.GetMessage(), "cannot write " + SharedFile() + ": " + std::strerror(ENOTDIR));
+  EXPECT_NE(failed.GetMessage().find("Not a directory"), std::string::npos);
+  EXPECT_TRUE(failed.GetMovedAside().empty());
+  // The per-user file was written all the same.
+  const std::vector<std::string> dump = plistlib::Dump(UserFile("P"));
+  EXPECT_NE(std::find(dump.begin(), dump.end(), "/Settings/P/mine\tint\t2"), dump.end());
+  EXPECT_EQ(sandbox::ReadFile(SharedFolder()), "in the way");
+}
+
 TEST_F(SettingsUtility, SettingsLargerThanTheStoreReadsAreNotWritten) {
   Node node = Product();
   std::vector<char> big((64u << 20) + 1, 'x');
@@ -181,6 +216,9 @@ TEST_F(SettingsUtility, SettingsLargerThanTheStoreReadsAreNotWritten) {
   const mvcs::SaveResult tooLarge = mvcs::SaveSettings(node.Get());
   EXPECT_FALSE(tooLarge.IsOk());
   EXPECT_EQ(tooLarge.GetError(), EFBIG);
+  EXPECT_EQ(tooLarge.GetPath(), UserFile("P"));
+  // The format's refusal, in its own words.
+  EXPECT_EQ(tooLarge.GetMessage(), "cannot write " + UserFile("P") + ": too large");
   EXPECT_FALSE(sandbox::Exists(UserFile("P")));
   node->Delete(std::string("big"));
   node->StoreInteger(std::string("small"), 1);

@@ -11,6 +11,7 @@
 #ifndef MORVSETTINGS_MORVSETTINGSUTILITY_H
 #define MORVSETTINGS_MORVSETTINGSUTILITY_H
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -56,15 +57,31 @@ MORVSETTINGS_API std::string GetSharedSettingsFile();
 
 // The outcome of a save: success, or the reason it failed as an errno
 // value, kept with the outcome (errno itself may be changed by any later
-// library call).
+// library call), with the file that failed and a message that says so.
 class SaveResult {
  public:
   SaveResult() : m_error(0) {}                        // success
   explicit SaveResult(int error) : m_error(error) {}  // failure (error != 0)
+  // The failure (error != 0) of the file at `path`, told by `message`.
+  SaveResult(int error, const std::string& path, const std::string& message)
+      : m_error(error), m_path(path), m_message(message) {}
   bool IsOk() const { return m_error == 0; }
   explicit operator bool() const { return IsOk(); }
   // 0 on success; otherwise the errno value that says why.
   int GetError() const { return m_error; }
+  // The settings file that could not be written: the first one, when a
+  // save of two files failed for both. Empty on success, and for a failure
+  // of no file in particular (EINVAL for a node not made by this library).
+  const std::string& GetPath() const { return m_path; }
+  // What failed, for telling the user: "cannot write <file>: <reason>",
+  // the reason being the text of the errno ("Permission denied") or what
+  // happened ("another program held its lock (<file>.lock) for too long;
+  // try again"). Empty on success; the errno's text alone ("Invalid
+  // argument") for a failure of no file in particular.
+  std::string GetMessage() const {
+    if (m_message.empty() && m_error != 0) return std::strerror(m_error);
+    return m_message;
+  }
   // The files that the save found unreadable and moved aside (renamed to
   // "<file>.unreadable-XXXXXX", never overwritten) before writing: their
   // new names, for telling the user. Usually none.
@@ -73,13 +90,17 @@ class SaveResult {
 
  private:
   int m_error;
+  std::string m_path;
+  std::string m_message;
   std::vector<std::string> m_movedAside;
 };
 
 // Writes the files of `node` that hold changes now, instead of when the
 // node closes. Succeeds when every file with changes was written (or none
-// had any). On failure the files on disk are as they were, the changes stay
-// in memory (a later close tries again), and the result's error says why:
+// had any). On failure the file that failed is on disk as it was (the
+// node's other file, when it could be written, is written all the same),
+// its changes stay in memory (a later close tries again), the result names
+// it (GetPath, GetMessage), and the result's error says why:
 // as the failing system call set it (EACCES, EROFS, ENOSPC, ...), EFBIG for
 // a file that would be larger than the store reads (64 MiB), or EINVAL for
 // settings that cannot be written so as to read back, EWOULDBLOCK when

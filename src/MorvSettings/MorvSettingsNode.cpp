@@ -387,8 +387,8 @@ bool MorvSettings::Close() {
   m_userKey.SetFound(false);
   m_sharedKey.SetFound(false);
   bool saved = true;
-  if (user.Get() != nullptr && !user->Save()) saved = false;
-  if (shared.Get() != nullptr && !shared->Save()) saved = false;
+  if (user.Get() != nullptr && !user->Save().ok()) saved = false;
+  if (shared.Get() != nullptr && !shared->Save().ok()) saved = false;
   return saved;
 }
 

@@ -5,6 +5,8 @@
 #include "MorvSettings/MorvSettingsUtility.h"
 
 #include <cerrno>
+#include <utility>
+#include <vector>
 
 #include "MorvSettingsNode.h"
 #include "SettingsFiles.h"
@@ -57,39 +59,33 @@ std::string GetSharedSettingsFile() { return SharedSettingsFile(); }
 
 MORVFILESTATE GetSettingsFileState(const std::string& path) {
   std::string bytes;
-  FileProblem problem = FileProblem::kNone;
-  switch (ReadSettingsFile(path, kMaxSettingsFileSize, bytes, nullptr, &problem)) {
-    case kFileMissing:
+  Status status = ReadSettingsFile(path, kMaxSettingsFileSize, bytes);
+  if (status.ok()) {
+    mvtl::RefCountedPtr<PListDictionary> tree;
+    status = ParsePropertyList(bytes, tree);
+  }
+  switch (status.code()) {
+    case Status::Code::kOk:
+      return MORVFILE_READABLE;
+    case Status::Code::kNotFound:
       return MORVFILE_MISSING;
-    case kFileUnreadable:
-      switch (problem) {
-        case FileProblem::kNoPermission:
-          return MORVFILE_NO_PERMISSION;
-        case FileProblem::kNotAFile:
-          return MORVFILE_NOT_A_FILE;
-        case FileProblem::kTooLarge:
-          return MORVFILE_TOO_LARGE;
-        default:
-          return MORVFILE_UNREADABLE;
-      }
-    case kFileRead:
+    case Status::Code::kNotAFile:
+      return MORVFILE_NOT_A_FILE;
+    case Status::Code::kNotAPropertyList:
+      return MORVFILE_NOT_A_PROPERTY_LIST;
+    case Status::Code::kNotADictionary:
+      return MORVFILE_NOT_A_DICTIONARY;
+    case Status::Code::kTooLarge:
+      return MORVFILE_TOO_LARGE;
+    case Status::Code::kTooDeep:
+      return MORVFILE_TOO_DEEP;
+    case Status::Code::kBadText:
+      return MORVFILE_BAD_TEXT;
+    case Status::Code::kIOError:
       break;
   }
-  mvtl::RefCountedPtr<PListDictionary> tree;
-  PListError error = PListError::kNone;
-  if (ParsePropertyList(bytes, tree, &error)) return MORVFILE_READABLE;
-  switch (error) {
-    case PListError::kNotADictionary:
-      return MORVFILE_NOT_A_DICTIONARY;
-    case PListError::kTooDeep:
-      return MORVFILE_TOO_DEEP;
-    case PListError::kTooLarge:
-      return MORVFILE_TOO_LARGE;
-    case PListError::kBadText:
-      return MORVFILE_BAD_TEXT;
-    default:
-      return MORVFILE_NOT_A_PROPERTY_LIST;
-  }
+  const int error = status.error();
+  return error == EACCES || error == EPERM ? MORVFILE_NO_PERMISSION : MORVFILE_UNREADABLE;
 }
 
 const char* DescribeSettingsFileState(MORVFILESTATE state) {
@@ -124,26 +120,38 @@ unsigned SetSaveLockTimeout(unsigned milliseconds) {
   return previous;
 }
 
+namespace {
+
+// The errno value that SaveResult gives for a failed save: the failing
+// call's, or EFBIG for a file larger than the store reads, EINVAL for a
+// tree the format refuses.
+int ErrnoOf(const Status& failure) {
+  if (failure.error() != 0) return failure.error();
+  if (failure.code() == Status::Code::kTooLarge) return EFBIG;
+  return failure.IsRefused() ? EINVAL : EIO;
+}
+
+}  // namespace
+
 SaveResult SaveSettings(IMorvSettings* node) {
   StoreLock lock;
   MorvSettings* own = OwnNode(node);
   if (own == nullptr) return SaveResult(EINVAL);
-  SaveResult result;
   // Held here: a save lets go of the store lock while it writes.
   const mvtl::RefCountedPtr<PList> files[] = {mvtl::RefCountedPtr<PList>(own->GetUserFile()),
                                               mvtl::RefCountedPtr<PList>(own->GetSharedFile())};
+  Status failure;
+  std::vector<std::string> movedAside;
   for (const mvtl::RefCountedPtr<PList>& file : files) {
     if (file.Get() == nullptr || file->GetRoot() == nullptr || !file->IsDirty()) continue;
-    int error = 0;
-    std::string movedAside;
-    const bool saved = file->Save(&error, &movedAside);
-    if (!movedAside.empty()) result.AddMovedAside(movedAside);
-    if (!saved && result.IsOk()) {
-      SaveResult failed(error != 0 ? error : EIO);
-      for (const std::string& aside : result.GetMovedAside()) failed.AddMovedAside(aside);
-      result = failed;
-    }
+    std::string aside;
+    Status saved = file->Save(&aside);
+    if (!aside.empty()) movedAside.push_back(aside);
+    if (!saved.ok() && failure.ok()) failure = std::move(saved);
   }
+  SaveResult result;
+  if (!failure.ok()) result = SaveResult(ErrnoOf(failure), failure.path(), failure.ToString());
+  for (const std::string& aside : movedAside) result.AddMovedAside(aside);
   return result;
 }
 

@@ -74,13 +74,20 @@ PList::~PList() {}
 
 namespace {
 
-// Serialises `tree` in the binary format; false with `error` set when it
-// cannot be written so as to read back. `sizeHint` is the size expected.
-bool Serialise(const PListDictionary& tree, std::string& bytes, int& error, std::size_t sizeHint) {
-  PListError refused = PListError::kNone;
-  if (WriteBinaryPropertyList(tree, bytes, &refused, sizeHint)) return true;
-  error = refused == PListError::kTooLarge ? EFBIG : EINVAL;
-  return false;
+// Serialises `tree` in the binary format, refusing a tree that would not
+// read back (`sizeHint` is the size expected); the failure names `path`.
+Status Serialise(const PListDictionary& tree, std::string& bytes, std::size_t sizeHint,
+                 const std::string& path) {
+  return WriteBinaryPropertyList(tree, bytes, sizeHint).WithPath(path);
+}
+
+// Reads and parses the file at `path`: its bytes, identity and tree (null
+// when there is no file). A parse failure names the file.
+Status Load(const std::string& path, std::string& bytes, FileIdentity& identity,
+            mvtl::RefCountedPtr<PListDictionary>& tree) {
+  Status status = ReadSettingsFile(path, kMaxSettingsFileSize, bytes, &identity);
+  if (status.ok()) status = ParsePropertyList(bytes, tree).WithPath(path);
+  return status;
 }
 
 }  // namespace
@@ -113,10 +120,7 @@ bool PList::Open(bool create) {
     mvtl::RefCountedPtr<PListDictionary> root;
     StoreUnlock unlocked;
     std::lock_guard<std::mutex> io(m_io);
-    base.state = ReadSettingsFile(m_path, kMaxSettingsFileSize, base.bytes, &base.identity);
-    if (base.state == kFileRead && !ParsePropertyList(base.bytes, root)) {
-      base.state = kFileUnreadable;
-    }
+    base.state = ReadResultOf(Load(m_path, base.bytes, base.identity, root));
     StoreLock lock;
     // Unless another thread loaded the file meanwhile: the base follows
     // the latest load, so a file that another program repaired since an
@@ -150,57 +154,47 @@ void PList::ReplaceTree(mvtl::RefCountedPtr<PListDictionary> tree, std::uint64_t
   NewGeneration();
 }
 
-bool PList::Save(int* error, std::string* movedAside) {
-  int failure = 0;
-  bool ok = false;
+Status PList::Save(std::string* movedAside) {
+  // No file-system call under the store lock: the tree is taken under it,
+  // written without it, and the outcome published under it again.
+  StoreUnlock unlocked;
+  std::lock_guard<std::mutex> io(m_io);
+  Snapshot snapshot;
+  Status status;
   {
-    // No file-system call under the store lock: the tree is taken under it,
-    // written without it, and the outcome published under it again.
-    StoreUnlock unlocked;
-    std::lock_guard<std::mutex> io(m_io);
-    Snapshot snapshot;
-    {
-      StoreLock lock;
-      if (m_root.Get() == nullptr) {
-        if (error != nullptr) *error = 0;
-        return false;
-      }
-      if (!m_dirty) return true;
-      snapshot.changeCount = m_changeCount;
-      snapshot.dirtyCount = m_dirtyCount;
-      snapshot.changes = CaptureChanges(*m_root, m_changes);
-      ok = Serialise(*m_root, snapshot.bytes, failure, m_base.bytes.size());
-    }
-    ok = ok && WriteLocked(snapshot, failure, movedAside);
     StoreLock lock;
-    if (snapshot.movedAside) m_base = Base();  // nothing is there now
-    if (ok) {
-      m_base = std::move(snapshot.written);
-      if (snapshot.merged.Get() != nullptr) ReplaceTree(snapshot.merged, snapshot.changeCount);
-      for (auto it = m_changes.begin(); it != m_changes.end();) {
-        it = it->second.sequence <= snapshot.changeCount ? m_changes.erase(it) : std::next(it);
-      }
-      // Changes made by other threads meanwhile keep the file dirty.
-      if (m_dirtyCount == snapshot.dirtyCount) m_dirty = false;
+    if (m_root.Get() == nullptr) {
+      return Status(Status::Code::kNotFound, Status::Operation::kNone, m_path, 0,
+                    "the settings were never loaded");
     }
+    if (!m_dirty) return Status::OK();
+    snapshot.changeCount = m_changeCount;
+    snapshot.dirtyCount = m_dirtyCount;
+    snapshot.changes = CaptureChanges(*m_root, m_changes);
+    status = Serialise(*m_root, snapshot.bytes, m_base.bytes.size(), m_path);
   }
-  if (!ok) {
-    if (error != nullptr) *error = failure;
-    errno = failure;
+  if (status.ok()) status = WriteLocked(snapshot, movedAside);
+  StoreLock lock;
+  if (snapshot.movedAside) m_base = Base();  // nothing is there now
+  if (!status.ok()) return status;           // dirty still, changes still recorded
+  m_base = std::move(snapshot.written);
+  if (snapshot.merged.Get() != nullptr) ReplaceTree(snapshot.merged, snapshot.changeCount);
+  for (auto it = m_changes.begin(); it != m_changes.end();) {
+    it = it->second.sequence <= snapshot.changeCount ? m_changes.erase(it) : std::next(it);
   }
-  return ok;
+  // Changes made by other threads meanwhile keep the file dirty.
+  if (m_dirtyCount == snapshot.dirtyCount) m_dirty = false;
+  return status;
 }
 
-bool PList::WriteLocked(Snapshot& snapshot, int& error, std::string* movedAside) {
+Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
   if (!m_directoriesMade) {
     MakeAncestorDirectories(m_path);
     m_directoriesMade = true;
   }
   SettingsFileLock lock;
-  if (!lock.Acquire(m_path, LockTimeout())) {
-    error = errno;
-    return false;
-  }
+  Status status = lock.Acquire(m_path, LockTimeout());
+  if (!status.ok()) return status;
   // Under the lock no other save of this file runs: any temporary file of
   // one is left over from a writer that was killed.
   RemoveStaleTemporaryFiles(m_path);
@@ -210,25 +204,20 @@ bool PList::WriteLocked(Snapshot& snapshot, int& error, std::string* movedAside)
   // else the bytes tell.
   std::string disk;
   FileIdentity identity = IdentityOf(m_path);
+  mvtl::RefCountedPtr<PListDictionary> diskTree;
   FileReadResult state = m_base.state;
   bool unchanged = m_base.state != kFileUnreadable && identity == m_base.identity;
   if (!unchanged) {
-    state = ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity);
+    state = ReadResultOf(Load(m_path, disk, identity, diskTree));
     unchanged = state != kFileUnreadable && state == m_base.state && disk == m_base.bytes;
-  }
-  mvtl::RefCountedPtr<PListDictionary> diskTree;
-  if (!unchanged && state == kFileRead && !ParsePropertyList(disk, diskTree)) {
-    state = kFileUnreadable;
   }
   if (unchanged) {
     // Nobody else saved the file: the tree as taken is what to write.
   } else if (state == kFileUnreadable) {
     // Something that cannot be read is kept aside, never overwritten; this
     // object's tree, the last readable state known, takes its place.
-    if (!MoveFileAside(m_path, movedAside)) {
-      error = errno;
-      return false;
-    }
+    status = MoveFileAside(m_path, movedAside);
+    if (!status.ok()) return status;
     snapshot.movedAside = true;
   } else {
     // Another process saved (or removed) the file since this object read
@@ -236,15 +225,14 @@ bool PList::WriteLocked(Snapshot& snapshot, int& error, std::string* movedAside)
     if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
     ApplyChanges(std::move(snapshot.changes), *diskTree);
     snapshot.merged = diskTree;
-    if (!Serialise(*diskTree, snapshot.bytes, error, disk.size())) return false;
+    status = Serialise(*diskTree, snapshot.bytes, disk.size(), m_path);
+    if (!status.ok()) return status;
   }
-  if (!WriteFileAtomically(m_path, snapshot.bytes)) {
-    error = errno;
-    return false;
-  }
+  status = WriteFileAtomically(m_path, snapshot.bytes);
+  if (!status.ok()) return status;
   // Under the lock, what is there now is what was just written.
   snapshot.written = Base{kFileRead, std::move(snapshot.bytes), IdentityOf(m_path)};
-  return true;
+  return status;
 }
 
 bool PList::Refresh(bool* changed) {
@@ -258,15 +246,14 @@ bool PList::Refresh(bool* changed) {
   FileIdentity identity = IdentityOf(m_path);
   if (m_base.state != kFileUnreadable && identity == m_base.identity) return true;
   std::string disk;
-  const FileReadResult state = ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity);
+  mvtl::RefCountedPtr<PListDictionary> diskTree;
+  const FileReadResult state = ReadResultOf(Load(m_path, disk, identity, diskTree));
   if (state == kFileUnreadable) return false;
   if (state == m_base.state && disk == m_base.bytes) {
     StoreLock lock;
     m_base.identity = identity;  // touched, not changed
     return true;
   }
-  mvtl::RefCountedPtr<PListDictionary> diskTree;
-  if (state == kFileRead && !ParsePropertyList(disk, diskTree)) return false;
   if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
   StoreLock lock;
   // Every change of this process stays on top, also those made by other

@@ -71,16 +71,15 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // written in its place. Changes that other threads make while the save
   // runs stay in memory, recorded, and the file stays dirty for them.
   //
-  // True on success or when there was nothing to write. False with no root
-  // dictionary, or when the save failed: the object stays dirty (a later
-  // save tries again), and *error (when not null) says why: the failing
-  // call's errno, EWOULDBLOCK when the lock could not be had in time, EFBIG
-  // for a file larger than the store reads, EINVAL for a tree that cannot
-  // be written so as to read back, or 0 with no root dictionary. errno is
-  // left set to the same value.
+  // Success when the file was written or there was nothing to write. A
+  // failure names the file and the step that failed (with its errno): the
+  // lock not had in time (EWOULDBLOCK), a folder or file that cannot be
+  // made or written, a tree too large for the store to read back (kTooLarge)
+  // or otherwise refused by the format, or no tree loaded (kNotFound). The
+  // object stays dirty and keeps its changes, for a later save.
   // When the save moved an unreadable file aside, *movedAside (when not
   // null) receives its new name.
-  bool Save(int* error = nullptr, std::string* movedAside = nullptr);
+  Status Save(std::string* movedAside = nullptr);
 
   // Reads the file again if it changed since this object last read or
   // wrote it (its identity tells, without reading), keeping this process's
@@ -138,8 +137,8 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   void ReplaceTree(mvtl::RefCountedPtr<PListDictionary> tree, std::uint64_t after);
 
   // The part of Save that runs under the file's lock and without the store
-  // lock. False on failure, with `error` set.
-  bool WriteLocked(Snapshot& snapshot, int& error, std::string* movedAside);
+  // lock.
+  Status WriteLocked(Snapshot& snapshot, std::string* movedAside);
 
   bool m_inRemoval;  // set while erasing its own cache entry
   const std::string m_path;

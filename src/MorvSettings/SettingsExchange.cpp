@@ -280,8 +280,10 @@ bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format, std::string& by
   StoreLock lock;
   const PListDictionary* dictionary = OwnDictionary(OwnNode(node));
   if (dictionary == nullptr) return false;
-  return format == MORVPLISTFORMAT_XML ? WriteXmlPropertyList(*dictionary, bytes)
-                                       : WriteBinaryPropertyList(*dictionary, bytes);
+  const Status written = format == MORVPLISTFORMAT_XML
+                             ? WriteXmlPropertyList(*dictionary, bytes)
+                             : WriteBinaryPropertyList(*dictionary, bytes);
+  return written.ok();
 }
 
 MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std::string& bytes) {
@@ -289,7 +291,11 @@ MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std::string& bytes) {
   MorvSettings* own = OwnNode(node);
   if (OwnDictionary(own) == nullptr) return MORVIMPORT_NO_NODE;
   mvtl::RefCountedPtr<PListDictionary> incoming;
-  if (!ParsePropertyList(bytes, incoming)) return MORVIMPORT_NOT_A_SETTINGS_FILE;
+  // Every refusal of the format makes the list no settings file, one
+  // nested too deep for any file included: MORVIMPORT_TOO_DEEP is for lists
+  // that a file holds but not below this node.
+  const Status parsed = ParsePropertyList(bytes, incoming);
+  if (!parsed.ok()) return MORVIMPORT_NOT_A_SETTINGS_FILE;
   return MergeIntoNode(own, *incoming);
 }
 

@@ -149,26 +149,32 @@ FileIdentity IdentityOf(const std::string& path) {
   return stat(path.c_str(), &info) == 0 ? IdentityFrom(info) : FileIdentity();
 }
 
-FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes,
-                                FileIdentity* identity, FileProblem* problem) {
-  FileProblem ignored;
-  FileProblem& why = problem != nullptr ? *problem : ignored;
-  why = FileProblem::kNone;
+FileReadResult ReadResultOf(const Status& status) {
+  if (status.ok()) return kFileRead;
+  return status.IsNotFound() ? kFileMissing : kFileUnreadable;
+}
+
+Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes,
+                        FileIdentity* identity) {
+  typedef Status::Operation Step;
   // Non-blocking, so that opening a FIFO cannot wait for a writer.
   const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (fd.Get() < 0) {
-    if (errno == ENOENT || errno == ENOTDIR) return kFileMissing;
-    why = errno == EACCES || errno == EPERM ? FileProblem::kNoPermission : FileProblem::kOther;
-    return kFileUnreadable;
+    const int reason = errno;
+    if (reason == ENOENT || reason == ENOTDIR) {
+      return Status(Status::Code::kNotFound, Step::kOpen, path, reason);
+    }
+    return Status::IOError(Step::kOpen, path, reason);
   }
   struct stat info;
-  if (fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-    why = FileProblem::kNotAFile;
-    return kFileUnreadable;
-  }
+  if (fstat(fd.Get(), &info) != 0) return Status::IOError(Step::kOpen, path, errno);
+  if (!S_ISREG(info.st_mode)) return Status(Status::Code::kNotAFile, Step::kOpen, path);
   if (identity != nullptr) *identity = IdentityFrom(info);
-  why = FileProblem::kTooLarge;
-  if (static_cast<std::size_t>(info.st_size) > maxSize) return kFileUnreadable;
+  auto tooLarge = [&] {
+    return Status(Status::Code::kTooLarge, Step::kRead, path, 0,
+                  "larger than " + std::to_string(maxSize) + " bytes");
+  };
+  if (static_cast<std::size_t>(info.st_size) > maxSize) return tooLarge();
   // One byte more than the file holds, so that the read that meets its end
   // needs no more room.
   std::string contents;
@@ -178,23 +184,21 @@ FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, st
     // The file may grow while it is read: read on to its end, but never
     // past the size limit.
     if (total == contents.size()) {
-      if (contents.size() > maxSize) return kFileUnreadable;
+      if (contents.size() > maxSize) return tooLarge();
       contents.resize(contents.size() + 4096);
     }
     const ssize_t got = read(fd.Get(), &contents[total], contents.size() - total);
     if (got < 0) {
       if (errno == EINTR) continue;
-      why = FileProblem::kOther;
-      return kFileUnreadable;
+      return Status::IOError(Step::kRead, path, errno);
     }
     if (got == 0) break;
     total += static_cast<std::size_t>(got);
   }
-  if (total > maxSize) return kFileUnreadable;
-  why = FileProblem::kNone;
+  if (total > maxSize) return tooLarge();
   contents.resize(total);
   bytes.swap(contents);
-  return kFileRead;
+  return Status::OK();
 }
 
 void MakeAncestorDirectories(const std::string& path) {
@@ -206,7 +210,8 @@ void MakeAncestorDirectories(const std::string& path) {
   }
 }
 
-bool WriteFileAtomically(const std::string& requestedPath, const std::string& bytes) {
+Status WriteFileAtomically(const std::string& requestedPath, const std::string& bytes) {
+  typedef Status::Operation Step;
   // Write where a symbolic link points, keeping the link.
   const std::string path = LinkTarget(requestedPath);
   const std::string directory = DirectoryOf(path);
@@ -217,26 +222,39 @@ bool WriteFileAtomically(const std::string& requestedPath, const std::string& by
 
   std::string temporary = directory + "/" + TemporaryPrefix(path) + "XXXXXX";
   FileDescriptor fd(mkostemp(&temporary[0], O_CLOEXEC));
-  if (fd.Get() < 0) return false;
-  bool ok = fchmod(fd.Get(), mode) == 0;
-  if (ok && replacing && (old.st_uid != geteuid() || old.st_gid != getegid())) {
-    // Keep the owner where the process may (as root); otherwise the file
-    // becomes the writer's, as any replacement would.
-    if (fchown(fd.Get(), old.st_uid, old.st_gid) != 0) {
-      // Not permitted: the new file keeps the writer as owner.
+  if (fd.Get() < 0) return Status::IOError(Step::kCreate, requestedPath, errno);
+  // The first step that failed, and its errno (the failure's, not the
+  // clean-up's).
+  Step failed = Step::kNone;
+  int reason = 0;
+  auto fail = [&](Step step) {
+    failed = step;
+    reason = errno;
+  };
+  if (fchmod(fd.Get(), mode) != 0) {
+    fail(Step::kWrite);
+  } else {
+    if (replacing && (old.st_uid != geteuid() || old.st_gid != getegid())) {
+      // Keep the owner where the process may (as root); otherwise the file
+      // becomes the writer's, as any replacement would.
+      if (fchown(fd.Get(), old.st_uid, old.st_gid) != 0) {
+        // Not permitted: the new file keeps the writer as owner.
+      }
+    }
+    if (!WriteAll(fd.Get(), bytes.data(), bytes.size())) {
+      fail(Step::kWrite);
+    } else if (fsync(fd.Get()) != 0) {
+      fail(Step::kSync);
     }
   }
-  ok = ok && WriteAll(fd.Get(), bytes.data(), bytes.size()) && fsync(fd.Get()) == 0;
-  ok = fd.Close() && ok;
-  ok = ok && rename(temporary.c_str(), path.c_str()) == 0;
-  if (!ok) {
-    const int reason = errno;  // the failure's, not the clean-up's
+  if (!fd.Close() && failed == Step::kNone) fail(Step::kWrite);
+  if (failed == Step::kNone && rename(temporary.c_str(), path.c_str()) != 0) fail(Step::kRename);
+  if (failed != Step::kNone) {
     unlink(temporary.c_str());
-    errno = reason;
-    return false;
+    return Status::IOError(failed, requestedPath, reason);
   }
   SyncDirectory(directory);
-  return true;
+  return Status::OK();
 }
 
 std::string LockFilePath(const std::string& settingsPath) { return settingsPath + ".lock"; }
@@ -245,13 +263,23 @@ SettingsFileLock::~SettingsFileLock() {
   if (m_fd >= 0) close(m_fd);  // closing releases the lock
 }
 
-bool SettingsFileLock::Acquire(const std::string& settingsPath, unsigned timeoutMilliseconds) {
+Status LockTimedOut(const std::string& settingsPath) {
+  return Status::IOError(
+      Status::Operation::kLock, settingsPath, EWOULDBLOCK,
+      "another program held its lock (" + LockFilePath(settingsPath) + ") for too long; try again");
+}
+
+Status SettingsFileLock::Acquire(const std::string& settingsPath, unsigned timeoutMilliseconds) {
   const std::string path = LockFilePath(settingsPath);
   int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
-  // A lock file that someone else made and this process may not write
-  // still takes a lock: flock needs no write access.
-  if (fd < 0 && errno == EACCES) fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  if (fd < 0) return false;
+  if (fd < 0) {
+    const int reason = errno;
+    // A lock file that someone else made and this process may not write
+    // still takes a lock: flock needs no write access. When there is none
+    // either, the reason is the first open's (no permission to make it).
+    if (reason == EACCES) fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) return Status::IOError(Status::Operation::kLock, settingsPath, reason);
+  }
   // Polls rather than blocks, so that the wait is bounded; the pauses
   // grow from 1 ms to 16 ms, so a short save by another process costs little.
   const auto deadline =
@@ -261,17 +289,20 @@ bool SettingsFileLock::Acquire(const std::string& settingsPath, unsigned timeout
     if (flock(fd, LOCK_EX | LOCK_NB) == 0) break;
     const int reason = errno;
     if (reason == EINTR) continue;
-    if (reason != EWOULDBLOCK || std::chrono::steady_clock::now() >= deadline) {
+    if (reason != EWOULDBLOCK) {
       close(fd);
-      errno = reason;
-      return false;
+      return Status::IOError(Status::Operation::kLock, settingsPath, reason);
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      close(fd);
+      return LockTimedOut(settingsPath);
     }
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2, std::chrono::microseconds(16000));
   }
   if (m_fd >= 0) close(m_fd);
   m_fd = fd;
-  return true;
+  return Status::OK();
 }
 
 void RemoveStaleTemporaryFiles(const std::string& settingsPath) {
@@ -350,22 +381,29 @@ bool FileWatch::Drain() {
   return any;
 }
 
-bool MoveFileAside(const std::string& path, std::string* movedTo) {
+Status MoveFileAside(const std::string& path, std::string* movedTo) {
+  typedef Status::Operation Step;
   struct stat info;
-  if (lstat(path.c_str(), &info) != 0) return errno == ENOENT || errno == ENOTDIR;
-  if (!S_ISREG(info.st_mode) && !S_ISLNK(info.st_mode)) return false;
+  if (lstat(path.c_str(), &info) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR) return Status::OK();
+    return Status::IOError(Step::kMoveAside, path, errno);
+  }
+  if (!S_ISREG(info.st_mode) && !S_ISLNK(info.st_mode)) {
+    return Status(Status::Code::kNotAFile, Step::kMoveAside, path);
+  }
   // A new name that nothing else uses: mkstemp makes an empty file there,
   // which the rename then replaces.
   std::string aside = path + ".unreadable-XXXXXX";
   const int fd = mkostemp(&aside[0], O_CLOEXEC);
-  if (fd < 0) return false;
+  if (fd < 0) return Status::IOError(Step::kMoveAside, path, errno);
   close(fd);
   if (rename(path.c_str(), aside.c_str()) != 0) {
+    const int reason = errno;
     unlink(aside.c_str());
-    return false;
+    return Status::IOError(Step::kMoveAside, path, reason);
   }
   if (movedTo != nullptr) *movedTo = aside;
-  return true;
+  return Status::OK();
 }
 
 }  // namespace mvcs

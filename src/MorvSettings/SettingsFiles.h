@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "common/Status.h"
+
 namespace mvcs {
 
 // The user's settings folder: $XDG_CONFIG_HOME when it is set and absolute,
@@ -27,11 +29,15 @@ std::string UserSettingsFile(const std::string& productId);
 // The machine-wide file, "com.morv.plist" in the machine-wide folder.
 std::string SharedSettingsFile();
 
+// What a read found at a path, as a cached file remembers it.
 enum FileReadResult {
-  kFileRead,        // `bytes` holds the file
+  kFileRead,        // the file, read (and parsed)
   kFileMissing,     // there is no file (or no folder) at the path
-  kFileUnreadable,  // something is there but cannot be read as a file
+  kFileUnreadable,  // something is there that cannot be read or used
 };
+
+// What a read (and the parse of its bytes) that ended in `status` found.
+FileReadResult ReadResultOf(const Status& status);
 
 // What tells one version of a file from another without reading it: the
 // device and inode (a file replaced by rename is a new inode), the size,
@@ -54,21 +60,17 @@ struct FileIdentity {
 // that does not exist when there is nothing there (or stat fails).
 FileIdentity IdentityOf(const std::string& path);
 
-// Reads the regular file at `path`, at most `maxSize` bytes (a larger file
-// is unreadable). Never blocks on special files (FIFOs, devices).
-// Why a file is unreadable (kFileUnreadable).
-enum class FileProblem {
-  kNone,
-  kNoPermission,  // open failed with EACCES or EPERM
-  kNotAFile,      // a folder, device, FIFO, socket...
-  kTooLarge,      // larger than the limit
-  kOther,         // another failure of open or read
-};
-
-// When `identity` is not null it receives the identity of the file read
-// (with kFileRead); when `problem` is not null, why it is unreadable.
-FileReadResult ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes,
-                                FileIdentity* identity = nullptr, FileProblem* problem = nullptr);
+// Reads the regular file at `path`, at most `maxSize` bytes. Never blocks
+// on special files (FIFOs, devices). OK with the file in `bytes` and, when
+// `identity` is not null, its identity there. Otherwise `bytes` is
+// untouched and the status says why, with `path` as its file:
+//   kNotFound  nothing (or no folder) at the path
+//   kIOError   open, fstat or read failed: its errno (EACCES or EPERM for no
+//              permission)
+//   kNotAFile  a folder, device, FIFO or socket
+//   kTooLarge  larger than `maxSize`: refused without being read
+Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes,
+                        FileIdentity* identity = nullptr);
 
 // For every "/" in `path` after its first character, in order: if the
 // prefix before it does not exist, creates it as a directory with mode 0777
@@ -81,9 +83,10 @@ void MakeAncestorDirectories(const std::string& path);
 // keeps the mode (and, where permitted, the owner) of the file it replaces;
 // a new file gets 0666 less the umask. A symbolic link at `path` is
 // followed. On any failure (full disk, read-only folder, ...) the temporary
-// file is removed, the old file is untouched, the result is false, and
-// errno is what the failing call set.
-bool WriteFileAtomically(const std::string& path, const std::string& bytes);
+// file is removed, the old file is untouched, and the result is a kIOError
+// for `path` with the failing step (kCreate, kWrite, kSync, kRename) and
+// the errno it set.
+Status WriteFileAtomically(const std::string& path, const std::string& bytes);
 
 // The lock file of a settings file: "<path>.lock" beside it. Every save of
 // the file holds an exclusive lock on it (flock); it is the only file the
@@ -101,14 +104,19 @@ class SettingsFileLock {
 
   // Opens (creating it, mode 0666 less the umask) the lock file of
   // `settingsPath` and takes its lock, waiting at most
-  // `timeoutMilliseconds`. False when it cannot, with errno EWOULDBLOCK
-  // when another process held the lock for all that time, or what opening
-  // the lock file failed with.
-  bool Acquire(const std::string& settingsPath, unsigned timeoutMilliseconds);
+  // `timeoutMilliseconds`. When it cannot, a kIOError (step kLock) for
+  // `settingsPath`: LockTimedOut's when another process held the lock for
+  // all that time, else with the errno that opening the lock file (or
+  // flock) failed with.
+  Status Acquire(const std::string& settingsPath, unsigned timeoutMilliseconds);
 
  private:
   int m_fd = -1;
 };
+
+// The failure of a save that waited for the lock of `settingsPath` in vain:
+// errno EWOULDBLOCK, and a message that names the lock file.
+Status LockTimedOut(const std::string& settingsPath);
 
 // Removes the temporary files of WriteFileAtomically for `settingsPath`
 // (".<name>.XXXXXX" in its folder) that a writer killed during a save left
@@ -150,10 +158,11 @@ class FileWatch {
 
 // Moves a file that could not be read out of the way before it is
 // replaced: renames it to "<path>.unreadable-XXXXXX" (a new name) beside
-// it. True when that worked (and `movedTo`, when not null, receives the new
-// name) or when nothing is at `path` any more; false (nothing moved) for
-// anything else, including a directory at `path`.
-bool MoveFileAside(const std::string& path, std::string* movedTo = nullptr);
+// it. OK when that worked (and `movedTo`, when not null, receives the new
+// name) or when nothing is at `path` any more. Otherwise nothing moved and
+// the status (step kMoveAside, file `path`) says why: kNotAFile for a
+// folder (or device...) at `path`, else a kIOError with its errno.
+Status MoveFileAside(const std::string& path, std::string* movedTo = nullptr);
 
 }  // namespace mvcs
 

@@ -130,16 +130,15 @@ struct SettingsWatcher::State {
       if (read[i] && now == identities[i]) continue;
       std::string bytes;
       FileIdentity identity;
-      const FileReadResult state =
-          ReadSettingsFile(files[i], kMaxSettingsFileSize, bytes, &identity);
-      if (state == kFileMissing) {
+      const Status status = ReadSettingsFile(files[i], kMaxSettingsFileSize, bytes, &identity);
+      if (status.IsNotFound()) {
         trees[i] = static_cast<const PListDictionary*>(nullptr);
         identities[i] = FileIdentity();
         read[i] = true;
         continue;
       }
       mvtl::RefCountedPtr<PListDictionary> tree;
-      if (state != kFileRead || !ParsePropertyList(bytes, tree)) continue;
+      if (!status.ok() || !ParsePropertyList(bytes, tree).ok()) continue;
       trees[i] = tree;
       identities[i] = identity;
       read[i] = true;

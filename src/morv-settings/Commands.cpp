@@ -38,7 +38,9 @@ std::string FileLabel(const SettingsTarget& target, const std::string& path) {
   return (path == target.SharedFile() ? "the shared file " : "the per-user file ") + path;
 }
 
-// A save that did not happen: nothing on disk changed.
+// A delete of a whole node that did not happen: nothing on disk changed.
+// The node's delete tells only errno, so the file is the one that changes
+// go to (saves through SaveSettings name the file that failed themselves).
 ToolError NotWritten(const SettingsTarget& target, int reason) {
   std::string message = "cannot write " + target.OwnFile();
   if (reason == EWOULDBLOCK) {
@@ -60,7 +62,7 @@ void Save(const SettingsTarget& target, const Node& node) {
               << mvcs::DescribeSettingsFileState(mvcs::GetSettingsFileState(aside))
               << "); it was kept aside as " << aside << "\n";
   }
-  if (!result) throw NotWritten(target, result.GetError());
+  if (!result) throw Failure(result.GetMessage() + "; nothing was changed");
 }
 
 const ValueType& RequireType(const std::string& name) {

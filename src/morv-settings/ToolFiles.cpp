@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/Status.h"
 #include "ToolError.h"
 #include "common/FileDescriptor.h"
 
@@ -22,6 +23,13 @@ std::string NameOf(const std::string& path) {
 
 using morv_common::WriteAll;
 typedef morv_common::FileDescriptor Descriptor;
+typedef mvcs::Status::Operation Step;
+
+// The failure of `step` on the file `name` with the current errno: "cannot
+// read <name>: <errno's text>" (or write).
+ToolError FileFailure(Step step, const std::string& name) {
+  return Failure(mvcs::Status::IOError(step, name, errno).ToString());
+}
 
 // Reads `fd` to its end, at most kMaxInputSize bytes.
 std::string ReadAll(int fd, const std::string& path) {
@@ -31,7 +39,7 @@ std::string ReadAll(int fd, const std::string& path) {
     const ssize_t got = read(fd, buffer, sizeof(buffer));
     if (got < 0) {
       if (errno == EINTR) continue;
-      throw Failure("cannot read " + NameOf(path) + ": " + ErrnoText());
+      throw FileFailure(Step::kRead, NameOf(path));
     }
     if (got == 0) return bytes;
     if (bytes.size() + static_cast<std::size_t>(got) > kMaxInputSize) {
@@ -60,10 +68,11 @@ bool FolderIsWritable(const std::string& path) {
 std::string ReadInput(const std::string& path) {
   if (path == "-") return ReadAll(0, path);
   Descriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (fd.Get() < 0) throw Failure("cannot read " + path + ": " + ErrnoText());
+  if (fd.Get() < 0) throw FileFailure(Step::kOpen, path);
   struct stat info;
-  if (fstat(fd.Get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-    throw Failure("cannot read " + path + ": not a regular file");
+  if (fstat(fd.Get(), &info) != 0) throw FileFailure(Step::kOpen, path);
+  if (!S_ISREG(info.st_mode)) {
+    throw Failure(mvcs::Status(mvcs::Status::Code::kNotAFile, Step::kOpen, path).ToString());
   }
   if (static_cast<std::size_t>(info.st_size) > kMaxInputSize) {
     throw Failure(path + " is larger than " + std::to_string(kMaxInputSize >> 20) +
@@ -75,7 +84,7 @@ std::string ReadInput(const std::string& path) {
 void WriteOutput(const std::string& path, const std::string& bytes) {
   if (path == "-") {
     if (!WriteAll(1, bytes.data(), bytes.size())) {
-      throw Failure("cannot write standard output: " + ErrnoText());
+      throw FileFailure(Step::kWrite, "standard output");
     }
     return;
   }
@@ -85,13 +94,13 @@ void WriteOutput(const std::string& path, const std::string& bytes) {
     // A device or a pipe: written in place.
     Descriptor fd(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
     if (fd.Get() < 0 || !WriteAll(fd.Get(), bytes.data(), bytes.size()) || !fd.Close()) {
-      throw Failure("cannot write " + path + ": " + ErrnoText());
+      throw FileFailure(Step::kWrite, path);
     }
     return;
   }
   std::string temporary = path + ".XXXXXX";
   Descriptor fd(mkostemp(&temporary[0], O_CLOEXEC));
-  if (fd.Get() < 0) throw Failure("cannot write " + path + ": " + ErrnoText());
+  if (fd.Get() < 0) throw FileFailure(Step::kCreate, path);
   mode_t mode = exists ? (info.st_mode & 07777) : 0;
   if (!exists) {
     const mode_t mask = umask(0);  // reading the mask means setting it
@@ -103,9 +112,9 @@ void WriteOutput(const std::string& path, const std::string& bytes) {
   ok = fd.Close() && ok;
   ok = ok && rename(temporary.c_str(), path.c_str()) == 0;
   if (!ok) {
-    const std::string reason = ErrnoText();
+    const ToolError failure = FileFailure(Step::kWrite, path);
     unlink(temporary.c_str());
-    throw Failure("cannot write " + path + ": " + reason);
+    throw failure;
   }
 }
 

@@ -69,16 +69,16 @@ class Reader {
  public:
   Reader(const unsigned char* bytes, std::size_t size) : m_bytes(bytes), m_size(size) {}
 
-  PListError Read(mvtl::RefCountedPtr<PListDictionary>& root) {
-    if (!ReadTrailer()) return PListError::kNotAPropertyList;
+  Status Read(mvtl::RefCountedPtr<PListDictionary>& root) {
+    if (!ReadTrailer()) return Refuse(Code::kNotAPropertyList);
     Object top;
-    if (!ReadObject(m_topObject, top)) return m_error;
-    if (top.type != kDictionary) return PListError::kNotADictionary;
+    if (!ReadObject(m_topObject, top)) return Refuse(m_error);
+    if (top.type != kDictionary) return Refuse(Code::kNotADictionary);
     m_visiting.assign(m_objectCount, false);
     PListValue value;
-    if (!ReadValue(m_topObject, 1, value)) return m_error;
+    if (!ReadValue(m_topObject, 1, value)) return Refuse(m_error);
     root = AsDictionary(value);
-    return PListError::kNone;
+    return Status::OK();
   }
 
  private:
@@ -92,7 +92,12 @@ class Reader {
     const unsigned char* body;
   };
 
-  bool Fail(PListError error) {
+  typedef Status::Code Code;
+
+  static Status Refuse(Code code) { return Status::Refused(code, Status::Operation::kParse); }
+
+  // Records why the bytes are refused; false, for returning.
+  bool Fail(Code error) {
     m_error = error;
     return false;
   }
@@ -126,7 +131,7 @@ class Reader {
     const std::size_t end = m_tableOffset;
     const std::uint64_t offset =
         ReadBigEndian(m_bytes + m_tableOffset + index * m_offsetSize, m_offsetSize);
-    if (offset < kHeaderSize || offset >= end) return Fail(PListError::kNotAPropertyList);
+    if (offset < kHeaderSize || offset >= end) return Fail(Code::kNotAPropertyList);
     std::size_t position = static_cast<std::size_t>(offset);
     object.marker = m_bytes[position++];
     object.type = object.marker >> 4;
@@ -137,12 +142,12 @@ class Reader {
     if (counted && count == 0xF) {
       // The count follows as an integer object of 1, 2, 4 or 8 bytes.
       if (position >= end || (m_bytes[position] >> 4) != kInteger) {
-        return Fail(PListError::kNotAPropertyList);
+        return Fail(Code::kNotAPropertyList);
       }
       const unsigned exponent = m_bytes[position] & 0xF;
-      if (exponent > 3) return Fail(PListError::kNotAPropertyList);
+      if (exponent > 3) return Fail(Code::kNotAPropertyList);
       const std::size_t size = static_cast<std::size_t>(1) << exponent;
-      if (end - position - 1 < size) return Fail(PListError::kNotAPropertyList);
+      if (end - position - 1 < size) return Fail(Code::kNotAPropertyList);
       count = ReadBigEndian(m_bytes + position + 1, size);
       position += 1 + size;
     }
@@ -151,19 +156,19 @@ class Reader {
     switch (object.type) {
       case kSimple:
         if (object.marker != 0x08 && object.marker != 0x09) {
-          return Fail(PListError::kNotAPropertyList);
+          return Fail(Code::kNotAPropertyList);
         }
         break;
       case kInteger:
-        if (count > 4) return Fail(PListError::kNotAPropertyList);
+        if (count > 4) return Fail(Code::kNotAPropertyList);
         length = std::uint64_t{1} << count;
         break;
       case kReal:
-        if (count != 2 && count != 3) return Fail(PListError::kNotAPropertyList);
+        if (count != 2 && count != 3) return Fail(Code::kNotAPropertyList);
         length = std::uint64_t{1} << count;
         break;
       case kDate:
-        if (object.marker != 0x33) return Fail(PListError::kNotAPropertyList);
+        if (object.marker != 0x33) return Fail(Code::kNotAPropertyList);
         length = 8;
         break;
       case kData:
@@ -171,7 +176,7 @@ class Reader {
         length = count;
         break;
       case kUtf16String:
-        if (count > room / 2) return Fail(PListError::kNotAPropertyList);
+        if (count > room / 2) return Fail(Code::kNotAPropertyList);
         length = count * 2;
         break;
       case kUid:
@@ -179,17 +184,17 @@ class Reader {
         break;
       case kArray:
       case kSet:
-        if (count > room / m_referenceSize) return Fail(PListError::kNotAPropertyList);
+        if (count > room / m_referenceSize) return Fail(Code::kNotAPropertyList);
         length = count * m_referenceSize;
         break;
       case kDictionary:
-        if (count > room / (2 * m_referenceSize)) return Fail(PListError::kNotAPropertyList);
+        if (count > room / (2 * m_referenceSize)) return Fail(Code::kNotAPropertyList);
         length = count * 2 * m_referenceSize;
         break;
       default:
-        return Fail(PListError::kNotAPropertyList);
+        return Fail(Code::kNotAPropertyList);
     }
-    if (length > room) return Fail(PListError::kNotAPropertyList);
+    if (length > room) return Fail(Code::kNotAPropertyList);
     object.count = count;
     object.body = m_bytes + position;
     return true;
@@ -198,14 +203,14 @@ class Reader {
   // The object that reference `i` of a container's body names.
   bool Reference(const unsigned char* references, std::uint64_t i, std::size_t& index) {
     const std::uint64_t value = ReadBigEndian(references + i * m_referenceSize, m_referenceSize);
-    if (value >= m_objectCount) return Fail(PListError::kNotAPropertyList);
+    if (value >= m_objectCount) return Fail(Code::kNotAPropertyList);
     index = static_cast<std::size_t>(value);
     return true;
   }
 
   // Charges `cost` to the tree's budget.
   bool Spend(std::uint64_t cost) {
-    if (cost > m_budget - m_spent) return Fail(PListError::kTooLarge);
+    if (cost > m_budget - m_spent) return Fail(Code::kTooLarge);
     m_spent += cost;
     return true;
   }
@@ -217,14 +222,14 @@ class Reader {
     if (object.type == kAsciiString) {
       if (!Spend(kNodeCost + count)) return false;
       // ASCII strings hold bytes 1 to 0x7F only.
-      if (!IsAsciiText(body, count)) return Fail(PListError::kBadText);
+      if (!IsAsciiText(body, count)) return Fail(Code::kBadText);
       text.assign(body, count);
       return true;
     }
     if (!Spend(kNodeCost + 3 * std::uint64_t{count})) return false;
     text.clear();
     text.reserve(count);
-    if (!AppendUTF16BigEndianAsUTF8(object.body, count, text)) return Fail(PListError::kBadText);
+    if (!AppendUTF16BigEndianAsUTF8(object.body, count, text)) return Fail(Code::kBadText);
     return true;
   }
 
@@ -237,11 +242,11 @@ class Reader {
       const std::size_t count = static_cast<std::size_t>(object.count);
       const char* body = reinterpret_cast<const char*>(object.body);
       if (!Spend(kNodeCost + count)) return false;
-      if (!IsAsciiText(body, count)) return Fail(PListError::kBadText);
+      if (!IsAsciiText(body, count)) return Fail(Code::kBadText);
       entry = &dictionary.Slot(body, count);
       return true;
     }
-    if (object.type != kUtf16String) return Fail(PListError::kNotAPropertyList);  // not a string
+    if (object.type != kUtf16String) return Fail(Code::kNotAPropertyList);  // not a string
     if (!ReadString(object, m_key)) return false;
     entry = &dictionary.Slot(m_key.data(), m_key.size());
     return true;
@@ -264,7 +269,7 @@ class Reader {
     } else if (high == ~std::uint64_t{0} && negative) {
       value = PListInteger{static_cast<long long>(low), false};
     } else {
-      return Fail(PListError::kNotAPropertyList);
+      return Fail(Code::kNotAPropertyList);
     }
     return true;
   }
@@ -273,7 +278,7 @@ class Reader {
     const std::size_t size = static_cast<std::size_t>(object.count) + 1;
     // Up to 16 bytes, of which only the last 8 may be other than zero.
     for (std::size_t i = 0; i + 8 < size; ++i) {
-      if (object.body[i] != 0) return Fail(PListError::kNotAPropertyList);
+      if (object.body[i] != 0) return Fail(Code::kNotAPropertyList);
     }
     const std::size_t low = size > 8 ? 8 : size;
     value = PListUid{ReadBigEndian(object.body + size - low, low)};
@@ -349,8 +354,8 @@ class Reader {
         break;
     }
     // A container: arrays, sets and dictionaries.
-    if (depth > kMaxNesting) return Fail(PListError::kTooDeep);
-    if (m_visiting[index]) return Fail(PListError::kNotAPropertyList);  // inside itself
+    if (depth > kMaxNesting) return Fail(Code::kTooDeep);
+    if (m_visiting[index]) return Fail(Code::kNotAPropertyList);  // inside itself
     if (!Spend(kNodeCost)) return false;
     m_visiting[index] = true;
     const bool ok = object.type == kDictionary ? ReadDictionary(object, depth, value)
@@ -370,13 +375,13 @@ class Reader {
   std::uint64_t m_spent = 0;
   std::vector<bool> m_visiting;  // containers being read: an object inside itself
   std::string m_key;             // a UTF-16 key, as UTF-8
-  PListError m_error = PListError::kNotAPropertyList;
+  Code m_error = Code::kNotAPropertyList;
 };
 
 }  // namespace
 
-PListError ReadBinaryPropertyList(const unsigned char* bytes, std::size_t size,
-                                  mvtl::RefCountedPtr<PListDictionary>& root) {
+Status ReadBinaryPropertyList(const unsigned char* bytes, std::size_t size,
+                              mvtl::RefCountedPtr<PListDictionary>& root) {
   return Reader(bytes, size).Read(root);
 }
 

@@ -12,11 +12,11 @@
 namespace mvcs {
 
 // Reads the binary property list `bytes` into a new tree. On success `root`
-// receives the tree and the result is PListError::kNone; otherwise `root`
-// is untouched and the result says why the bytes were refused. Time and
+// receives the tree and the result is OK; otherwise `root` is untouched and
+// the result is the refusal that says why (see ParsePropertyList). Time and
 // memory stay proportional to `size`, whatever the bytes hold.
-PListError ReadBinaryPropertyList(const unsigned char* bytes, std::size_t size,
-                                  mvtl::RefCountedPtr<PListDictionary>& root);
+Status ReadBinaryPropertyList(const unsigned char* bytes, std::size_t size,
+                              mvtl::RefCountedPtr<PListDictionary>& root);
 
 }  // namespace mvcs
 

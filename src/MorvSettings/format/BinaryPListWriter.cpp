@@ -112,17 +112,17 @@ constexpr std::size_t kPrefetchDistance = 8;
 class Writer {
  public:
   // `expectedSize`: the size the result is likely to have (0 if unknown).
-  PListError Write(const PListDictionary& root, std::size_t expectedSize, std::string& bytes) {
+  Status Write(const PListDictionary& root, std::size_t expectedSize, std::string& bytes) {
     // A settings file holds a string for about every 24 bytes.
     m_strings.Reserve(expectedSize / 24);
     m_objects.reserve(expectedSize / 16);
     AddDictionary(root, 1);
-    if (m_error != PListError::kNone) return m_error;
+    if (m_error != Code::kOk) return Refuse(m_error);
     const std::size_t referenceSize = SizeFor(m_objects.size() - 1);
     const std::uint64_t tableOffset = 8 + m_objectBytes + m_refs.size() * referenceSize;
     const std::size_t offsetSize = SizeFor(tableOffset);
     const std::uint64_t total = tableOffset + m_objects.size() * offsetSize + 32;
-    if (total > kMaxSettingsFileSize || m_cost > TreeBudget(total)) return PListError::kTooLarge;
+    if (total > kMaxSettingsFileSize || m_cost > TreeBudget(total)) return Refuse(Code::kTooLarge);
 
     std::string out(static_cast<std::size_t>(total), '\0');
     char* const start = &out[0];
@@ -143,10 +143,14 @@ class Writer {
     p = PutBigEndian(p, 0, 8);  // the top object: the root, numbered first
     p = PutBigEndian(p, tableOffset, 8);
     bytes.swap(out);
-    return PListError::kNone;
+    return Status::OK();
   }
 
  private:
+  typedef Status::Code Code;
+
+  static Status Refuse(Code code) { return Status::Refused(code, Status::Operation::kSerialise); }
+
   enum class Kind : unsigned char { kDictionary, kArray, kString, kScalar };
 
   struct Object {
@@ -271,7 +275,7 @@ class Writer {
     }
     const bool ascii = IsAsciiText(text.data(), text.size());
     const bool valid = ascii || IsTreeText(text.data(), text.size());
-    if (!valid) m_error = PListError::kBadText;
+    if (!valid) m_error = Code::kBadText;
     const std::uint64_t length = ascii ? text.size() : Utf16Units(text);
     m_cost += ReadCost(ascii, length);
     m_objectBytes += MarkerSize(length) + (ascii ? length : 2 * length);
@@ -293,13 +297,13 @@ class Writer {
   template <class Items>
   std::uint32_t AddContainer(Kind kind, const void* item, std::size_t depth, std::size_t count,
                              std::uint64_t markerCount, Items addItems) {
-    if (depth > kMaxNesting) m_error = PListError::kTooDeep;
+    if (depth > kMaxNesting) m_error = Code::kTooDeep;
     m_cost += kNodeCost;
     m_objectBytes += MarkerSize(markerCount);
     const std::uint32_t first = static_cast<std::uint32_t>(m_refs.size());
     const std::uint32_t index =
         NewObject({item, first, static_cast<std::uint32_t>(count), 0, kind, false});
-    if (m_error != PListError::kNone) return index;
+    if (m_error != Code::kOk) return index;
     m_refs.resize(m_refs.size() + count);
     addItems(first);
     return index;
@@ -443,13 +447,12 @@ class Writer {
   StringTable m_strings;
   std::uint64_t m_objectBytes = 0;  // the bytes of the objects, but for their references
   std::uint64_t m_cost = 0;         // what reading the result will spend (PListLimits.h)
-  PListError m_error = PListError::kNone;
+  Code m_error = Code::kOk;         // why the tree cannot be written
 };
 
 }  // namespace
 
-PListError WriteBinaryPList(const PListDictionary& root, std::size_t expectedSize,
-                            std::string& bytes) {
+Status WriteBinaryPList(const PListDictionary& root, std::size_t expectedSize, std::string& bytes) {
   return Writer().Write(root, expectedSize, bytes);
 }
 

@@ -15,11 +15,6 @@ namespace mvcs {
 
 namespace {
 
-bool Report(PListError result, PListError* error) {
-  if (error != nullptr) *error = result;
-  return result == PListError::kNone;
-}
-
 std::size_t ValueNesting(const PListValue& value) {
   if (const PListDictionary* dictionary = AsDictionary(value)) return NestingDepth(*dictionary);
   if (const PListArrayRef* array = std::get_if<PListArrayRef>(&value)) {
@@ -32,42 +27,24 @@ std::size_t ValueNesting(const PListValue& value) {
 
 }  // namespace
 
-const char* DescribePListError(PListError error) {
-  switch (error) {
-    case PListError::kNone:
-      return "a property list";
-    case PListError::kNotAPropertyList:
-      return "not a property list (or a damaged one)";
-    case PListError::kNotADictionary:
-      return "a property list without a dictionary at its root";
-    case PListError::kTooDeep:
-      return "nested too deep";
-    case PListError::kTooLarge:
-      return "too large";
-    case PListError::kBadText:
-      return "holding text that is not well-formed UTF-8";
+Status ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDictionary>& root) {
+  if (bytes.size() > kMaxSettingsFileSize) {
+    return Status::Refused(Status::Code::kTooLarge, Status::Operation::kParse);
   }
-  return "not a property list";
-}
-
-bool ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDictionary>& root,
-                       PListError* error) {
-  if (bytes.size() > kMaxSettingsFileSize) return Report(PListError::kTooLarge, error);
   if (bytes.size() >= 8 && std::memcmp(bytes.data(), "bplist00", 8) == 0) {
-    return Report(ReadBinaryPropertyList(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                         bytes.size(), root),
-                  error);
+    return ReadBinaryPropertyList(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                  bytes.size(), root);
   }
-  return Report(ReadXmlPropertyList(bytes.data(), bytes.size(), root), error);
+  return ReadXmlPropertyList(bytes.data(), bytes.size(), root);
 }
 
-bool WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes, PListError* error,
-                             std::size_t expectedSize) {
-  return Report(WriteBinaryPList(root, expectedSize, bytes), error);
+Status WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes,
+                               std::size_t expectedSize) {
+  return WriteBinaryPList(root, expectedSize, bytes);
 }
 
-bool WriteXmlPropertyList(const PListDictionary& root, std::string& bytes, PListError* error) {
-  return Report(WriteXmlPList(root, bytes), error);
+Status WriteXmlPropertyList(const PListDictionary& root, std::string& bytes) {
+  return WriteXmlPList(root, bytes);
 }
 
 std::size_t NestingDepth(const PListDictionary& root) {

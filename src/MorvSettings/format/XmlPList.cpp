@@ -80,13 +80,16 @@ plist_t NewWideInteger(std::uint64_t value) {
   return node;
 }
 
+// Why a list is refused.
+typedef Status::Code Refusal;
+
 // Converts libplist's `node`, which sits at nesting `depth` if it is a
 // container (the root is 1): the one conversion from libplist's tree to the
 // store's (NodeBuilder goes the other way).
-bool FromLibplist(plist_t node, std::size_t depth, PListValue& value, PListError& error) {
+bool FromLibplist(plist_t node, std::size_t depth, PListValue& value, Refusal& error) {
   const plist_type type = plist_get_node_type(node);
   if ((type == PLIST_DICT || type == PLIST_ARRAY) && depth > kMaxNesting) {
-    error = PListError::kTooDeep;
+    error = Refusal::kTooDeep;
     return false;
   }
   switch (type) {
@@ -107,7 +110,7 @@ bool FromLibplist(plist_t node, std::size_t depth, PListValue& value, PListError
         }
         PListValue entry;
         if (key == nullptr || !IsTreeText(key, std::strlen(key))) {
-          error = PListError::kBadText;
+          error = Refusal::kBadText;
           ok = false;
         } else {
           ok = FromLibplist(child, depth + 1, entry, error);
@@ -156,7 +159,7 @@ bool FromLibplist(plist_t node, std::size_t depth, PListValue& value, PListError
       const char* text = plist_get_string_ptr(node, &length);
       if (text == nullptr || std::strlen(text) != length ||
           !IsTreeText(text, static_cast<std::size_t>(length))) {
-        error = PListError::kBadText;
+        error = Refusal::kBadText;
         return false;
       }
       value = std::string(text, static_cast<std::size_t>(length));
@@ -237,32 +240,38 @@ struct NodeBuilder {
 
 }  // namespace
 
-PListError ReadXmlPropertyList(const char* text, std::size_t size,
-                               mvtl::RefCountedPtr<PListDictionary>& root) {
-  if (std::memchr(text, 0, size) != nullptr) return PListError::kNotAPropertyList;
-  if (XmlNesting(text, size) > kMaxNesting) return PListError::kTooDeep;
+Status ReadXmlPropertyList(const char* text, std::size_t size,
+                           mvtl::RefCountedPtr<PListDictionary>& root) {
+  auto refuse = [](Refusal why) { return Status::Refused(why, Status::Operation::kParse); };
+  if (std::memchr(text, 0, size) != nullptr) return refuse(Refusal::kNotAPropertyList);
+  if (XmlNesting(text, size) > kMaxNesting) return refuse(Refusal::kTooDeep);
   plist_t parsed = nullptr;  // libplist leaves it as it was on some failures
   plist_from_xml(text, static_cast<uint32_t>(size), &parsed);
   const Node owner(parsed);
-  if (parsed == nullptr) return PListError::kNotAPropertyList;
-  if (plist_get_node_type(parsed) != PLIST_DICT) return PListError::kNotADictionary;
+  if (parsed == nullptr) return refuse(Refusal::kNotAPropertyList);
+  if (plist_get_node_type(parsed) != PLIST_DICT) return refuse(Refusal::kNotADictionary);
   PListValue value;
-  PListError error = PListError::kNotAPropertyList;
-  if (!FromLibplist(parsed, 1, value, error)) return error;
+  Refusal error = Refusal::kNotAPropertyList;
+  if (!FromLibplist(parsed, 1, value, error)) return refuse(error);
   root = AsDictionary(value);
-  return PListError::kNone;
+  return Status::OK();
 }
 
-PListError WriteXmlPList(const PListDictionary& root, std::string& text) {
+Status WriteXmlPList(const PListDictionary& root, std::string& text) {
+  // libplist fails only when out of memory, or for kinds it does not know.
+  auto failed = [] {
+    return Status::Refused(Refusal::kNotAPropertyList, Status::Operation::kSerialise,
+                           "libplist could not write it as XML");
+  };
   const Node node(NodeBuilder().Build(root));
-  if (!node) return PListError::kNotAPropertyList;
+  if (!node) return failed();
   char* written = nullptr;
   uint32_t length = 0;
   plist_to_xml(node.get(), &written, &length);
-  if (written == nullptr) return PListError::kNotAPropertyList;
+  if (written == nullptr) return failed();
   text.assign(written, length);
   plist_to_xml_free(written);
-  return PListError::kNone;
+  return Status::OK();
 }
 
 }  // namespace mvcs

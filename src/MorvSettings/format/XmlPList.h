@@ -14,16 +14,17 @@
 namespace mvcs {
 
 // Reads the XML property list `text` into a new tree. On success `root`
-// receives it and the result is kNone; otherwise `root` is untouched and
-// the result says why. Text holding a NUL byte or containers nested deeper
-// than kMaxNesting is refused before libplist sees it (libplist 2.2 has no
+// receives it and the result is OK; otherwise `root` is untouched and the
+// result is the refusal that says why (see ParsePropertyList). Text holding a NUL byte or
+// containers nested deeper than kMaxNesting is refused before libplist sees it (libplist 2.2 has no
 // nesting limit, and keeps strings holding U+0000 inconsistently).
-PListError ReadXmlPropertyList(const char* text, std::size_t size,
-                               mvtl::RefCountedPtr<PListDictionary>& root);
+Status ReadXmlPropertyList(const char* text, std::size_t size,
+                           mvtl::RefCountedPtr<PListDictionary>& root);
 
 // Writes `root` as an XML property list (version 1.0); sets are written as
-// arrays. kNone on success, with `text` set; otherwise `text` is untouched.
-PListError WriteXmlPList(const PListDictionary& root, std::string& text);
+// arrays. OK with `text` set; otherwise `text` is untouched and the result
+// is a refusal (step kSerialise).
+Status WriteXmlPList(const PListDictionary& root, std::string& text);
 
 }  // namespace mvcs
 
