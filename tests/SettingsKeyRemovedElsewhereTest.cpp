@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <ostream>
 #include <set>
 #include <string>
@@ -109,6 +110,18 @@ class SettingsKeyRemovedElsewhere : public tool::SettingsTool,
     EXPECT_EQ(port, -1);
   }
 
+  // A node on Net, refreshed after another process deleted Net; null (with
+  // a failure) when that could not be done.
+  Node OpenNetRefreshedAfterADeleteElsewhere() {
+    Node net = OpenNet();
+    if (net.Get() == nullptr) return net;
+    OtherProcess("delete", {"Net"});
+    bool changed = false;
+    EXPECT_TRUE(mvcs::RefreshSettings(net.Get(), &changed));
+    EXPECT_TRUE(changed);
+    return net;
+  }
+
   // plistlib's listing of the file, with "/<Top>" for "/T" in `expected`.
   Lines Dump() const { return plistlib::Dump(File()); }
   Lines Expected(Lines lines) const {
@@ -121,19 +134,18 @@ class SettingsKeyRemovedElsewhere : public tool::SettingsTool,
 
 // Scopes that do not create keys: the per-user file alone, and the
 // per-user file with the shared file as fallback.
-class KeyRemovedUnderAReadingNode : public SettingsKeyRemovedElsewhere {};
+class KeyRemovedUnderAReadingNode : public SettingsKeyRemovedElsewhere {
+ protected:
+  void RemoveThenSaveThroughAnotherNode(const std::function<void(Node&)>& save);
+};
 // Scopes that create keys, in the per-user file and in the shared file.
 class KeyRemovedUnderACreatingNode : public SettingsKeyRemovedElsewhere {};
 
 TEST_P(KeyRemovedUnderAReadingNode, AfterARefreshTheNodeAnswersAsWithoutItsKey) {
   WriteNet();
   const auto scenario = [&] {
-    Node net = OpenNet();
+    Node net = OpenNetRefreshedAfterADeleteElsewhere();
     ASSERT_NE(net.Get(), nullptr);
-    OtherProcess("delete", {"Net"});
-    bool changed = false;
-    ASSERT_TRUE(mvcs::RefreshSettings(net.Get(), &changed));
-    EXPECT_TRUE(changed);
     ExpectNoKey(net.Get());
   };
   EXPECT_EXIT(child::Run(scenario), ::testing::ExitedWithCode(0), "");
@@ -141,7 +153,11 @@ TEST_P(KeyRemovedUnderAReadingNode, AfterARefreshTheNodeAnswersAsWithoutItsKey) 
   EXPECT_EQ(Dump(), Expected({"\tdict\t1", "/T\tdict\t1", "/T/P\tdict\t0"}));
 }
 
-TEST_P(KeyRemovedUnderAReadingNode, AfterASaveOfTheFileTheNodeAnswersAsWithoutItsKey) {
+// Another process deletes Net; this process then stores through another
+// node of the file and saves that node with `save`, which reads the file
+// without Net; the node on Net answers as without its key.
+void KeyRemovedUnderAReadingNode::RemoveThenSaveThroughAnotherNode(
+    const std::function<void(Node&)>& save) {
   WriteNet();
   const auto scenario = [&] {
     Node net = OpenNet();
@@ -149,31 +165,23 @@ TEST_P(KeyRemovedUnderAReadingNode, AfterASaveOfTheFileTheNodeAnswersAsWithoutIt
     ASSERT_NE(net.Get(), nullptr);
     ASSERT_NE(product.Get(), nullptr);
     OtherProcess("delete", {"Net"});
-    // This process saves the file through another node: the save reads
-    // the file without Net.
     ASSERT_TRUE(product->StoreInt32(std::string("Other"), 3));
-    ASSERT_TRUE(mvcs::SaveSettings(product.Get()).IsOk());
+    save(product);
     ExpectNoKey(net.Get());
   };
   EXPECT_EXIT(child::Run(scenario), ::testing::ExitedWithCode(0), "");
   EXPECT_EQ(Dump(), Expected({"\tdict\t1", "/T\tdict\t1", "/T/P\tdict\t1", "/T/P/Other\tint\t3"}));
 }
 
+TEST_P(KeyRemovedUnderAReadingNode, AfterASaveOfTheFileTheNodeAnswersAsWithoutItsKey) {
+  RemoveThenSaveThroughAnotherNode(
+      [](Node& product) { ASSERT_TRUE(mvcs::SaveSettings(product.Get()).IsOk()); });
+}
+
 TEST_P(KeyRemovedUnderAReadingNode,
        AfterAnotherNodeOfTheFileIsReleasedTheNodeAnswersAsWithoutItsKey) {
-  WriteNet();
-  const auto scenario = [&] {
-    Node net = OpenNet();
-    Node product = fixtures::Open(Top() + "/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
-    ASSERT_NE(net.Get(), nullptr);
-    ASSERT_NE(product.Get(), nullptr);
-    OtherProcess("delete", {"Net"});
-    ASSERT_TRUE(product->StoreInt32(std::string("Other"), 3));
-    product = Node();  // the last release saves
-    ExpectNoKey(net.Get());
-  };
-  EXPECT_EXIT(child::Run(scenario), ::testing::ExitedWithCode(0), "");
-  EXPECT_EQ(Dump(), Expected({"\tdict\t1", "/T\tdict\t1", "/T/P\tdict\t1", "/T/P/Other\tint\t3"}));
+  RemoveThenSaveThroughAnotherNode(
+      [](Node& product) { product = Node(); });  // the last release saves
 }
 
 INSTANTIATE_TEST_SUITE_P(Scopes, KeyRemovedUnderAReadingNode,
@@ -185,12 +193,8 @@ INSTANTIATE_TEST_SUITE_P(Scopes, KeyRemovedUnderAReadingNode,
 TEST_P(KeyRemovedUnderACreatingNode, TheNodeMakesItsKeyAgainAndSavesIt) {
   WriteNet();
   const auto scenario = [&] {
-    Node net = OpenNet();
+    Node net = OpenNetRefreshedAfterADeleteElsewhere();
     ASSERT_NE(net.Get(), nullptr);
-    OtherProcess("delete", {"Net"});
-    bool changed = false;
-    ASSERT_TRUE(mvcs::RefreshSettings(net.Get(), &changed));
-    EXPECT_TRUE(changed);
     // As a new node of this scope: an empty key, made again.
     int port = -1;
     EXPECT_FALSE(net->FetchInt32(std::string("Port"), port));

@@ -58,19 +58,25 @@ class SettingsMergeDeletion : public tool::SettingsTool {
   }
 
   Lines Dump() const { return plistlib::Dump(UserFile("P")); }
+
+  // Through a node on Settings/P: deletes Net, makes it again and stores
+  // Port in it (`net`); then another process saves the file, before this
+  // one does.
+  void DeleteNetAndMakeItAgain(Node& product, Node& net) {
+    product = fixtures::Open("Settings/P", kCreate);
+    ASSERT_NE(product.Get(), nullptr);
+    ASSERT_TRUE(product->Delete(std::string("Net")));
+    ASSERT_TRUE(product->GetChild(std::string("Net"), &net));
+    ASSERT_TRUE(net->StoreInt32(std::string("Port"), 9090));
+    Ok({"write", "P", "Other", "int", "1"});
+  }
 };
 
 TEST_F(SettingsMergeDeletion, AKeyDeletedAndMadeAgainHoldsOnlyWhatWasStoredSince) {
   WriteNet();
   const auto scenario = [&] {
-    Node product = fixtures::Open("Settings/P", kCreate);
-    ASSERT_NE(product.Get(), nullptr);
-    ASSERT_TRUE(product->Delete(std::string("Net")));
-    Node net;
-    ASSERT_TRUE(product->GetChild(std::string("Net"), &net));
-    ASSERT_TRUE(net->StoreInt32(std::string("Port"), 9090));
-    // Another process saves the file before this one does.
-    Ok({"write", "P", "Other", "int", "1"});
+    Node product, net;
+    DeleteNetAndMakeItAgain(product, net);
     ASSERT_TRUE(mvcs::SaveSettings(product.Get()).IsOk());
     // The open nodes see the merged file.
     std::set<std::string> names;
@@ -91,13 +97,8 @@ TEST_F(SettingsMergeDeletion, AKeyDeletedAndMadeAgainHoldsOnlyWhatWasStoredSince
 TEST_F(SettingsMergeDeletion, AKeyDeletedAndMadeAgainThroughReleasedNodesHoldsOnlyTheNewEntries) {
   WriteNet();
   const auto scenario = [&] {
-    Node product = fixtures::Open("Settings/P", kCreate);
-    ASSERT_NE(product.Get(), nullptr);
-    ASSERT_TRUE(product->Delete(std::string("Net")));
-    Node net;
-    ASSERT_TRUE(product->GetChild(std::string("Net"), &net));
-    ASSERT_TRUE(net->StoreInt32(std::string("Port"), 9090));
-    Ok({"write", "P", "Other", "int", "1"});
+    Node product, net;
+    DeleteNetAndMakeItAgain(product, net);
     // The last release saves.
     net = Node();
     product = Node();

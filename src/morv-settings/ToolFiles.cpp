@@ -9,9 +9,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "common/Status.h"
 #include "ToolError.h"
 #include "common/FileDescriptor.h"
+#include "common/Status.h"
 
 namespace morv_tool {
 
