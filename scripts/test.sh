@@ -2,7 +2,8 @@
 # Checks the sources' format, then builds and runs every test twice: a
 # normal build (build/) and a build with AddressSanitizer and
 # UndefinedBehaviorSanitizer (build-sanitize/); then builds the
-# multi-threaded tests with ThreadSanitizer (build-tsan/) and runs them.
+# multi-threaded and multi-process tests with ThreadSanitizer (build-tsan/)
+# and runs them.
 # Fails on any unformatted source, failing test, compiler warning or
 # sanitizer report. Installs missing Debian packages first.
 set -euo pipefail
@@ -30,11 +31,13 @@ export ASAN_OPTIONS=detect_leaks=1:check_initialization_order=1:strict_init_orde
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 ctest --test-dir build-sanitize --output-on-failure -j "$jobs"
 
-echo "== thread sanitizer build (the multi-threaded tests)"
+echo "== thread sanitizer build (the multi-threaded and multi-process tests)"
 cmake -S . -B build-tsan -G Ninja -DMORV_WERROR=ON -DMORV_SANITIZE_THREAD=ON \
   -DMORV_BUILD_BENCHMARKS=OFF
-cmake --build build-tsan -j "$jobs" --target SettingsThreadsTest
+cmake --build build-tsan -j "$jobs" \
+  --target SettingsThreadsTest SettingsProcessesTest SettingsSaveStallTest
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
-  ctest --test-dir build-tsan --output-on-failure -j "$jobs" -R '^SettingsThreads\.'
+  ctest --test-dir build-tsan --output-on-failure -j "$jobs" \
+  -R '^(SettingsThreads|SettingsProcesses|SettingsSaveStall)\.'
 
 echo "== all tests passed in every build"
