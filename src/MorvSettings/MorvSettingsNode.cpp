@@ -254,17 +254,20 @@ int MorvSettings::GetRefCount() {
   return RefCountedObject::GetRefCount();
 }
 
-MorvSettings* MorvSettings::OpenChild(const std::string& name) {
+mvtl::RefCountedPtr<MorvSettings> MorvSettings::OpenChild(const std::string& name) {
+  // Held through a reference of its own while it opens (which may let go
+  // of the store lock, when another thread could clear the child map).
+  mvtl::RefCountedPtr<MorvSettings> child;
   const ChildMap::iterator found = m_children.find(name);
   if (found != m_children.end()) {
-    MorvSettings* child = dynamic_cast<MorvSettings*>(found->second.Get());
-    return child != nullptr && child->Open() ? child : nullptr;
+    child = dynamic_cast<MorvSettings*>(found->second.Get());
+  } else {
+    // The new child enters the child map, which keeps it, also when it
+    // fails to open.
+    child = new MorvSettings(m_scope, name, this, std::string());
   }
-  // The new child enters the child map (which keeps it, also when it fails
-  // to open); this holds it while it opens.
-  const mvtl::RefCountedPtr<MorvSettings> child(
-      new MorvSettings(m_scope, name, this, std::string()));
-  return child->Open() ? child.Get() : nullptr;
+  if (child.Get() == nullptr || !child->Open()) child = static_cast<const MorvSettings*>(nullptr);
+  return child;
 }
 
 bool MorvSettings::GetChild(std::string const& name, IMorvSettings** out) {
@@ -272,11 +275,13 @@ bool MorvSettings::GetChild(std::string const& name, IMorvSettings** out) {
   std::string path;
   if (name.empty() || !StoredText(name, path) || !Open()) return false;
   const std::size_t separator = path.find_first_of("/\\");
-  IMorvSettings* child = OpenChild(path.substr(0, separator));
-  if (child == nullptr) return false;
-  if (separator != std::string::npos) return child->GetChild(path.substr(separator + 1), out);
+  const mvtl::RefCountedPtr<MorvSettings> child = OpenChild(path.substr(0, separator));
+  if (child.Get() == nullptr) return false;
+  if (separator != std::string::npos) {
+    return static_cast<IMorvSettings*>(child.Get())->GetChild(path.substr(separator + 1), out);
+  }
   if (out != nullptr) {
-    *out = child;
+    *out = child.Get();
     child->AddRef();
   }
   return true;

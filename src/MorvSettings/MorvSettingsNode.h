@@ -202,7 +202,7 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
 
   // The child node for `name` (one component): found in the child map or
   // made, and opened. Null when it cannot open.
-  MorvSettings* OpenChild(const std::string& name);
+  mvtl::RefCountedPtr<MorvSettings> OpenChild(const std::string& name);
 
   // The shared paths of the typed operations (MorvSettingsValues.cpp).
   bool StoreValue(const std::string& name, PListValue value);
