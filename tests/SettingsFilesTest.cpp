@@ -201,18 +201,33 @@ TEST_F(SettingsFiles, MoveAsideRefusesFolders) {
 
 namespace {
 
-TEST_F(SettingsFiles, StaleTemporaryFilesOfTheFileAreRemoved) {
+TEST_F(SettingsFiles, StaleTemporaryFilesOfTheFileAreRemovedAndNothingElse) {
   const std::string path = m_root + "/com.morv.P.plist";
   for (const char* name :
-       {".com.morv.P.plist.Ab3xYz", ".com.morv.P.plist.000000", ".com.morv.P.plist.short",
-        ".com.morv.Q.plist.Ab3xYz", "com.morv.P.plist.unreadable-Ab3xYz", "com.morv.P.plist"}) {
+       {".com.morv.P.plist.morv-save-Ab3xYz", ".com.morv.P.plist.morv-save-000000",
+        ".com.morv.P.plist.morv-save-short", ".com.morv.Q.plist.morv-save-Ab3xYz",
+        // The user's own files beside it, whatever their names look like.
+        ".com.morv.P.plist.backup", ".com.morv.P.plist.Ab3xYz",
+        "com.morv.P.plist.unreadable-Ab3xYz", "com.morv.P.plist"}) {
     sandbox::WriteFile(m_root + "/" + name, "x");
   }
   mvcs::RemoveStaleTemporaryFiles(path);
-  // Only this file's temporary files (".<name>." and six characters) go.
+  // Only this file's temporary files (".<name>.morv-save-" and six
+  // characters) go.
   EXPECT_EQ(sandbox::List(m_root),
-            std::set<std::string>({".com.morv.P.plist.short", ".com.morv.Q.plist.Ab3xYz",
-                                   "com.morv.P.plist.unreadable-Ab3xYz", "com.morv.P.plist"}));
+            std::set<std::string>({".com.morv.P.plist.morv-save-short",
+                                   ".com.morv.Q.plist.morv-save-Ab3xYz", ".com.morv.P.plist.backup",
+                                   ".com.morv.P.plist.Ab3xYz", "com.morv.P.plist.unreadable-Ab3xYz",
+                                   "com.morv.P.plist"}));
+}
+
+TEST_F(SettingsFiles, ASaveKeepsTheUsersFilesBesideTheSettingsFile) {
+  const std::string path = m_root + "/com.morv.P.plist";
+  sandbox::WriteFile(m_root + "/.com.morv.P.plist.backup", "mine");
+  ASSERT_TRUE(mvcs::WriteFileAtomically(path, "x").ok());
+  mvcs::RemoveStaleTemporaryFiles(path);
+  EXPECT_EQ(sandbox::List(m_root),
+            std::set<std::string>({".com.morv.P.plist.backup", "com.morv.P.plist"}));
 }
 
 TEST_F(SettingsFiles, LockIsExclusiveAndWaitsNoLongerThanItsTimeout) {

@@ -181,6 +181,24 @@ TEST_F(SettingsUtility, FailedSaveReportsWhyAndKeepsTheChange) {
   EXPECT_EQ(n, 5);
 }
 
+TEST_F(SettingsUtility, ASaveMakesFoldersAgainThatWereRemovedWhileTheProgramRan) {
+  Node node = Product();
+  ASSERT_NE(node.Get(), nullptr);
+  ASSERT_TRUE(node->StoreInteger(std::string("first"), 1));
+  ASSERT_TRUE(mvcs::SaveSettings(node.Get()).IsOk());
+  // A user removes the whole folder while the program runs.
+  sandbox::RemoveTree(UserFolder());
+  ASSERT_FALSE(sandbox::Exists(UserFolder()));
+  ASSERT_TRUE(node->StoreInteger(std::string("second"), 2));
+  const mvcs::SaveResult saved = mvcs::SaveSettings(node.Get());
+  EXPECT_TRUE(saved.IsOk()) << saved.GetMessage();
+  // The removal counts as another program's deletion of what was there;
+  // what this program stored since is on disk.
+  EXPECT_EQ(plistlib::Dump(UserFile("P")),
+            std::vector<std::string>({"\tdict\t1", "/Settings\tdict\t1", "/Settings/P\tdict\t1",
+                                      "/Settings/P/second\tint\t2"}));
+}
+
 TEST_F(SettingsUtility, FailedSaveNamesTheFileThatFailed) {
   sandbox::WriteFile(SharedFile(),
                      Plist(Key("Settings", Dict(Key("P", Dict(Key("shared", Integer(1))))))));

@@ -62,7 +62,6 @@ void PList::SetLockTimeout(unsigned milliseconds) { LockTimeoutSetting() = milli
 PList::PList(const std::string& path)
     : m_inRemoval(false),
       m_path(path),
-      m_directoriesMade(false),
       m_dirty(false),
       m_dirtyCount(0),
       m_generation(0),
@@ -188,12 +187,14 @@ Status PList::Save(std::string* movedAside) {
 }
 
 Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
-  if (!m_directoriesMade) {
-    MakeAncestorDirectories(m_path);
-    m_directoriesMade = true;
-  }
   SettingsFileLock lock;
   Status status = lock.Acquire(m_path, LockTimeout());
+  if (status.error() == ENOENT) {
+    // The folders are not there: never made yet, or removed since (by a
+    // user, while this program ran). Made (again), then locked.
+    MakeAncestorDirectories(m_path);
+    status = lock.Acquire(m_path, LockTimeout());
+  }
   if (!status.ok()) return status;
   // Under the lock no other save of this file runs: any temporary file of
   // one is left over from a writer that was killed.

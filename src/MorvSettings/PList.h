@@ -65,8 +65,9 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // object last read or wrote, applies this process's recorded changes to
   // it, writes that and makes it the in-memory tree (see TreeMerge.h);
   // otherwise writes the tree as it was when the save began. The file is
-  // replaced atomically, in the binary format. Creates missing folders first
-  // (once per object). A file that is there but cannot be read is moved
+  // replaced atomically, in the binary format. Makes the folders above the
+  // file when they are missing (also when they were removed since the last
+  // save). A file that is there but cannot be read is moved
   // aside (see MoveFileAside), never overwritten, and this object's tree is
   // written in its place. Changes that other threads make while the save
   // runs stay in memory, recorded, and the file stays dirty for them.
@@ -142,7 +143,6 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
 
   bool m_inRemoval;  // set while erasing its own cache entry
   const std::string m_path;
-  bool m_directoriesMade;  // the folders above the file were made once
   mvtl::RefCountedPtr<PListDictionary> m_root;
   bool m_dirty;
   std::uint64_t m_dirtyCount;  // how often SetDirty(true) was called

@@ -18,7 +18,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <fstream>
 #include <thread>
 #include <vector>
 
@@ -52,12 +51,21 @@ std::string BaseNameOf(const std::string& path) {
 // The process's umask, read without changing it (a change would race with
 // other threads creating files); the set-and-restore way is the fallback.
 mode_t CurrentUmask() {
-  std::ifstream status("/proc/self/status");
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.compare(0, 6, "Umask:") == 0) {
-      return static_cast<mode_t>(std::strtoul(line.c_str() + 6, nullptr, 8)) & 0777;
+  // Opened close-on-exec, as every descriptor of the store: another thread
+  // may start a program meanwhile.
+  const FileDescriptor fd(open("/proc/self/status", O_RDONLY | O_CLOEXEC));
+  std::string status;
+  char buffer[4096];
+  for (ssize_t got; fd.Get() >= 0 && (got = read(fd.Get(), buffer, sizeof(buffer))) != 0;) {
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      break;
     }
+    status.append(buffer, static_cast<std::size_t>(got));
+  }
+  const std::size_t field = status.find("\nUmask:");
+  if (field != std::string::npos) {
+    return static_cast<mode_t>(std::strtoul(status.c_str() + field + 7, nullptr, 8)) & 0777;
   }
   const mode_t mask = umask(022);
   umask(mask);
@@ -75,9 +83,12 @@ std::string LinkTarget(const std::string& path) {
 }
 
 // The start of the names of WriteFileAtomically's temporary files for the
-// (resolved) `path`: "." and the file's name and "."; mkstemp adds six
-// characters.
-std::string TemporaryPrefix(const std::string& path) { return "." + BaseNameOf(path) + "."; }
+// (resolved) `path`: "." and the file's name and ".morv-save-"; mkstemp adds
+// six characters. The infix keeps the sweep of stale ones off the user's own
+// files (".<file>.backup", say).
+std::string TemporaryPrefix(const std::string& path) {
+  return "." + BaseNameOf(path) + ".morv-save-";
+}
 const std::size_t kTemporarySuffixLength = 6;
 
 using morv_common::FileDescriptor;

@@ -119,9 +119,9 @@ class SettingsFileLock {
 Status LockTimedOut(const std::string& settingsPath);
 
 // Removes the temporary files of WriteFileAtomically for `settingsPath`
-// (".<name>.XXXXXX" in its folder) that a writer killed during a save left
-// behind. Only while holding the file's lock: then none of them belongs to
-// a save that is still running.
+// (".<name>.morv-save-XXXXXX" in its folder, and no other name) that a
+// writer killed during a save left behind. Only while holding the file's
+// lock: then none of them belongs to a save that is still running.
 void RemoveStaleTemporaryFiles(const std::string& settingsPath);
 
 // Tells when any of some files may have changed, through inotify: the
