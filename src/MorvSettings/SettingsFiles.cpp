@@ -53,7 +53,7 @@ std::string BaseNameOf(const std::string& path) {
 mode_t CurrentUmask() {
   // Opened close-on-exec, as every descriptor of the store: another thread
   // may start a program meanwhile.
-  const FileDescriptor fd(open("/proc/self/status", O_RDONLY | O_CLOEXEC));
+  const morv_common::FileDescriptor fd(open("/proc/self/status", O_RDONLY | O_CLOEXEC));
   std::string status;
   char buffer[4096];
   for (ssize_t got; fd.Get() >= 0 && (got = read(fd.Get(), buffer, sizeof(buffer))) != 0;) {
