@@ -204,7 +204,9 @@ TEST_F(SettingsSaveFailure, UnreadableFolderOpensNothingAndWritesNothing) {
   EXPECT_EQ(sandbox::ListWithoutLocks(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
 }
 
-TEST_F(SettingsSaveFailure, UnreadableFileIsKeptWhenReplaced) {
+TEST_F(SettingsSaveFailure, AFileThisProcessMayNotReadIsLeftAlone) {
+  // Not reading a file says nothing of what it holds: it is neither moved
+  // aside nor replaced, and the save that would replace it fails.
   WriteProductFile();
   chmod(m_userConfig.c_str(), 0777);
   chmod(UserFolder().c_str(), 0777);
@@ -212,25 +214,20 @@ TEST_F(SettingsSaveFailure, UnreadableFileIsKeptWhenReplaced) {
   EXPECT_EQ(RunInChild(
                 [this] {
                   CHECK(fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER).Get() == nullptr);
-                  {
-                    Node created = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
-                    CHECK(created.Get() != nullptr);
-                    CHECK(created->StoreInteger(std::string("fresh"), 5));
-                  }
-                  Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
-                  long long fresh = 0;
-                  CHECK(reread.Get() != nullptr);
-                  CHECK(reread->FetchInteger(std::string("fresh"), fresh) && fresh == 5);
+                  Node created = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+                  CHECK(created.Get() != nullptr);
+                  CHECK(created->StoreInteger(std::string("fresh"), 5));
+                  const mvcs::SaveResult saved = mvcs::SaveSettings(created.Get());
+                  CHECK(!saved.IsOk());
+                  CHECK(saved.GetError() == EACCES);
+                  CHECK(saved.GetPath() == UserFile("P"));
                   return std::string();
                 },
                 true),
             "");
-  std::string aside;
-  for (const std::string& name : sandbox::List(UserFolder())) {
-    if (name.rfind("com.morv.P.plist.unreadable-", 0) == 0) aside = name;
-  }
-  ASSERT_FALSE(aside.empty());
-  EXPECT_EQ(sandbox::ReadFile(UserFolder() + "/" + aside), m_original);
+  EXPECT_EQ(sandbox::List(UserFolder()),
+            std::set<std::string>({"com.morv.P.plist", "com.morv.P.plist.lock"}));
+  EXPECT_EQ(sandbox::ReadFile(UserFile("P")), m_original);
 }
 
 TEST_F(SettingsSaveFailure, FolderInTheWayOfTheFile) {

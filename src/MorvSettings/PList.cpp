@@ -192,8 +192,8 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
   if (status.error() == ENOENT) {
     // The folders are not there: never made yet, or removed since (by a
     // user, while this program ran). Made (again), then locked.
-    MakeAncestorDirectories(m_path);
-    status = lock.Acquire(m_path, LockTimeout());
+    status = MakeAncestorDirectories(m_path);
+    if (status.ok()) status = lock.Acquire(m_path, LockTimeout());
   }
   if (!status.ok()) return status;
   // Under the lock no other save of this file runs: any temporary file of
@@ -209,7 +209,13 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
   FileReadResult state = m_base.state;
   bool unchanged = m_base.state != kFileUnreadable && identity == m_base.identity;
   if (!unchanged) {
-    state = ReadResultOf(Load(m_path, disk, identity, diskTree));
+    status = Load(m_path, disk, identity, diskTree);
+    // Only bytes read completely and refused by the format (or something
+    // that is no file) make the file unreadable: a failing read (EIO,
+    // EACCES, ...) says nothing of what the file holds, so the save fails
+    // and nothing is moved aside.
+    if (status.code() == Status::Code::kIOError) return status;
+    state = ReadResultOf(status);
     unchanged = state != kFileUnreadable && state == m_base.state && disk == m_base.bytes;
   }
   if (unchanged) {

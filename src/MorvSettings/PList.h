@@ -67,9 +67,10 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // otherwise writes the tree as it was when the save began. The file is
   // replaced atomically, in the binary format. Makes the folders above the
   // file when they are missing (also when they were removed since the last
-  // save). A file that is there but cannot be read is moved
-  // aside (see MoveFileAside), never overwritten, and this object's tree is
-  // written in its place. Changes that other threads make while the save
+  // save). A file that the format refuses is moved aside (see
+  // MoveFileAside), never overwritten, and this object's tree is written in
+  // its place; a file that cannot be read for an I/O error (EIO, EACCES...)
+  // is left as it is, and the save fails. Changes that other threads make while the save
   // runs stay in memory, recorded, and the file stays dirty for them.
   //
   // Success when the file was written or there was nothing to write. A

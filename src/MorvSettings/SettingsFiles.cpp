@@ -1,5 +1,6 @@
 // Where settings files live and how they are read and written (see
-// SettingsFiles.h). All of the store's file-system calls are here.
+// SettingsFiles.h). All of the store's file-system calls are here, made
+// through the process's FileSystem (FileSystem.h), inotify aside.
 
 #include "SettingsFiles.h"
 
@@ -21,11 +22,40 @@
 #include <thread>
 #include <vector>
 
+#include "FileSystem.h"
 #include "common/FileDescriptor.h"
 
 namespace mvcs {
 
 namespace {
+
+FileSystem& Fs() { return GetFileSystem(); }
+
+// Calls `call` again while it fails with EINTR (for calls that may be
+// repeated; close may not be).
+template <class Call>
+auto Retrying(Call call) -> decltype(call()) {
+  for (;;) {
+    const auto result = call();
+    if (result >= 0 || errno != EINTR) return result;
+  }
+}
+
+int CloseThroughFs(int fd) { return Fs().Close(fd); }
+ssize_t WriteThroughFs(int fd, const void* data, std::size_t size) {
+  return Fs().Write(fd, data, size);
+}
+
+// A descriptor of the process's file system, closed through it.
+class Descriptor : public morv_common::FileDescriptor {
+ public:
+  explicit Descriptor(int fd) : FileDescriptor(fd, &CloseThroughFs) {}
+};
+
+// Opens through the file system, again after an interruption.
+int OpenRetrying(const std::string& path, int flags, mode_t mode = 0) {
+  return Retrying([&] { return Fs().Open(path.c_str(), flags, mode); });
+}
 
 // An environment variable's value, or empty.
 std::string Environment(const char* name) {
@@ -53,10 +83,10 @@ std::string BaseNameOf(const std::string& path) {
 mode_t CurrentUmask() {
   // Opened close-on-exec, as every descriptor of the store: another thread
   // may start a program meanwhile.
-  const morv_common::FileDescriptor fd(open("/proc/self/status", O_RDONLY | O_CLOEXEC));
+  const Descriptor fd(OpenRetrying("/proc/self/status", O_RDONLY | O_CLOEXEC));
   std::string status;
   char buffer[4096];
-  for (ssize_t got; fd.Get() >= 0 && (got = read(fd.Get(), buffer, sizeof(buffer))) != 0;) {
+  for (ssize_t got; fd.Get() >= 0 && (got = Fs().Read(fd.Get(), buffer, sizeof(buffer))) != 0;) {
     if (got < 0) {
       if (errno == EINTR) continue;
       break;
@@ -75,9 +105,10 @@ mode_t CurrentUmask() {
 // Where a symbolic link at `path` points, or `path` itself.
 std::string LinkTarget(const std::string& path) {
   struct stat link;
-  if (lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
-    char resolved[PATH_MAX];
-    if (realpath(path.c_str(), resolved) != nullptr) return resolved;
+  std::string resolved;
+  if (Fs().Lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode) &&
+      Fs().RealPath(path.c_str(), resolved) == 0) {
+    return resolved;
   }
   return path;
 }
@@ -91,15 +122,22 @@ std::string TemporaryPrefix(const std::string& path) {
 }
 const std::size_t kTemporarySuffixLength = 6;
 
-using morv_common::FileDescriptor;
-using morv_common::WriteAll;
-
-// Flushes a folder's entries (the rename) to disk.
-void SyncDirectory(const std::string& directory) {
-  const FileDescriptor fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // A file system that cannot flush folders has nothing more to do: the
-  // file itself is already on disk.
-  if (fd.Get() >= 0) fsync(fd.Get());
+// Flushes a folder's entries (a rename, a file or folder made) to disk. A
+// file system that cannot flush folders (EINVAL) has nothing more to do;
+// any other failure is the save's, named after `file`.
+Status SyncDirectory(const std::string& directory, const std::string& file) {
+  typedef Status::Operation Step;
+  const Descriptor fd(OpenRetrying(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  int reason = 0;
+  if (fd.Get() < 0) {
+    reason = errno;
+  } else if (Retrying([&] { return Fs().Fsync(fd.Get()); }) != 0 && errno != EINVAL) {
+    reason = errno;
+  }
+  if (reason == 0) return Status::OK();
+  return Status::IOError(
+      Step::kSync, file, reason,
+      std::string("cannot flush its folder ") + directory + ": " + std::strerror(reason));
 }
 
 }  // namespace
@@ -157,7 +195,7 @@ FileIdentity IdentityFrom(const struct stat& info) {
 
 FileIdentity IdentityOf(const std::string& path) {
   struct stat info;
-  return stat(path.c_str(), &info) == 0 ? IdentityFrom(info) : FileIdentity();
+  return Fs().Stat(path.c_str(), &info) == 0 ? IdentityFrom(info) : FileIdentity();
 }
 
 FileReadResult ReadResultOf(const Status& status) {
@@ -169,7 +207,7 @@ Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::strin
                         FileIdentity* identity) {
   typedef Status::Operation Step;
   // Non-blocking, so that opening a FIFO cannot wait for a writer.
-  const FileDescriptor fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  const Descriptor fd(OpenRetrying(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (fd.Get() < 0) {
     const int reason = errno;
     if (reason == ENOENT || reason == ENOTDIR) {
@@ -178,7 +216,9 @@ Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::strin
     return Status::IOError(Step::kOpen, path, reason);
   }
   struct stat info;
-  if (fstat(fd.Get(), &info) != 0) return Status::IOError(Step::kOpen, path, errno);
+  if (Retrying([&] { return Fs().Fstat(fd.Get(), &info); }) != 0) {
+    return Status::IOError(Step::kOpen, path, errno);
+  }
   if (!S_ISREG(info.st_mode)) return Status(Status::Code::kNotAFile, Step::kOpen, path);
   if (identity != nullptr) *identity = IdentityFrom(info);
   auto tooLarge = [&] {
@@ -198,7 +238,7 @@ Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::strin
       if (contents.size() > maxSize) return tooLarge();
       contents.resize(contents.size() + 4096);
     }
-    const ssize_t got = read(fd.Get(), &contents[total], contents.size() - total);
+    const ssize_t got = Fs().Read(fd.Get(), &contents[total], contents.size() - total);
     if (got < 0) {
       if (errno == EINTR) continue;
       return Status::IOError(Step::kRead, path, errno);
@@ -212,13 +252,20 @@ Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::strin
   return Status::OK();
 }
 
-void MakeAncestorDirectories(const std::string& path) {
+Status MakeAncestorDirectories(const std::string& path) {
+  Status flushed;
   for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
        slash = path.find('/', slash + 1)) {
     const std::string prefix = path.substr(0, slash);
     struct stat info;
-    if (stat(prefix.c_str(), &info) != 0) mkdir(prefix.c_str(), 0777);
+    if (Fs().Stat(prefix.c_str(), &info) == 0) continue;
+    if (Retrying([&] { return Fs().Mkdir(prefix.c_str(), 0777); }) != 0) continue;
+    // A folder made: its entry in the folder above is flushed, or a power
+    // loss could take it, and the file saved in it, away.
+    Status status = SyncDirectory(DirectoryOf(prefix), path);
+    if (flushed.ok()) flushed = std::move(status);
   }
+  return flushed;
 }
 
 Status WriteFileAtomically(const std::string& requestedPath, const std::string& bytes) {
@@ -228,11 +275,15 @@ Status WriteFileAtomically(const std::string& requestedPath, const std::string& 
   const std::string directory = DirectoryOf(path);
 
   struct stat old;
-  const bool replacing = stat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode);
+  const bool replacing = Fs().Stat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode);
   const mode_t mode = replacing ? (old.st_mode & 07777) : (0666 & ~CurrentUmask());
 
   std::string temporary = directory + "/" + TemporaryPrefix(path) + "XXXXXX";
-  FileDescriptor fd(mkostemp(&temporary[0], O_CLOEXEC));
+  const std::size_t suffix = temporary.size() - kTemporarySuffixLength;
+  Descriptor fd(Retrying([&] {
+    temporary.replace(suffix, kTemporarySuffixLength, "XXXXXX");  // as mkostemp wants it
+    return Fs().MakeTemporary(&temporary[0], O_CLOEXEC);
+  }));
   if (fd.Get() < 0) return Status::IOError(Step::kCreate, requestedPath, errno);
   // The first step that failed, and its errno (the failure's, not the
   // clean-up's).
@@ -242,36 +293,40 @@ Status WriteFileAtomically(const std::string& requestedPath, const std::string& 
     failed = step;
     reason = errno;
   };
-  if (fchmod(fd.Get(), mode) != 0) {
+  if (Retrying([&] { return Fs().Fchmod(fd.Get(), mode); }) != 0) {
     fail(Step::kWrite);
   } else {
     if (replacing && (old.st_uid != geteuid() || old.st_gid != getegid())) {
       // Keep the owner where the process may (as root); otherwise the file
       // becomes the writer's, as any replacement would.
-      if (fchown(fd.Get(), old.st_uid, old.st_gid) != 0) {
+      if (Fs().Fchown(fd.Get(), old.st_uid, old.st_gid) != 0) {
         // Not permitted: the new file keeps the writer as owner.
       }
     }
-    if (!WriteAll(fd.Get(), bytes.data(), bytes.size())) {
+    if (!morv_common::WriteAll(fd.Get(), bytes.data(), bytes.size(), &WriteThroughFs)) {
       fail(Step::kWrite);
-    } else if (fsync(fd.Get()) != 0) {
+    } else if (Retrying([&] { return Fs().Fsync(fd.Get()); }) != 0) {
       fail(Step::kSync);
     }
   }
   if (!fd.Close() && failed == Step::kNone) fail(Step::kWrite);
-  if (failed == Step::kNone && rename(temporary.c_str(), path.c_str()) != 0) fail(Step::kRename);
+  if (failed == Step::kNone &&
+      Retrying([&] { return Fs().Rename(temporary.c_str(), path.c_str()); }) != 0) {
+    fail(Step::kRename);
+  }
   if (failed != Step::kNone) {
-    unlink(temporary.c_str());
+    Retrying([&] { return Fs().Unlink(temporary.c_str()); });
     return Status::IOError(failed, requestedPath, reason);
   }
-  SyncDirectory(directory);
-  return Status::OK();
+  // The new file is in place; until its folder is flushed, a power loss
+  // may bring the old one back: a failure here is the save's.
+  return SyncDirectory(directory, requestedPath);
 }
 
 std::string LockFilePath(const std::string& settingsPath) { return settingsPath + ".lock"; }
 
 SettingsFileLock::~SettingsFileLock() {
-  if (m_fd >= 0) close(m_fd);  // closing releases the lock
+  if (m_fd >= 0) Fs().Close(m_fd);  // closing releases the lock
 }
 
 Status LockTimedOut(const std::string& settingsPath) {
@@ -282,13 +337,13 @@ Status LockTimedOut(const std::string& settingsPath) {
 
 Status SettingsFileLock::Acquire(const std::string& settingsPath, unsigned timeoutMilliseconds) {
   const std::string path = LockFilePath(settingsPath);
-  int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+  int fd = OpenRetrying(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
   if (fd < 0) {
     const int reason = errno;
     // A lock file that someone else made and this process may not write
     // still takes a lock: flock needs no write access. When there is none
     // either, the reason is the first open's (no permission to make it).
-    if (reason == EACCES) fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (reason == EACCES) fd = OpenRetrying(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) return Status::IOError(Status::Operation::kLock, settingsPath, reason);
   }
   // Polls rather than blocks, so that the wait is bounded; the pauses
@@ -297,21 +352,21 @@ Status SettingsFileLock::Acquire(const std::string& settingsPath, unsigned timeo
       std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
   std::chrono::microseconds pause(1000);
   for (;;) {
-    if (flock(fd, LOCK_EX | LOCK_NB) == 0) break;
+    if (Fs().Flock(fd, LOCK_EX | LOCK_NB) == 0) break;
     const int reason = errno;
     if (reason == EINTR) continue;
     if (reason != EWOULDBLOCK) {
-      close(fd);
+      Fs().Close(fd);
       return Status::IOError(Status::Operation::kLock, settingsPath, reason);
     }
     if (std::chrono::steady_clock::now() >= deadline) {
-      close(fd);
+      Fs().Close(fd);
       return LockTimedOut(settingsPath);
     }
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2, std::chrono::microseconds(16000));
   }
-  if (m_fd >= 0) close(m_fd);
+  if (m_fd >= 0) Fs().Close(m_fd);
   m_fd = fd;
   return Status::OK();
 }
@@ -320,18 +375,14 @@ void RemoveStaleTemporaryFiles(const std::string& settingsPath) {
   const std::string path = LinkTarget(settingsPath);
   const std::string directory = DirectoryOf(path);
   const std::string prefix = TemporaryPrefix(path);
-  DIR* folder = opendir(directory.c_str());
-  if (folder == nullptr) return;
-  std::vector<std::string> stale;
-  while (const dirent* entry = readdir(folder)) {
-    const std::string name = entry->d_name;
+  std::vector<std::string> names;
+  if (Fs().ListFolder(directory.c_str(), names) != 0) return;
+  for (const std::string& name : names) {
     if (name.size() == prefix.size() + kTemporarySuffixLength &&
         name.compare(0, prefix.size(), prefix) == 0) {
-      stale.push_back(name);
+      Retrying([&] { return Fs().Unlink((directory + "/" + name).c_str()); });
     }
   }
-  closedir(folder);
-  for (const std::string& name : stale) unlink((directory + "/" + name).c_str());
 }
 
 FileWatch::FileWatch(const std::vector<std::string>& files)
@@ -395,7 +446,7 @@ bool FileWatch::Drain() {
 Status MoveFileAside(const std::string& path, std::string* movedTo) {
   typedef Status::Operation Step;
   struct stat info;
-  if (lstat(path.c_str(), &info) != 0) {
+  if (Fs().Lstat(path.c_str(), &info) != 0) {
     if (errno == ENOENT || errno == ENOTDIR) return Status::OK();
     return Status::IOError(Step::kMoveAside, path, errno);
   }
@@ -405,16 +456,22 @@ Status MoveFileAside(const std::string& path, std::string* movedTo) {
   // A new name that nothing else uses: mkstemp makes an empty file there,
   // which the rename then replaces.
   std::string aside = path + ".unreadable-XXXXXX";
-  const int fd = mkostemp(&aside[0], O_CLOEXEC);
+  const std::size_t suffix = aside.size() - 6;
+  const int fd = Retrying([&] {
+    aside.replace(suffix, 6, "XXXXXX");
+    return Fs().MakeTemporary(&aside[0], O_CLOEXEC);
+  });
   if (fd < 0) return Status::IOError(Step::kMoveAside, path, errno);
-  close(fd);
-  if (rename(path.c_str(), aside.c_str()) != 0) {
+  Fs().Close(fd);
+  if (Retrying([&] { return Fs().Rename(path.c_str(), aside.c_str()); }) != 0) {
     const int reason = errno;
-    unlink(aside.c_str());
+    Retrying([&] { return Fs().Unlink(aside.c_str()); });
     return Status::IOError(Step::kMoveAside, path, reason);
   }
   if (movedTo != nullptr) *movedTo = aside;
-  return Status::OK();
+  // Flushed before anything takes the old name: a power loss must not lose
+  // the file kept aside.
+  return SyncDirectory(DirectoryOf(path), path);
 }
 
 }  // namespace mvcs

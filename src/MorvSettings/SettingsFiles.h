@@ -74,12 +74,17 @@ Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::strin
 
 // For every "/" in `path` after its first character, in order: if the
 // prefix before it does not exist, creates it as a directory with mode 0777
-// (less the umask). Failures are ignored; the write that follows reports.
-void MakeAncestorDirectories(const std::string& path);
+// (less the umask) and flushes the folder above it, so that a power loss
+// cannot take the new folder away. Failures to make a folder are ignored
+// (the write that follows reports); a failure to flush is returned, named
+// after `path`.
+Status MakeAncestorDirectories(const std::string& path);
 
 // Replaces the file at `path` with `bytes` atomically and durably: a
 // temporary file created exclusively in the same folder, written, flushed
-// to disk (fsync), renamed over `path`, then the folder flushed. The file
+// to disk (fsync), renamed over `path`, then the folder flushed (a failure
+// to flush it is a failure of the write: kSync, although the new file is
+// in place). Interrupted calls (EINTR) are made again. The file
 // keeps the mode (and, where permitted, the owner) of the file it replaces;
 // a new file gets 0666 less the umask. A symbolic link at `path` is
 // followed. On any failure (full disk, read-only folder, ...) the temporary

@@ -11,12 +11,14 @@
 
 namespace morv_common {
 
-// Closes a descriptor on every way out.
+// Closes a descriptor on every way out, with close(2) or with `closer`
+// (code that reaches the file system through an interface of its own).
 class FileDescriptor {
  public:
-  explicit FileDescriptor(int fd) : m_fd(fd) {}
+  typedef int (*Closer)(int fd);
+  explicit FileDescriptor(int fd, Closer closer = &close) : m_fd(fd), m_closer(closer) {}
   ~FileDescriptor() {
-    if (m_fd >= 0) close(m_fd);
+    if (m_fd >= 0) m_closer(m_fd);
   }
   FileDescriptor(const FileDescriptor&) = delete;
   FileDescriptor& operator=(const FileDescriptor&) = delete;
@@ -26,18 +28,20 @@ class FileDescriptor {
   bool Close() {
     const int fd = m_fd;
     m_fd = -1;
-    return fd < 0 || close(fd) == 0;
+    return fd < 0 || m_closer(fd) == 0;
   }
 
  private:
   int m_fd;
+  Closer m_closer;
 };
 
-// Writes all `size` bytes, going on after short writes and interruptions.
-// False on the first error (errno tells which).
-inline bool WriteAll(int fd, const char* data, std::size_t size) {
+// Writes all `size` bytes with write(2) or `writer`, going on after short
+// writes and interruptions. False on the first error (errno tells which).
+typedef ssize_t (*Writer)(int fd, const void* data, std::size_t size);
+inline bool WriteAll(int fd, const char* data, std::size_t size, Writer writer = &write) {
   while (size > 0) {
-    const ssize_t written = write(fd, data, size);
+    const ssize_t written = writer(fd, data, size);
     if (written < 0) {
       if (errno == EINTR) continue;
       return false;
