@@ -106,7 +106,7 @@ mode_t CurrentUmask() {
 std::string LinkTarget(const std::string& path) {
   struct stat link;
   std::string resolved;
-  if (Fs().Lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode) &&
+  if (Retrying([&] { return Fs().Lstat(path.c_str(), &link); }) == 0 && S_ISLNK(link.st_mode) &&
       Fs().RealPath(path.c_str(), resolved) == 0) {
     return resolved;
   }
@@ -195,7 +195,8 @@ FileIdentity IdentityFrom(const struct stat& info) {
 
 FileIdentity IdentityOf(const std::string& path) {
   struct stat info;
-  return Fs().Stat(path.c_str(), &info) == 0 ? IdentityFrom(info) : FileIdentity();
+  return Retrying([&] { return Fs().Stat(path.c_str(), &info); }) == 0 ? IdentityFrom(info)
+                                                                       : FileIdentity();
 }
 
 FileReadResult ReadResultOf(const Status& status) {
@@ -258,7 +259,7 @@ Status MakeAncestorDirectories(const std::string& path) {
        slash = path.find('/', slash + 1)) {
     const std::string prefix = path.substr(0, slash);
     struct stat info;
-    if (Fs().Stat(prefix.c_str(), &info) == 0) continue;
+    if (Retrying([&] { return Fs().Stat(prefix.c_str(), &info); }) == 0) continue;
     if (Retrying([&] { return Fs().Mkdir(prefix.c_str(), 0777); }) != 0) continue;
     // A folder made: its entry in the folder above is flushed, or a power
     // loss could take it, and the file saved in it, away.
@@ -275,7 +276,8 @@ Status WriteFileAtomically(const std::string& requestedPath, const std::string& 
   const std::string directory = DirectoryOf(path);
 
   struct stat old;
-  const bool replacing = Fs().Stat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode);
+  const bool replacing =
+      Retrying([&] { return Fs().Stat(path.c_str(), &old); }) == 0 && S_ISREG(old.st_mode);
   const mode_t mode = replacing ? (old.st_mode & 07777) : (0666 & ~CurrentUmask());
 
   std::string temporary = directory + "/" + TemporaryPrefix(path) + "XXXXXX";
@@ -376,7 +378,7 @@ void RemoveStaleTemporaryFiles(const std::string& settingsPath) {
   const std::string directory = DirectoryOf(path);
   const std::string prefix = TemporaryPrefix(path);
   std::vector<std::string> names;
-  if (Fs().ListFolder(directory.c_str(), names) != 0) return;
+  if (Retrying([&] { return Fs().ListFolder(directory.c_str(), names); }) != 0) return;
   for (const std::string& name : names) {
     if (name.size() == prefix.size() + kTemporarySuffixLength &&
         name.compare(0, prefix.size(), prefix) == 0) {
@@ -446,7 +448,7 @@ bool FileWatch::Drain() {
 Status MoveFileAside(const std::string& path, std::string* movedTo) {
   typedef Status::Operation Step;
   struct stat info;
-  if (Fs().Lstat(path.c_str(), &info) != 0) {
+  if (Retrying([&] { return Fs().Lstat(path.c_str(), &info); }) != 0) {
     if (errno == ENOENT || errno == ENOTDIR) return Status::OK();
     return Status::IOError(Step::kMoveAside, path, errno);
   }

@@ -28,7 +28,8 @@ class FileDescriptor {
   bool Close() {
     const int fd = m_fd;
     m_fd = -1;
-    return fd < 0 || m_closer(fd) == 0;
+    // An interrupted close has closed the descriptor all the same (Linux).
+    return fd < 0 || m_closer(fd) == 0 || errno == EINTR;
   }
 
  private:
