@@ -5,7 +5,8 @@
 // where two processes changed the same entry the later save must win, a
 // writer killed in the middle of a save must leave a readable file and
 // nothing lasting behind, and a save that cannot get the file's lock in
-// time must fail cleanly.
+// time must fail cleanly. A morv-settings command whose save fails so must
+// leave the file as it was, also when the lock comes free before it exits.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -79,6 +80,56 @@ class SettingsProcesses : public sandbox::SettingsSandbox {
         names.insert(prefix + std::to_string(w) + "_" + std::to_string(i));
     }
     return names;
+  }
+
+  // Runs morv-settings with `arguments` on product Locked (its file holds
+  // "before" = 1) while another process holds the file's lock, and expects
+  // it to fail with the lock's message and to leave the file byte for byte
+  // as it was, also once the lock is free. The tool waits 1 s for the lock;
+  // the lock is freed 1.5 s after the tool began to wait, when its save has
+  // given up and a second save (at the release of its node, say) would
+  // still be waiting and would get the lock.
+  void ExpectNoChangeWhenTheLockIsHeld(const std::vector<std::string>& arguments) {
+    ASSERT_TRUE(mvcs::StoreInteger(std::string("Locked"), std::string("before"), 1));
+    const std::string file = UserFile("Locked");
+    const std::string original = sandbox::ReadFile(file);
+    process::Child holder = process::Start({kHelper, "hold-lock", file, "30"});
+    for (int i = 0; i < 500 && process::OutputSoFar(holder) != "locked\n"; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(process::OutputSoFar(holder), "locked\n");
+    std::vector<std::string> command = {MORV_SETTINGS_TOOL};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    process::Options options;
+    options.environment = {{"MORV_SETTINGS_LOCK_TIMEOUT", "1000"}};
+    process::Child tool = process::Start(command, options);
+    // A save opens the lock file when it begins to wait for the lock.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!HasOpen(tool.pid, file + ".lock") && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    const auto waiting = std::chrono::steady_clock::now();
+    EXPECT_LT(waiting, deadline) << "the tool never waited for the lock";
+    std::this_thread::sleep_until(waiting + std::chrono::milliseconds(1500));
+    kill(holder.pid, SIGTERM);
+    process::Finish(holder);
+    const process::Result result = process::Finish(tool);
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.errorOutput, "morv-settings: cannot write " + file +
+                                      ": another program held its lock (" + file +
+                                      ".lock) for too long; try again; nothing was changed\n");
+    EXPECT_EQ(sandbox::ReadFile(file), original);
+  }
+
+  // Whether process `pid` has the file at `path` open.
+  static bool HasOpen(pid_t pid, const std::string& path) {
+    const std::string folder = "/proc/" + std::to_string(pid) + "/fd";
+    for (const std::string& name : sandbox::List(folder)) {
+      char target[4096];
+      const ssize_t length = readlink((folder + "/" + name).c_str(), target, sizeof(target));
+      if (length > 0 && std::string(target, static_cast<std::size_t>(length)) == path) return true;
+    }
+    return false;
   }
 
   static long long Value(const std::string& product, const std::string& name) {
@@ -303,6 +354,24 @@ TEST_F(SettingsProcesses, TheSettingsToolSaysWhenAnotherProgramHoldsTheLock) {
   kill(holder.pid, SIGTERM);
   process::Finish(holder);
   EXPECT_EQ(NamesOnDisk("Locked"), std::set<std::string>({"before"}));
+}
+
+TEST_F(SettingsProcesses, AToolWriteWhoseSaveTimesOutLeavesTheFileAsItWas) {
+  ExpectNoChangeWhenTheLockIsHeld({"write", "Locked", "during", "int", "2"});
+}
+
+TEST_F(SettingsProcesses, AToolDeleteWhoseSaveTimesOutLeavesTheFileAsItWas) {
+  ExpectNoChangeWhenTheLockIsHeld({"delete", "Locked", "before"});
+}
+
+TEST_F(SettingsProcesses, AToolDeleteOfTheNodeWhoseSaveTimesOutLeavesTheFileAsItWas) {
+  ExpectNoChangeWhenTheLockIsHeld({"delete", "Locked"});
+}
+
+TEST_F(SettingsProcesses, AToolImportWhoseSaveTimesOutLeavesTheFileAsItWas) {
+  const std::string list = m_root + "/import.plist";
+  sandbox::WriteFile(list, fixtures::Plist(fixtures::Key("during", fixtures::Integer(2))));
+  ExpectNoChangeWhenTheLockIsHeld({"import", "Locked", list});
 }
 
 TEST_F(SettingsProcesses, TheSettingsToolRunBySeveralProcessesLosesNothing) {

@@ -1,15 +1,18 @@
 // One-call settings functions: product paths, the flag-to-scope table,
-// which node each family opens and how, and every function of the table,
-// product and installer, narrow and wide.
+// which node each family opens and how, what their result tells (not the
+// save at the release), and every function of the table, product and
+// installer, narrow and wide.
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 #include <set>
 #include <string>
 
 #include "MorvSettings/MorvComponentIds.h"
 #include "MorvSettings/MorvSettingsSimple.h"
+#include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvSettingsNode.h"
 #include "SettingsFixtures.h"
 #include "SettingsSandbox.h"
@@ -177,6 +180,27 @@ TEST_F(SettingsSimple, StoresCreateTheFileAndNode) {
   EXPECT_TRUE(mvcs::FetchInstallerInteger(std::string("P"), std::string("n"), installer));
   EXPECT_EQ(product, 5);
   EXPECT_EQ(installer, 6);
+}
+
+TEST_F(SettingsSimple, AOneCallStoreTellsTheStoreNotTheSaveAtTheRelease) {
+  // A file where the product's settings folder should be: no save can write
+  // the settings, as root or not.
+  sandbox::WriteFile(UserFolder(), "in the way");
+  // The store into the node worked, so the result is true; the save at the
+  // node's release failed, and nothing says so.
+  EXPECT_TRUE(mvcs::StoreInteger(std::string("P"), std::string("n"), 5));
+  EXPECT_EQ(sandbox::ReadFile(UserFolder()), "in the way");
+  long long n = 0;
+  EXPECT_FALSE(mvcs::FetchInteger(std::string("P"), std::string("n"), n));
+  // A program that must know stores through a node and saves it.
+  fixtures::Node node;
+  ASSERT_TRUE(CreateSimpleSettings(std::string("P"), false, true, false, &node));
+  ASSERT_TRUE(node->StoreInteger(std::string("n"), 5));
+  const mvcs::SaveResult saved = mvcs::SaveSettings(node.Get());
+  EXPECT_FALSE(saved.IsOk());
+  EXPECT_EQ(saved.GetError(), ENOTDIR);
+  EXPECT_EQ(saved.GetPath(), UserFile("P"));
+  EXPECT_EQ(sandbox::ReadFile(UserFolder()), "in the way");
 }
 
 TEST_F(SettingsSimple, ProductAndInstallerDeletesTouchOnlyTheirOwnNode) {

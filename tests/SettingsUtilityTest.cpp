@@ -1,7 +1,8 @@
 // The inspection and exchange functions of the settings store: entry kinds
 // (own entries shadowing the machine-wide ones), file locations, saving now
-// with its outcome (errno, the file that failed, the message), and export
-// and import of a node's own dictionary.
+// with its outcome (errno, the file that failed, the message), dropping
+// changes no save has written, and export and import of a node's own
+// dictionary.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -241,6 +243,156 @@ TEST_F(SettingsUtility, SettingsLargerThanTheStoreReadsAreNotWritten) {
   node->Delete(std::string("big"));
   node->StoreInteger(std::string("small"), 1);
   EXPECT_TRUE(mvcs::SaveSettings(node.Get()));
+}
+
+// --- Dropping unsaved changes ---------------------------------------------------------
+
+// An IMorvSettings that the library did not make: every operation fails.
+class ForeignNode : public mvcs::IMorvSettings {
+ public:
+  int AddRef() override { return 1; }
+  int Release() override { return 1; }
+  int GetRefCount() override { return 1; }
+#define MORV_FOREIGN_PAIR(method, ...)                                    \
+  bool method(std::string const&, __VA_ARGS__) override { return false; } \
+  bool method(std::wstring const&, __VA_ARGS__) override { return false; }
+#define MORV_FOREIGN_SET(method, Text) \
+  bool method(std::set<Text>&) override { return false; }
+  bool GetName(std::string&) override { return false; }
+  bool GetName(std::wstring&) override { return false; }
+  bool GetChildCount(unsigned long&) override { return false; }
+  bool GetValueCount(unsigned long&) override { return false; }
+  MORV_FOREIGN_SET(GetChildNames, std::string)
+  MORV_FOREIGN_SET(GetChildNames, std::wstring)
+  MORV_FOREIGN_SET(GetValueNames, std::string)
+  MORV_FOREIGN_SET(GetValueNames, std::wstring)
+  MORV_FOREIGN_PAIR(GetChild, IMorvSettings**)
+  MORV_FOREIGN_PAIR(StoreInteger, long long)
+  MORV_FOREIGN_PAIR(StoreInt32, int)
+  MORV_FOREIGN_PAIR(StoreUint32, unsigned int)
+  MORV_FOREIGN_PAIR(StoreInt64, long long)
+  MORV_FOREIGN_PAIR(StoreUint64, unsigned long long)
+  MORV_FOREIGN_PAIR(StoreFloat, float)
+  MORV_FOREIGN_PAIR(StoreDouble, double)
+  MORV_FOREIGN_PAIR(StoreBoolean, bool)
+  MORV_FOREIGN_PAIR(StoreUTF8String, std::string const&)
+  MORV_FOREIGN_PAIR(StoreWideString, std::wstring const&)
+  MORV_FOREIGN_PAIR(StoreBuffer, void const*, unsigned long)
+  MORV_FOREIGN_PAIR(FetchInteger, long long&)
+  MORV_FOREIGN_PAIR(FetchInt32, int&)
+  MORV_FOREIGN_PAIR(FetchUint32, unsigned int&)
+  MORV_FOREIGN_PAIR(FetchInt64, long long&)
+  MORV_FOREIGN_PAIR(FetchUint64, unsigned long long&)
+  MORV_FOREIGN_PAIR(FetchFloat, float&)
+  MORV_FOREIGN_PAIR(FetchDouble, double&)
+  MORV_FOREIGN_PAIR(FetchBoolean, bool&)
+  MORV_FOREIGN_PAIR(FetchUTF8String, std::string&)
+  MORV_FOREIGN_PAIR(FetchWideString, std::wstring&)
+  MORV_FOREIGN_PAIR(FetchBuffer, mvtl::MemoryBuffer<unsigned char>&)
+#undef MORV_FOREIGN_PAIR
+#undef MORV_FOREIGN_SET
+  bool Delete(std::string const&) override { return false; }
+  bool Delete(std::wstring const&) override { return false; }
+  bool Delete() override { return false; }
+};
+
+// The file's inode: a save replaces the file (a new inode) even when it
+// writes the same bytes.
+ino_t InodeOf(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
+}
+
+// The integer `name` of `node`, or `missing` when it has none.
+long long FetchedOr(mvcs::IMorvSettings* node, const std::string& name, long long missing) {
+  long long value = missing;
+  return node->FetchInteger(name, value) ? value : missing;
+}
+
+TEST_F(SettingsUtility, DiscardDropsEveryUnsavedChangeOfTheFileForEveryNode) {
+  ASSERT_TRUE(mvcs::StoreInteger(std::string("P"), std::string("kept"), 1));
+  const std::string before = sandbox::ReadFile(UserFile("P"));
+  const ino_t inode = InodeOf(UserFile("P"));
+  Node node = Product();
+  Node other = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
+  ASSERT_TRUE(node);
+  ASSERT_TRUE(other);
+  Node child;
+  ASSERT_TRUE(node->GetChild(std::string("Made"), &child));
+  ASSERT_TRUE(child->StoreInteger(std::string("deep"), 4));
+  ASSERT_TRUE(node->StoreInteger(std::string("kept"), 2));
+  ASSERT_TRUE(node->StoreInteger(std::string("added"), 3));
+  ASSERT_TRUE(other->StoreInteger(std::string("throughOther"), 5));
+  ASSERT_EQ(FetchedOr(other.Get(), "kept", -1), 2);
+
+  EXPECT_TRUE(mvcs::DiscardSettingsChanges(node.Get()));
+  // Every node of the file sees it as it was read, whichever node made the
+  // change.
+  for (mvcs::IMorvSettings* each : {node.Get(), other.Get()}) {
+    EXPECT_EQ(FetchedOr(each, "kept", -1), 1);
+    EXPECT_EQ(FetchedOr(each, "added", -1), -1);
+    EXPECT_EQ(FetchedOr(each, "throughOther", -1), -1);
+    EXPECT_EQ(mvcs::GetValueKind(each, "Made"), mvcs::MORVVALUEKIND_NONE);
+  }
+  EXPECT_EQ(FetchedOr(child.Get(), "deep", -1), -1);  // its key is gone with the change
+  // Nothing is left to write: not by a save now, nor at the release.
+  EXPECT_TRUE(mvcs::SaveSettings(node.Get()));
+  child = Node();
+  node = Node();
+  other = Node();
+  EXPECT_EQ(sandbox::ReadFile(UserFile("P")), before);
+  EXPECT_EQ(InodeOf(UserFile("P")), inode);
+}
+
+TEST_F(SettingsUtility, DiscardOfAFileNeverWrittenLeavesNoFile) {
+  Node node = Product();
+  ASSERT_TRUE(node);
+  ASSERT_TRUE(node->StoreInteger(std::string("n"), 1));
+  EXPECT_TRUE(mvcs::DiscardSettingsChanges(node.Get()));
+  EXPECT_EQ(FetchedOr(node.Get(), "n", -1), -1);
+  std::set<std::string> names = {"untouched"};
+  EXPECT_TRUE(node->GetValueNames(names));  // the creating scope makes its key again
+  EXPECT_TRUE(names.empty());
+  node = Node();
+  EXPECT_FALSE(sandbox::Exists(UserFile("P")));
+  EXPECT_EQ(sandbox::ListWithoutLocks(UserFolder()), std::set<std::string>());
+}
+
+TEST_F(SettingsUtility, AfterADiscardOnlyLaterChangesAreMergedIntoTheDisksFile) {
+  ASSERT_TRUE(mvcs::StoreInteger(std::string("P"), std::string("shared"), 1));
+  Node node = Product();
+  ASSERT_TRUE(node);
+  ASSERT_TRUE(node->StoreInteger(std::string("shared"), 2));
+  ASSERT_TRUE(node->StoreInteger(std::string("dropped"), 3));
+  ASSERT_TRUE(mvcs::DiscardSettingsChanges(node.Get()));
+  // Another program changes the file meanwhile; this one then stores
+  // something else. The save merges only that: the dropped store of
+  // "shared" does not overwrite the other program's value.
+  sandbox::WriteFile(
+      UserFile("P"),
+      Plist(Key("Settings",
+                Dict(Key("P", Dict(Key("shared", Integer(7)) + Key("theirs", Integer(8))))))));
+  ASSERT_TRUE(node->StoreInteger(std::string("later"), 5));
+  ASSERT_TRUE(mvcs::SaveSettings(node.Get()));
+  EXPECT_EQ(plistlib::Dump(UserFile("P")),
+            std::vector<std::string>({"\tdict\t1", "/Settings\tdict\t1", "/Settings/P\tdict\t3",
+                                      "/Settings/P/later\tint\t5", "/Settings/P/shared\tint\t7",
+                                      "/Settings/P/theirs\tint\t8"}));
+}
+
+TEST_F(SettingsUtility, DiscardOfANodeNotMadeByTheLibraryFails) {
+  ForeignNode foreign;
+  EXPECT_FALSE(mvcs::DiscardSettingsChanges(&foreign));
+  EXPECT_FALSE(mvcs::DiscardSettingsChanges(nullptr));
+  EXPECT_EQ(mvcs::SaveSettings(&foreign).GetError(), EINVAL);
+  // A node of the library whose per-user file is not loaded has nothing to
+  // drop.
+  sandbox::WriteFile(SharedFile(),
+                     Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1))))))));
+  Node node = Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_WITH_SHARED_ALT);
+  ASSERT_TRUE(node);
+  EXPECT_TRUE(mvcs::DiscardSettingsChanges(node.Get()));
+  EXPECT_EQ(FetchedOr(node.Get(), "a", -1), 1);
 }
 
 // --- Export and import --------------------------------------------------------------------

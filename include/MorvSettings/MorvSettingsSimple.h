@@ -12,8 +12,16 @@
 //     anything (scopes 5 and 6: mvcs::MORVSETTINGSTYPE_*_ALT);
 //   Store*: create the file and node when missing (scopes 8 and 9);
 //   Delete*: neither (scopes 2 and 3).
-// The change a store or delete makes is written when the node is released,
-// before the function returns.
+// The change a store or delete makes is saved when the node is released,
+// before the function returns, but the result is the node operation's
+// alone: a save that fails then (a folder that cannot be written, a full
+// disk, another program holding the file's lock for longer than the save
+// lock timeout) is not reported, the function still returns true, and the
+// change is lost with the node. True from a Store* or Delete* means that the
+// change was made in memory, not that it is on disk. A program that must
+// know opens the node (CreateSimpleSettings), stores or deletes through it,
+// and calls mvcs::SaveSettings (MorvSettingsUtility.h), whose result says
+// whether the file was written and, if not, why.
 //
 // Every function returns false for an empty product id, for an empty name
 // (where it takes one; nothing is then opened), when the node cannot be

@@ -1,6 +1,7 @@
 // Inspecting and exchanging settings: what kind of entry a name holds,
 // where a product's files are, saving a node's changes now (with the
-// outcome), and a node's entries as a property list, out and in.
+// outcome) or dropping them, and a node's entries as a property list, out
+// and in.
 //
 // These serve tools (morv-settings is one) and programs that show or move
 // settings; the typed operations of MorvSettings.h remain the way to read
@@ -109,6 +110,27 @@ class SaveResult {
 // Saving merges with what other processes saved meanwhile (see
 // MorvSettings.h).
 MORVSETTINGS_API SaveResult SaveSettings(IMorvSettings* node);
+
+// Drops the changes to the files of `node` (the per-user file, the shared
+// file, or both, as its scope uses them) that this process made and that no
+// save has written yet: stores, deletions and imports through any node of
+// those files, not only this one, and the keys that the scopes that create
+// made. Afterwards every node of those files sees them as this process last
+// read or wrote them (as they were on disk then; empty when there was no
+// file, or none that could be read), and nothing is left for a save to
+// write: a later SaveSettings, or the release of the last node of a file,
+// writes nothing. A node whose key only the dropped changes made behaves as
+// one whose key another process removed (see MorvSettings.h).
+//
+// Meant for a program that reports a failed save (see SaveSettings) as
+// "nothing was changed": without it, the changes stay in memory and the
+// save at the node's release may write them after all. Does no file I/O,
+// but waits for a save of those files that another thread is running: what
+// that save writes stays written, and is what the nodes then see. True when
+// done (also for a node whose files are not loaded, which has nothing to
+// drop); false, with nothing done, for a node not made by this library
+// (null included).
+MORVSETTINGS_API bool DiscardSettingsChanges(IMorvSettings* node);
 
 // How long every save of this process (SaveSettings, and the saves of nodes
 // that close) waits for a settings file's lock before it fails with

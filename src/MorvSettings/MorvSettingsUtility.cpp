@@ -1,9 +1,10 @@
 // Inspecting settings (see MorvSettingsUtility.h): entry kinds, file
-// locations and states, saving now. Export and import are in
-// SettingsExchange.cpp.
+// locations and states, saving now or dropping what is not saved. Export
+// and import are in SettingsExchange.cpp.
 
 #include "MorvSettings/MorvSettingsUtility.h"
 
+#include <array>
 #include <cerrno>
 #include <utility>
 #include <vector>
@@ -131,18 +132,23 @@ int ErrnoOf(const Status& failure) {
   return failure.IsRefused() ? EINVAL : EIO;
 }
 
+// The node's files (each may be null), held by references of their own: a
+// save or a discard lets go of the store lock while it waits, and another
+// thread may close the node meanwhile.
+std::array<mvtl::RefCountedPtr<PList>, 2> FilesOf(const MorvSettings& node) {
+  return {mvtl::RefCountedPtr<PList>(node.GetUserFile()),
+          mvtl::RefCountedPtr<PList>(node.GetSharedFile())};
+}
+
 }  // namespace
 
 SaveResult SaveSettings(IMorvSettings* node) {
   StoreLock lock;
   MorvSettings* own = OwnNode(node);
   if (own == nullptr) return SaveResult(EINVAL);
-  // Held here: a save lets go of the store lock while it writes.
-  const mvtl::RefCountedPtr<PList> files[] = {mvtl::RefCountedPtr<PList>(own->GetUserFile()),
-                                              mvtl::RefCountedPtr<PList>(own->GetSharedFile())};
   Status failure;
   std::vector<std::string> movedAside;
-  for (const mvtl::RefCountedPtr<PList>& file : files) {
+  for (const mvtl::RefCountedPtr<PList>& file : FilesOf(*own)) {
     if (file.Get() == nullptr || file->GetRoot() == nullptr || !file->IsDirty()) continue;
     std::string aside;
     Status saved = file->Save(&aside);
@@ -153,6 +159,16 @@ SaveResult SaveSettings(IMorvSettings* node) {
   if (!failure.ok()) result = SaveResult(ErrnoOf(failure), failure.path(), failure.ToString());
   for (const std::string& aside : movedAside) result.AddMovedAside(aside);
   return result;
+}
+
+bool DiscardSettingsChanges(IMorvSettings* node) {
+  StoreLock lock;
+  MorvSettings* own = OwnNode(node);
+  if (own == nullptr) return false;
+  for (const mvtl::RefCountedPtr<PList>& file : FilesOf(*own)) {
+    if (file.Get() != nullptr) file->Discard();
+  }
+  return true;
 }
 
 }  // namespace mvcs

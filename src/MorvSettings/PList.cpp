@@ -272,6 +272,23 @@ bool PList::Refresh(bool* changed) {
   return true;
 }
 
+void PList::Discard() {
+  if (m_root.Get() == nullptr) return;
+  StoreUnlock unlocked;
+  std::lock_guard<std::mutex> io(m_io);
+  // The base does not change while the I/O mutex is held, so the tree is
+  // parsed without the store lock.
+  mvtl::RefCountedPtr<PListDictionary> tree;
+  if (m_base.state != kFileRead || !ParsePropertyList(m_base.bytes, tree).ok()) {
+    tree = new PListDictionary;
+  }
+  StoreLock lock;
+  m_root = tree;
+  m_changes.clear();
+  m_dirty = false;
+  NewGeneration();
+}
+
 int PList::Release() {
   if (GetRefCount() == 2 && !m_inRemoval) {
     // Only the cache and the releasing holder are left: drop the cache's

@@ -91,6 +91,16 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // loaded.
   bool Refresh(bool* changed = nullptr);
 
+  // Drops this process's changes that no save has written: the tree goes
+  // back to the file as this object last read or wrote it (an empty
+  // dictionary when nothing readable was there), with no change recorded
+  // and not dirty. No file-system call; a save or refresh of this file that
+  // another thread is running is waited for (without the store lock), so
+  // what it writes or reads is what the tree goes back to. Nothing happens
+  // while no tree is loaded. Moves the generation on: dictionaries found in
+  // the dropped tree are gone.
+  void Discard();
+
   // Counting, with the cache step described above.
   int Release() override;
 

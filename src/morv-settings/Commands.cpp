@@ -52,8 +52,10 @@ ToolError NotWritten(const SettingsTarget& target, int reason) {
   return Failure(message + "; nothing was changed");
 }
 
-// Writes the node's changes now, or throws; says on standard error which
-// unreadable file the save kept aside, and where.
+// Writes the node's changes now, or drops them and throws (so that the
+// release of the node writes nothing later, when the failure was a lock
+// that is free by then); says on standard error which unreadable file the
+// save kept aside, and where.
 void Save(const SettingsTarget& target, const Node& node) {
   const mvcs::SaveResult result = mvcs::SaveSettings(node.Get());
   for (const std::string& aside : result.GetMovedAside()) {
@@ -62,7 +64,10 @@ void Save(const SettingsTarget& target, const Node& node) {
               << mvcs::DescribeSettingsFileState(mvcs::GetSettingsFileState(aside))
               << "); it was kept aside as " << aside << "\n";
   }
-  if (!result) throw Failure(result.GetMessage() + "; nothing was changed");
+  if (!result) {
+    mvcs::DiscardSettingsChanges(node.Get());
+    throw Failure(result.GetMessage() + "; nothing was changed");
+  }
 }
 
 const ValueType& RequireType(const std::string& name) {
