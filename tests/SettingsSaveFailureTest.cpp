@@ -230,6 +230,42 @@ TEST_F(SettingsSaveFailure, AFileThisProcessMayNotReadIsLeftAlone) {
   EXPECT_EQ(sandbox::ReadFile(UserFile("P")), m_original);
 }
 
+TEST_F(SettingsSaveFailure, WhatRootMakesInAUsersFolderStaysTheUsers) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  // The user's config folder belongs to the user; root saves the user's
+  // settings first, making Preferences/, the file and its lock file.
+  ASSERT_EQ(mkdir(m_userConfig.c_str(), 0755), 0);
+  ASSERT_EQ(chown(m_userConfig.c_str(), kNobody, kNobody), 0);
+  {
+    Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+    ASSERT_NE(node.Get(), nullptr);
+    ASSERT_TRUE(node->StoreInteger(std::string("byRoot"), 1));
+    ASSERT_TRUE(mvcs::SaveSettings(node.Get()).IsOk());
+  }
+  for (const std::string& made : {UserFolder(), UserFile("P"), UserFile("P") + ".lock"}) {
+    struct stat info;
+    ASSERT_EQ(stat(made.c_str(), &info), 0) << made;
+    EXPECT_EQ(info.st_uid, kNobody) << made;
+    EXPECT_EQ(info.st_gid, kNobody) << made;
+  }
+  // The user's own next save works.
+  EXPECT_EQ(RunInChild(
+                [] {
+                  Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+                  CHECK(node.Get() != nullptr);
+                  CHECK(node->StoreInteger(std::string("byUser"), 2));
+                  CHECK(mvcs::SaveSettings(node.Get()).IsOk());
+                  return std::string();
+                },
+                true),
+            "");
+  Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
+  ASSERT_NE(reread.Get(), nullptr);
+  long long byUser = 0;
+  EXPECT_TRUE(reread->FetchInteger(std::string("byUser"), byUser));
+  EXPECT_EQ(byUser, 2);
+}
+
 TEST_F(SettingsSaveFailure, FolderInTheWayOfTheFile) {
   sandbox::WriteFile(UserFile("P") + "/inside", "x");  // a folder where the file goes
   {

@@ -122,6 +122,22 @@ std::string TemporaryPrefix(const std::string& path) {
 }
 const std::size_t kTemporarySuffixLength = 6;
 
+// Gives what `fd` is (a file or folder just made in `folder`) to the
+// owner of `folder`, when that is not this process: what root makes in a
+// user's folder stays the user's. Only a privileged process may; for any
+// other the call fails and changes nothing, which is as it should be.
+void GiveToOwnerOfFolder(int fd, const std::string& folder) {
+  struct stat owner;
+  if (Retrying([&] { return Fs().Stat(folder.c_str(), &owner); }) != 0) return;
+  if (owner.st_uid == geteuid() && owner.st_gid == getegid()) return;
+  struct stat made;
+  if (Fs().Fstat(fd, &made) != 0) return;
+  if (made.st_uid == owner.st_uid && made.st_gid == owner.st_gid) return;
+  if (Fs().Fchown(fd, owner.st_uid, owner.st_gid) != 0) {
+    // Not permitted (not root): it stays this process's.
+  }
+}
+
 // Flushes a folder's entries (a rename, a file or folder made) to disk. A
 // file system that cannot flush folders (EINVAL) has nothing more to do;
 // any other failure is the save's, named after `file`.
@@ -261,6 +277,10 @@ Status MakeAncestorDirectories(const std::string& path) {
     struct stat info;
     if (Retrying([&] { return Fs().Stat(prefix.c_str(), &info); }) == 0) continue;
     if (Retrying([&] { return Fs().Mkdir(prefix.c_str(), 0777); }) != 0) continue;
+    {
+      const Descriptor made(OpenRetrying(prefix, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+      if (made.Get() >= 0) GiveToOwnerOfFolder(made.Get(), DirectoryOf(prefix));
+    }
     // A folder made: its entry in the folder above is flushed, or a power
     // loss could take it, and the file saved in it, away.
     Status status = SyncDirectory(DirectoryOf(prefix), path);
@@ -298,7 +318,9 @@ Status WriteFileAtomically(const std::string& requestedPath, const std::string& 
   if (Retrying([&] { return Fs().Fchmod(fd.Get(), mode); }) != 0) {
     fail(Step::kWrite);
   } else {
-    if (replacing && (old.st_uid != geteuid() || old.st_gid != getegid())) {
+    if (!replacing) {
+      GiveToOwnerOfFolder(fd.Get(), directory);
+    } else if (old.st_uid != geteuid() || old.st_gid != getegid()) {
       // Keep the owner where the process may (as root); otherwise the file
       // becomes the writer's, as any replacement would.
       if (Fs().Fchown(fd.Get(), old.st_uid, old.st_gid) != 0) {
@@ -368,6 +390,7 @@ Status SettingsFileLock::Acquire(const std::string& settingsPath, unsigned timeo
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2, std::chrono::microseconds(16000));
   }
+  GiveToOwnerOfFolder(fd, DirectoryOf(path));  // a lock file just made
   if (m_fd >= 0) Fs().Close(m_fd);
   m_fd = fd;
   return Status::OK();
