@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 
 namespace mvcs {
@@ -62,6 +63,18 @@ std::atomic<FileSystem*>& Current() {
 }
 
 }  // namespace
+
+int FileSystem::ReadLink(const char* path, std::string& target) {
+  char buffer[PATH_MAX];
+  const ssize_t size = readlink(path, buffer, sizeof(buffer));
+  if (size < 0) return -1;
+  if (static_cast<std::size_t>(size) == sizeof(buffer)) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  target.assign(buffer, static_cast<std::size_t>(size));
+  return 0;
+}
 
 FileSystem& PosixFileSystem() {
   static Posix* const posix = new Posix;

@@ -44,6 +44,9 @@ class FileSystem {
   virtual int ListFolder(const char* path, std::vector<std::string>& names) = 0;
   // realpath: 0 with `resolved` set, or -1 with errno.
   virtual int RealPath(const char* path, std::string& resolved) = 0;
+  // readlink: 0 with `target` set to what the link holds, or -1 with
+  // errno. The POSIX call unless a file system needs another.
+  virtual int ReadLink(const char* path, std::string& target);
 };
 
 // The process's file system: the POSIX one, or what SetFileSystem set.

@@ -187,29 +187,35 @@ Status PList::Save(std::string* movedAside) {
 }
 
 Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
+  // Locked, written and swept at the file that symbolic links lead to, so
+  // that two links to one file share one lock (and refused where a link may
+  // not be followed).
+  std::string file;
+  Status status = ResolveSettingsFile(m_path, file);
+  if (!status.ok()) return status;
   SettingsFileLock lock;
-  Status status = lock.Acquire(m_path, LockTimeout());
+  status = lock.Acquire(file, LockTimeout());
   if (status.error() == ENOENT) {
     // The folders are not there: never made yet, or removed since (by a
     // user, while this program ran). Made (again), then locked.
-    status = MakeAncestorDirectories(m_path);
-    if (status.ok()) status = lock.Acquire(m_path, LockTimeout());
+    status = MakeAncestorDirectories(file);
+    if (status.ok()) status = lock.Acquire(file, LockTimeout());
   }
   if (!status.ok()) return status;
   // Under the lock no other save of this file runs: any temporary file of
   // one is left over from a writer that was killed.
-  RemoveStaleTemporaryFiles(m_path);
+  RemoveStaleTemporaryFiles(file);
 
   // What is on disk now: the same as this object last read or wrote when
   // its identity says so (nothing there, as before, or the same file);
   // else the bytes tell.
   std::string disk;
-  FileIdentity identity = IdentityOf(m_path);
+  FileIdentity identity = IdentityOf(file);
   mvtl::RefCountedPtr<PListDictionary> diskTree;
   FileReadResult state = m_base.state;
   bool unchanged = m_base.state != kFileUnreadable && identity == m_base.identity;
   if (!unchanged) {
-    status = Load(m_path, disk, identity, diskTree);
+    status = Load(file, disk, identity, diskTree);
     // Only bytes read completely and refused by the format (or something
     // that is no file) make the file unreadable: a failing read (EIO,
     // EACCES, ...) says nothing of what the file holds, so the save fails
@@ -223,7 +229,7 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
   } else if (state == kFileUnreadable) {
     // Something that cannot be read is kept aside, never overwritten; this
     // object's tree, the last readable state known, takes its place.
-    status = MoveFileAside(m_path, movedAside);
+    status = MoveFileAside(file, movedAside);
     if (!status.ok()) return status;
     snapshot.movedAside = true;
   } else {
@@ -232,13 +238,13 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
     if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
     ApplyChanges(std::move(snapshot.changes), *diskTree);
     snapshot.merged = diskTree;
-    status = Serialise(*diskTree, snapshot.bytes, disk.size(), m_path);
+    status = Serialise(*diskTree, snapshot.bytes, disk.size(), file);
     if (!status.ok()) return status;
   }
-  status = WriteFileAtomically(m_path, snapshot.bytes);
+  status = WriteFileAtomically(file, snapshot.bytes);
   if (!status.ok()) return status;
   // Under the lock, what is there now is what was just written.
-  snapshot.written = Base{kFileRead, std::move(snapshot.bytes), IdentityOf(m_path)};
+  snapshot.written = Base{kFileRead, std::move(snapshot.bytes), IdentityOf(file)};
   return status;
 }
 

@@ -347,6 +347,94 @@ Status WriteFileAtomically(const std::string& requestedPath, const std::string& 
   return SyncDirectory(directory, requestedPath);
 }
 
+namespace {
+
+// Whether the user and group `uid`, `gid` may write the file `info`
+// describes, by its mode (root may write anything).
+bool MayWrite(uid_t uid, gid_t gid, const struct stat& info) {
+  if (uid == 0) return true;
+  if (info.st_uid == uid) return (info.st_mode & S_IWUSR) != 0;
+  if (info.st_gid == gid) return (info.st_mode & S_IWGRP) != 0;
+  return (info.st_mode & S_IWOTH) != 0;
+}
+
+}  // namespace
+
+Status ResolveSettingsFile(const std::string& path, std::string& resolved) {
+  auto refuse = [&](int error, const std::string& why) {
+    return Status::IOError(Status::Operation::kOpen, path, error, why);
+  };
+  // Components still to walk, the last first; the resolved folder so far.
+  std::vector<std::string> pending;
+  auto push = [&pending](const std::string& text) {
+    std::vector<std::string> parts;
+    for (std::size_t start = 0; start <= text.size();) {
+      std::size_t slash = text.find('/', start);
+      if (slash == std::string::npos) slash = text.size();
+      if (slash > start) parts.push_back(text.substr(start, slash - start));
+      start = slash + 1;
+    }
+    pending.insert(pending.end(), parts.rbegin(), parts.rend());
+  };
+  if (!IsAbsolute(path)) {
+    resolved = path;
+    return Status::OK();
+  }
+  push(path);
+  std::string current;  // "" is the root
+  int links = 0;
+  std::vector<struct stat> fileLinks;  // the links that stood for the file's own name
+  while (!pending.empty()) {
+    const std::string component = pending.back();
+    pending.pop_back();
+    if (component == ".") continue;
+    if (component == "..") {
+      current = DirectoryOf(current.empty() ? "/" : current);
+      if (current == "/") current.clear();
+      continue;
+    }
+    const std::string candidate = current + "/" + component;
+    struct stat link;
+    if (Retrying([&] { return Fs().Lstat(candidate.c_str(), &link); }) != 0 ||
+        !S_ISLNK(link.st_mode)) {
+      current = candidate;
+      continue;
+    }
+    if (++links > 40) return refuse(ELOOP, "too many symbolic links in " + path);
+    struct stat folder;
+    const std::string holder = current.empty() ? "/" : current;
+    if (Retrying([&] { return Fs().Stat(holder.c_str(), &folder); }) != 0) {
+      return refuse(errno, std::string("cannot look at ") + holder + ": " + std::strerror(errno));
+    }
+    if (link.st_uid != geteuid() && link.st_uid != folder.st_uid) {
+      return refuse(EACCES, "will not follow the symbolic link " + candidate +
+                                ": it belongs neither to this user nor to its folder's owner");
+    }
+    std::string target;
+    if (Fs().ReadLink(candidate.c_str(), target) != 0) {
+      return refuse(errno,
+                    "cannot read the symbolic link " + candidate + ": " + std::strerror(errno));
+    }
+    if (IsAbsolute(target)) current.clear();
+    if (pending.empty()) fileLinks.push_back(link);
+    push(target);
+  }
+  resolved = current.empty() ? "/" : current;
+  // Through a link, only into a file that the link's owner may write: a
+  // save must not write for this process what the link's owner could not.
+  struct stat file;
+  if (fileLinks.empty() || Retrying([&] { return Fs().Stat(resolved.c_str(), &file); }) != 0) {
+    return Status::OK();
+  }
+  for (const struct stat& link : fileLinks) {
+    if (link.st_uid != geteuid() && !MayWrite(link.st_uid, link.st_gid, file)) {
+      return refuse(EACCES, "will not write " + resolved +
+                                " through the symbolic link of a user who may not write it");
+    }
+  }
+  return Status::OK();
+}
+
 std::string LockFilePath(const std::string& settingsPath) { return settingsPath + ".lock"; }
 
 SettingsFileLock::~SettingsFileLock() {

@@ -80,6 +80,16 @@ Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::strin
 // after `path`.
 Status MakeAncestorDirectories(const std::string& path);
 
+// The file that a save of `path` locks, writes and sweeps beside: `path`
+// itself, or where symbolic links in it (the file's own name or any folder
+// above it) lead. A link is followed only as the kernel's protected-symlinks
+// rule would follow it, in every folder: when it belongs to this process's
+// user or to the owner of the folder that holds it; and a link to the
+// settings file only into a file that the link's owner may write. A link
+// that may not be followed fails with EACCES (ELOOP for too many links),
+// naming `path`, and nothing is written.
+Status ResolveSettingsFile(const std::string& path, std::string& resolved);
+
 // Replaces the file at `path` with `bytes` atomically and durably: a
 // temporary file created exclusively in the same folder, written, flushed
 // to disk (fsync), renamed over `path`, then the folder flushed (a failure
