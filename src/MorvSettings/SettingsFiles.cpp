@@ -291,8 +291,11 @@ Status MakeAncestorDirectories(const std::string& path) {
 
 Status WriteFileAtomically(const std::string& requestedPath, const std::string& bytes) {
   typedef Status::Operation Step;
-  // Write where a symbolic link points, keeping the link.
-  const std::string path = LinkTarget(requestedPath);
+  // Write where symbolic links lead (keeping the links), as far as they may
+  // be followed (see ResolveSettingsFile).
+  std::string path;
+  Status resolved = ResolveSettingsFile(requestedPath, path);
+  if (!resolved.ok()) return resolved;
   const std::string directory = DirectoryOf(path);
 
   struct stat old;
@@ -485,7 +488,8 @@ Status SettingsFileLock::Acquire(const std::string& settingsPath, unsigned timeo
 }
 
 void RemoveStaleTemporaryFiles(const std::string& settingsPath) {
-  const std::string path = LinkTarget(settingsPath);
+  std::string path;
+  if (!ResolveSettingsFile(settingsPath, path).ok()) return;
   const std::string directory = DirectoryOf(path);
   const std::string prefix = TemporaryPrefix(path);
   std::vector<std::string> names;

@@ -96,11 +96,11 @@ Status ResolveSettingsFile(const std::string& path, std::string& resolved);
 // to flush it is a failure of the write: kSync, although the new file is
 // in place). Interrupted calls (EINTR) are made again. The file
 // keeps the mode (and, where permitted, the owner) of the file it replaces;
-// a new file gets 0666 less the umask. A symbolic link at `path` is
-// followed. On any failure (full disk, read-only folder, ...) the temporary
-// file is removed, the old file is untouched, and the result is a kIOError
-// for `path` with the failing step (kCreate, kWrite, kSync, kRename) and
-// the errno it set.
+// a new file gets 0666 less the umask. Symbolic links are followed as
+// ResolveSettingsFile says (a link that may not be followed fails). On any failure (full disk,
+// read-only folder, ...) the temporary file is removed, the old file is untouched, and the result
+// is a kIOError for `path` with the failing step (kCreate, kWrite, kSync, kRename) and the errno it
+// set.
 Status WriteFileAtomically(const std::string& path, const std::string& bytes);
 
 // The lock file of a settings file: "<path>.lock" beside it. Every save of
