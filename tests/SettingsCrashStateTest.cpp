@@ -22,6 +22,7 @@
 #include "FileSystem.h"
 #include "MorvSettings/MorvSettings.h"
 #include "MorvSettings/MorvSettingsUtility.h"
+#include "PassThroughFileSystem.h"
 #include "SettingsFixtures.h"
 #include "SettingsSandbox.h"
 #include "format/PListFormat.h"
@@ -49,7 +50,7 @@ struct Operation {
 
 // The POSIX file system, recording what a save does to the disk (lock
 // files aside: they hold nothing).
-class RecordingFileSystem : public mvcs::FileSystem {
+class RecordingFileSystem : public PassThroughFileSystem {
  public:
   std::vector<Operation> operations;
   // The files of the names that existed before (the model's file 0 stands
@@ -65,9 +66,6 @@ class RecordingFileSystem : public mvcs::FileSystem {
     m_paths.erase(fd);
     return Posix().Close(fd);
   }
-  ssize_t Read(int fd, void* buffer, size_t size) override {
-    return Posix().Read(fd, buffer, size);
-  }
   ssize_t Write(int fd, const void* data, size_t size) override {
     const ssize_t written = Posix().Write(fd, data, size);
     if (written > 0 && IsRecorded(m_paths[fd])) {
@@ -78,9 +76,6 @@ class RecordingFileSystem : public mvcs::FileSystem {
     }
     return written;
   }
-  int Fstat(int fd, struct stat* info) override { return Posix().Fstat(fd, info); }
-  int Stat(const char* path, struct stat* info) override { return Posix().Stat(path, info); }
-  int Lstat(const char* path, struct stat* info) override { return Posix().Lstat(path, info); }
   int Fsync(int fd) override {
     const int result = Posix().Fsync(fd);
     const std::string& path = m_paths[fd];
@@ -96,8 +91,6 @@ class RecordingFileSystem : public mvcs::FileSystem {
     }
     return result;
   }
-  int Fchmod(int fd, mode_t mode) override { return Posix().Fchmod(fd, mode); }
-  int Fchown(int fd, uid_t owner, gid_t group) override { return Posix().Fchown(fd, owner, group); }
   int MakeTemporary(char* name, int flags) override {
     const int fd = Posix().MakeTemporary(name, flags);
     if (fd >= 0) {
@@ -133,16 +126,8 @@ class RecordingFileSystem : public mvcs::FileSystem {
     if (result == 0) operations.push_back({Operation::kMkdir, path});
     return result;
   }
-  int Flock(int fd, int operation) override { return Posix().Flock(fd, operation); }
-  int ListFolder(const char* path, std::vector<std::string>& list) override {
-    return Posix().ListFolder(path, list);
-  }
-  int RealPath(const char* path, std::string& resolved) override {
-    return Posix().RealPath(path, resolved);
-  }
 
  private:
-  static mvcs::FileSystem& Posix() { return mvcs::PosixFileSystem(); }
   static bool IsRecorded(const std::string& path) {
     return path.size() < 5 || path.compare(path.size() - 5, 5, ".lock") != 0;
   }

@@ -15,6 +15,7 @@
 #include "MorvSettings/MorvSettingsSimple.h"
 #include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvSettings/MorvSettingsWatch.h"
+#include "PassThroughFileSystem.h"
 #include "SettingsFixtures.h"
 #include "SettingsSandbox.h"
 
@@ -24,7 +25,7 @@ using fixtures::Node;
 
 // The POSIX file system, noting every open and temporary file made
 // without O_CLOEXEC.
-class CheckingFileSystem : public mvcs::FileSystem {
+class CheckingFileSystem : public PassThroughFileSystem {
  public:
   std::vector<std::string> inherited;  // paths opened without close-on-exec
   int opened = 0;
@@ -37,32 +38,8 @@ class CheckingFileSystem : public mvcs::FileSystem {
     Note(name, flags);
     return Posix().MakeTemporary(name, flags);
   }
-  int Close(int fd) override { return Posix().Close(fd); }
-  ssize_t Read(int fd, void* buffer, size_t size) override {
-    return Posix().Read(fd, buffer, size);
-  }
-  ssize_t Write(int fd, const void* data, size_t size) override {
-    return Posix().Write(fd, data, size);
-  }
-  int Fstat(int fd, struct stat* info) override { return Posix().Fstat(fd, info); }
-  int Stat(const char* path, struct stat* info) override { return Posix().Stat(path, info); }
-  int Lstat(const char* path, struct stat* info) override { return Posix().Lstat(path, info); }
-  int Fsync(int fd) override { return Posix().Fsync(fd); }
-  int Fchmod(int fd, mode_t mode) override { return Posix().Fchmod(fd, mode); }
-  int Fchown(int fd, uid_t owner, gid_t group) override { return Posix().Fchown(fd, owner, group); }
-  int Rename(const char* from, const char* to) override { return Posix().Rename(from, to); }
-  int Unlink(const char* path) override { return Posix().Unlink(path); }
-  int Mkdir(const char* path, mode_t mode) override { return Posix().Mkdir(path, mode); }
-  int Flock(int fd, int operation) override { return Posix().Flock(fd, operation); }
-  int ListFolder(const char* path, std::vector<std::string>& names) override {
-    return Posix().ListFolder(path, names);
-  }
-  int RealPath(const char* path, std::string& resolved) override {
-    return Posix().RealPath(path, resolved);
-  }
 
  private:
-  static mvcs::FileSystem& Posix() { return mvcs::PosixFileSystem(); }
   void Note(const char* path, int flags) {
     ++opened;
     if ((flags & O_CLOEXEC) == 0) inherited.push_back(path);

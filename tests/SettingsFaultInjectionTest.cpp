@@ -25,6 +25,7 @@
 #include "MorvSettings/MorvSettings.h"
 #include "MorvSettings/MorvSettingsSimple.h"
 #include "MorvSettings/MorvSettingsUtility.h"
+#include "PassThroughFileSystem.h"
 #include "SettingsFixtures.h"
 #include "SettingsSandbox.h"
 #include "format/PListFormat.h"
@@ -39,7 +40,7 @@ using fixtures::Plist;
 
 // The POSIX file system, with the `at`-th call (from 1) of the call named
 // `call` failing with `error` while armed. Counts every call while armed.
-class FaultyFileSystem : public mvcs::FileSystem {
+class FaultyFileSystem : public PassThroughFileSystem {
  public:
   void Arm(const std::string& call, int at, int error) {
     m_call = call;
@@ -102,8 +103,6 @@ class FaultyFileSystem : public mvcs::FileSystem {
   }
 
  private:
-  static mvcs::FileSystem& Posix() { return mvcs::PosixFileSystem(); }
-
   // Counts a call; true (errno set) when it is the one to fail.
   bool Hit(const char* call) {
     const int count = ++m_counts[call];
