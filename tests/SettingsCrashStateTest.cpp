@@ -29,12 +29,6 @@
 
 namespace {
 
-using fixtures::Dict;
-using fixtures::Integer;
-using fixtures::Key;
-using fixtures::Node;
-using fixtures::Plist;
-
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
 // One operation of a save, as it reaches the disk.
@@ -206,7 +200,7 @@ class SettingsCrashState : public sandbox::SettingsSandbox {
   void CheckEveryCrashState(const std::string& old, bool garbage) {
     const std::string file = UserFile("P");
     if (!old.empty()) sandbox::WriteFile(file, old);
-    Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+    fixtures::Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
     ASSERT_NE(node.Get(), nullptr);
     ASSERT_TRUE(node->StoreInteger(std::string("b"), 2));
 
@@ -285,7 +279,11 @@ class SettingsCrashState : public sandbox::SettingsSandbox {
 TEST_F(SettingsCrashState, TheFirstSaveMakingItsFolders) { CheckEveryCrashState("", false); }
 
 TEST_F(SettingsCrashState, ASaveReplacingTheFile) {
-  CheckEveryCrashState(Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1))))))), false);
+  CheckEveryCrashState(
+      fixtures::Plist(fixtures::Key(
+          "Settings", fixtures::Dict(fixtures::Key(
+                          "P", fixtures::Dict(fixtures::Key("a", fixtures::Integer(1))))))),
+      false);
 }
 
 TEST_F(SettingsCrashState, ASaveMovingAGarbageFileAside) {

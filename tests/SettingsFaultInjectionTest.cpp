@@ -32,12 +32,6 @@
 
 namespace {
 
-using fixtures::Dict;
-using fixtures::Integer;
-using fixtures::Key;
-using fixtures::Node;
-using fixtures::Plist;
-
 // The POSIX file system, with the `at`-th call (from 1) of the call named
 // `call` failing with `error` while armed. Counts every call while armed.
 class FaultyFileSystem : public PassThroughFileSystem {
@@ -137,7 +131,7 @@ class SettingsFaultInjection : public sandbox::SettingsSandbox {
  protected:
   void TearDown() override {
     mvcs::SetFileSystem(nullptr);
-    m_node = Node();
+    m_node = fixtures::Node();
     SettingsSandbox::TearDown();
   }
 
@@ -156,7 +150,9 @@ class SettingsFaultInjection : public sandbox::SettingsSandbox {
   }
 
   std::vector<Situation> Situations() {
-    const std::string original = Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1)))))));
+    const std::string original = fixtures::Plist(fixtures::Key(
+        "Settings", fixtures::Dict(fixtures::Key(
+                        "P", fixtures::Dict(fixtures::Key("a", fixtures::Integer(1)))))));
     auto openAndStore = [this] {
       m_node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
       ASSERT_NE(m_node.Get(), nullptr);
@@ -170,18 +166,22 @@ class SettingsFaultInjection : public sandbox::SettingsSandbox {
                             openAndStore();
                           },
                           saveNode});
-    situations.push_back({"merge after another process's save",
-                          [=](const std::string& user) {
-                            sandbox::WriteFile(File(user), original);
-                            openAndStore();
-                            // Another process saves meanwhile (a new file, renamed in).
-                            sandbox::WriteFile(
-                                File(user) + ".other",
-                                Plist(Key("Settings", Dict(Key("P", Dict(Key("a", Integer(1)) +
-                                                                         Key("c", Integer(3))))))));
-                            rename((File(user) + ".other").c_str(), File(user).c_str());
-                          },
-                          saveNode, true});
+    situations.push_back(
+        {"merge after another process's save",
+         [=](const std::string& user) {
+           sandbox::WriteFile(File(user), original);
+           openAndStore();
+           // Another process saves meanwhile (a new file, renamed in).
+           sandbox::WriteFile(
+               File(user) + ".other",
+               fixtures::Plist(fixtures::Key(
+                   "Settings",
+                   fixtures::Dict(fixtures::Key(
+                       "P", fixtures::Dict(fixtures::Key("a", fixtures::Integer(1)) +
+                                           fixtures::Key("c", fixtures::Integer(3))))))));
+           rename((File(user) + ".other").c_str(), File(user).c_str());
+         },
+         saveNode, true});
     situations.push_back({"garbage moved aside",
                           [=](const std::string& user) {
                             sandbox::WriteFile(File(user), "garbage, not a property list");
@@ -206,7 +206,7 @@ class SettingsFaultInjection : public sandbox::SettingsSandbox {
     return situations;
   }
 
-  Node m_node;
+  fixtures::Node m_node;
 };
 
 TEST_F(SettingsFaultInjection, EveryFailingCallOfASaveLeavesTheTruthOnDisk) {
@@ -228,7 +228,7 @@ TEST_F(SettingsFaultInjection, EveryFailingCallOfASaveLeavesTheTruthOnDisk) {
       ASSERT_TRUE(situation.save()) << situation.name;
       mvcs::SetFileSystem(nullptr);
       calls = faulty.Counts();
-      m_node = Node();
+      m_node = fixtures::Node();
       sandbox::RemoveTree(user);
     }
     ASSERT_FALSE(calls.empty());
@@ -284,7 +284,7 @@ TEST_F(SettingsFaultInjection, EveryFailingCallOfASaveLeavesTheTruthOnDisk) {
           // The next save, with the file system working, writes the change.
           if (m_node.Get() != nullptr) {
             EXPECT_TRUE(mvcs::SaveSettings(m_node.Get()).IsOk()) << where;
-            m_node = Node();
+            m_node = fixtures::Node();
             EXPECT_EQ(IntegerOnDisk(File(user), "b"), 2) << where << ": the next save";
           }
           if (sandbox::Exists(File(user))) {

@@ -77,6 +77,14 @@ std::string RunInChild(const std::function<std::string()>& scenario, bool dropPr
 
 class SettingsSaveFailure : public sandbox::SettingsSandbox {
  protected:
+  // Settings/P/<name> of the per-user file as a fresh node reads it, or -1.
+  static long long UserInteger(const std::string& name) {
+    Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
+    long long value = -1;
+    if (reread.Get() == nullptr || !reread->FetchInteger(name, value)) return -1;
+    return value;
+  }
+
   // The product's file, with Settings/P {old: 1}, readable by everyone.
   void WriteProductFile() {
     sandbox::WriteFile(UserFile("P"),
@@ -159,11 +167,7 @@ TEST_F(SettingsSaveFailure, ReadOnlySharedFolderWhileTheUserFileSaves) {
   chmod(SharedFolder().c_str(), 0755);
   EXPECT_EQ(sandbox::ReadFile(SharedFile()), sharedOriginal);
   // The per-user file was written all the same.
-  Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
-  ASSERT_NE(reread.Get(), nullptr);
-  long long mine = 0;
-  EXPECT_TRUE(reread->FetchInteger(std::string("mine"), mine));
-  EXPECT_EQ(mine, 2);
+  EXPECT_EQ(UserInteger("mine"), 2);
 }
 
 TEST_F(SettingsSaveFailure, FullDisk) {
@@ -259,11 +263,7 @@ TEST_F(SettingsSaveFailure, WhatRootMakesInAUsersFolderStaysTheUsers) {
                 },
                 true),
             "");
-  Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
-  ASSERT_NE(reread.Get(), nullptr);
-  long long byUser = 0;
-  EXPECT_TRUE(reread->FetchInteger(std::string("byUser"), byUser));
-  EXPECT_EQ(byUser, 2);
+  EXPECT_EQ(UserInteger("byUser"), 2);
 }
 
 TEST_F(SettingsSaveFailure, FolderInTheWayOfTheFile) {

@@ -38,6 +38,24 @@ class SettingsSymlinks : public sandbox::SettingsSandbox {
     return saved;
   }
 
+  // The user's config and settings folders, with `mode`, owned by `owner`.
+  void MakeUserFolders(mode_t mode, uid_t owner) {
+    for (const std::string& folder : {m_userConfig, UserFolder()}) {
+      ASSERT_EQ(mkdir(folder.c_str(), mode), 0);
+      ASSERT_EQ(chmod(folder.c_str(), mode), 0);
+      ASSERT_EQ(chown(folder.c_str(), owner, owner), 0);
+    }
+  }
+
+  // A file of root's, holding "root's", with `mode`, outside the settings
+  // folders.
+  std::string RootsFile(mode_t mode) {
+    const std::string file = m_root + "/secret";
+    sandbox::WriteFile(file, "root's");
+    EXPECT_EQ(chmod(file.c_str(), mode), 0);
+    return file;
+  }
+
   // Makes `link` a symbolic link to `target`, owned by `owner`.
   static void Link(const std::string& target, const std::string& link, uid_t owner) {
     ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
@@ -54,8 +72,7 @@ TEST_F(SettingsSymlinks, APlainPathResolvesToItself) {
 TEST_F(SettingsSymlinks, TwoLinksToOneFileShareItsLockAndKeepTheLinks) {
   const std::string real = m_root + "/shared/real.plist";
   sandbox::WriteFile(real, fixtures::Plist(""));
-  ASSERT_EQ(mkdir(m_userConfig.c_str(), 0755), 0);
-  ASSERT_EQ(mkdir(UserFolder().c_str(), 0755), 0);
+  MakeUserFolders(0755, geteuid());
   Link(real, UserFile("P"), geteuid());
   Link(real, UserFile("Q"), geteuid());
   ASSERT_TRUE(StoreAndSave("first").IsOk());
@@ -81,11 +98,8 @@ TEST_F(SettingsSymlinks, TwoLinksToOneFileShareItsLockAndKeepTheLinks) {
 TEST_F(SettingsSymlinks, ALinkOfAnotherUserInSomeoneElsesFolderIsNotFollowed) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   // A root-only file, and another user's link to it in root's folder.
-  const std::string secret = m_root + "/secret";
-  sandbox::WriteFile(secret, "root's");
-  ASSERT_EQ(chmod(secret.c_str(), 0600), 0);
-  ASSERT_EQ(mkdir(m_userConfig.c_str(), 0755), 0);
-  ASSERT_EQ(mkdir(UserFolder().c_str(), 0777), 0);
+  const std::string secret = RootsFile(0600);
+  MakeUserFolders(0777, 0);
   Link(secret, UserFile("P"), kNobody);
   const mvcs::SaveResult saved = StoreAndSave("x");
   EXPECT_FALSE(saved.IsOk());
@@ -99,13 +113,8 @@ TEST_F(SettingsSymlinks, ALinkOfAnotherUserInSomeoneElsesFolderIsNotFollowed) {
 TEST_F(SettingsSymlinks, AUsersLinkIsNotFollowedIntoAFileTheUserMayNotWrite) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   // The user's own folders and link; the file it leads to is root's.
-  const std::string secret = m_root + "/secret";
-  sandbox::WriteFile(secret, "root's");
-  ASSERT_EQ(chmod(secret.c_str(), 0644), 0);
-  ASSERT_EQ(mkdir(m_userConfig.c_str(), 0755), 0);
-  ASSERT_EQ(mkdir(UserFolder().c_str(), 0755), 0);
-  ASSERT_EQ(chown(m_userConfig.c_str(), kNobody, kNobody), 0);
-  ASSERT_EQ(chown(UserFolder().c_str(), kNobody, kNobody), 0);
+  const std::string secret = RootsFile(0644);
+  MakeUserFolders(0755, kNobody);
   Link(secret, UserFile("P"), kNobody);
   const mvcs::SaveResult refused = StoreAndSave("x");
   EXPECT_FALSE(refused.IsOk());
