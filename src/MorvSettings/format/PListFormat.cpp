@@ -9,7 +9,8 @@
 #include "BinaryPListReader.h"
 #include "BinaryPListWriter.h"
 #include "PListLimits.h"
-#include "XmlPList.h"
+#include "XmlPListReader.h"
+#include "XmlPListWriter.h"
 
 namespace mvcs {
 

@@ -1,9 +1,8 @@
-// XML property lists, through libplist: the rare case (hand-made files,
-// exports), kept apart from the binary format the store reads and writes
-// every time.
+// Reading XML property lists: the rare case (hand-made files, imports),
+// kept apart from the binary format the store reads and writes every time.
 
-#ifndef MORVSETTINGS_FORMAT_XMLPLIST_H
-#define MORVSETTINGS_FORMAT_XMLPLIST_H
+#ifndef MORVSETTINGS_FORMAT_XMLPLISTREADER_H
+#define MORVSETTINGS_FORMAT_XMLPLISTREADER_H
 
 #include <cstddef>
 #include <string>
@@ -21,11 +20,6 @@ namespace mvcs {
 Status ReadXmlPropertyList(const char* text, std::size_t size,
                            mvtl::RefCountedPtr<PListDictionary>& root);
 
-// Writes `root` as an XML property list (version 1.0); sets are written as
-// arrays. OK with `text` set; otherwise `text` is untouched and the result
-// is a refusal (step kSerialise).
-Status WriteXmlPList(const PListDictionary& root, std::string& text);
-
 }  // namespace mvcs
 
-#endif  // MORVSETTINGS_FORMAT_XMLPLIST_H
+#endif  // MORVSETTINGS_FORMAT_XMLPLISTREADER_H
