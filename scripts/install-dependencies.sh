@@ -9,7 +9,8 @@ packages=(
   clang-format-14                    # the format check of the test command
   libgtest-dev libbenchmark-dev      # tests, benchmarks
   libicu-dev                         # ICU headers; ICU as the benchmarks' peer
-  libplist-dev                       # property-list files (libplist 2.2)
+  libexpat1-dev                      # the XML parser under the XML property-list reader
+  libplist-dev                       # libplist 2.2: a peer in tests and benchmarks
   qt6-base-dev                       # the launcher (Qt 6 Core)
   libcli11-dev                       # morv-settings' command line
   nlohmann-json3-dev                 # morv-settings' JSON

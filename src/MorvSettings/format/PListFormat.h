@@ -1,12 +1,11 @@
 // The settings file format: property lists, bytes to tree and tree to
 // bytes, and why bytes were refused (a Status refusal). This is the one interface that the
 // store uses; the rest of this folder (the tree, the binary reader and
-// writer, the XML bridge, the limits) is behind it. It knows nothing of
+// writer, the XML reader and writer, the limits) is behind it. It knows nothing of
 // nodes, scopes, paths or files.
 //
-// Binary property lists ("bplist00") are read and written by the store's
-// own reader and writer; XML ones are read (and exports written) through
-// libplist.
+// Binary property lists ("bplist00") and XML ones are read and written by
+// the store's own readers and writers (XML through the expat parser).
 
 #ifndef MORVSETTINGS_FORMAT_PLISTFORMAT_H
 #define MORVSETTINGS_FORMAT_PLISTFORMAT_H

@@ -1,199 +1,294 @@
-// Reading XML property lists through libplist (see XmlPListReader.h).
+// The XML property-list reader (see XmlPListReader.h).
 //
-// libplist keeps integers as 64 bits plus a width: values of 2^63 and more
-// that a file holds as unsigned are told apart from negative ones only by
-// that width, which its API shows through plist_compare_node_value. The
-// tree keeps the distinction (PListInteger's `wide`).
+// expat does the XML: well-formedness, encodings, line ends, the predefined
+// entities, character references and CDATA. It is set up as Python's
+// plistlib sets it up, and this file builds the tree from its events as
+// plistlib does, so that a file means the same to both: every start tag
+// clears the collected text, <dict> and <array> open a container that is
+// added to the one around it at once, the end tags of the value elements
+// read the text collected since the last start tag, and other elements are
+// ignored. Entity declarations are refused (no entity is ever expanded
+// beyond the predefined ones), no DTD or external entity is loaded, and
+// nesting is checked as elements open. The tree is built with an explicit
+// stack: nothing here recurses.
 
 #include "XmlPListReader.h"
 
-#include <plist/plist.h>
+#include <expat.h>
 
+#include <locale.h>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "PListLimits.h"
 #include "PListText.h"
+#include "XmlPListValues.h"
 
 namespace mvcs {
 
 namespace {
 
-// Owns a libplist node.
-struct NodeDeleter {
-  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
-};
-typedef std::unique_ptr<void, NodeDeleter> Node;
+typedef Status::Code Code;
 
-// Whether the tag that starts at `p` (just after '<') is `name` followed by
-// the end of the tag's name.
-bool TagIs(const char* p, const char* end, const char* name) {
-  const std::size_t length = std::strlen(name);
-  if (static_cast<std::size_t>(end - p) < length || std::memcmp(p, name, length) != 0) return false;
-  if (static_cast<std::size_t>(end - p) == length) return true;
-  const char next = p[length];
-  return next == '>' || next == '/' || next == ' ' || next == '\t' || next == '\r' || next == '\n';
-}
+// Elements (known or not) nested deeper than this are refused: a valid
+// settings file needs kMaxNesting containers plus <plist> and one value.
+constexpr std::size_t kMaxElementDepth = 1024;
 
-// How deep <dict> and <array> elements nest in `text` (a scan of the tags,
-// linear, before any parsing).
-std::size_t XmlNesting(const char* text, std::size_t size) {
-  const char* const end = text + size;
-  std::size_t depth = 0, deepest = 0;
-  for (const char* p = text; p < end;) {
-    const char* open = static_cast<const char*>(std::memchr(p, '<', end - p));
-    if (open == nullptr) break;
-    p = open + 1;
-    if (p < end && *p == '/') {
-      if ((TagIs(p + 1, end, "dict") || TagIs(p + 1, end, "array")) && depth > 0) --depth;
-      continue;
+// Whether `text` starts as an XML property list must start: "<?xml" or
+// "<plist", in UTF-8 or after a byte-order mark in the encoding it names.
+bool StartsAsXmlPList(const char* text, std::size_t size) {
+  auto startsWith = [&](const char* prefix, std::size_t length) {
+    return size >= length && std::memcmp(text, prefix, length) == 0;
+  };
+  static const char* const kPrefixes[] = {"<?xml", "<plist"};
+  for (const char* prefix : kPrefixes) {
+    const std::size_t length = std::strlen(prefix);
+    std::string utf8 = "\xEF\xBB\xBF", big = "\xFE\xFF", little = "\xFF\xFE";
+    for (std::size_t i = 0; i < length; ++i) {
+      utf8 += prefix[i];
+      big += '\0';
+      big += prefix[i];
+      little += prefix[i];
+      little += '\0';
     }
-    if (!TagIs(p, end, "dict") && !TagIs(p, end, "array")) continue;
-    // An empty element (<dict/>) opens nothing.
-    const char* close = static_cast<const char*>(std::memchr(p, '>', end - p));
-    if (close != nullptr && close[-1] == '/') continue;
-    if (++depth > deepest) deepest = depth;
+    if (startsWith(prefix, length) || startsWith(utf8.data(), utf8.size()) ||
+        startsWith(big.data(), big.size()) || startsWith(little.data(), little.size())) {
+      return true;
+    }
   }
-  return deepest;
+  return false;
 }
 
-// Whether an unsigned node above 2^63 - 1 is an unsigned integer of that
-// value rather than a negative one.
-bool IsWideInteger(plist_t node, std::uint64_t value) {
-  const Node narrow(plist_new_uint(value));
-  return plist_compare_node_value(node, narrow.get()) == 0;
-}
+// Builds the tree from expat's events.
+class TreeBuilder {
+ public:
+  explicit TreeBuilder(std::size_t fileSize) : m_budget(TreeBudget(fileSize)) {}
 
-// Why a list is refused.
-typedef Status::Code Refusal;
+  // The first refusal met, kOk while there is none.
+  Code error() const { return m_error; }
 
-// Converts libplist's `node`, which sits at nesting `depth` if it is a
-// container (the root is 1): the one conversion from libplist's tree to the
-// store's (NodeBuilder goes the other way).
-bool FromLibplist(plist_t node, std::size_t depth, PListValue& value, Refusal& error) {
-  const plist_type type = plist_get_node_type(node);
-  if ((type == PLIST_DICT || type == PLIST_ARRAY) && depth > kMaxNesting) {
-    error = Refusal::kTooDeep;
-    return false;
-  }
-  switch (type) {
-    case PLIST_DICT: {
+  // The root: the last value met outside every container.
+  const PListValue& root() const { return m_root; }
+
+  void Start(const char* name) {
+    m_text.clear();
+    if (++m_depth > kMaxElementDepth) return Fail(Code::kTooDeep);
+    if (std::strcmp(name, "dict") == 0) {
+      if (!Room()) return;
       PListDictionaryRef dictionary;
       dictionary.Assign(new PListDictionary);
-      plist_dict_iter iterator = nullptr;
-      plist_dict_new_iter(node, &iterator);
-      if (iterator == nullptr) return false;
-      bool ok = true;
-      while (ok) {
-        char* key = nullptr;  // a copy, ours to free
-        plist_t child = nullptr;
-        plist_dict_next_item(node, iterator, &key, &child);
-        if (child == nullptr) {
-          std::free(key);
-          break;
-        }
-        PListValue entry;
-        if (key == nullptr || !IsTreeText(key, std::strlen(key))) {
-          error = Refusal::kBadText;
-          ok = false;
-        } else {
-          ok = FromLibplist(child, depth + 1, entry, error);
-          if (ok) dictionary->Set(key, std::move(entry));
-        }
-        std::free(key);
-      }
-      std::free(iterator);
-      if (ok) value = std::move(dictionary);
-      return ok;
-    }
-    case PLIST_ARRAY: {
+      PListDictionary* open = dictionary.Get();
+      if (Add(std::move(dictionary))) m_open.push_back(Open{open, nullptr});
+    } else if (std::strcmp(name, "array") == 0) {
+      if (!Room()) return;
       auto array = std::make_shared<PListArray>();
-      const uint32_t size = plist_array_get_size(node);
-      array->items.resize(size);
-      for (uint32_t i = 0; i < size; ++i) {
-        if (!FromLibplist(plist_array_get_item(node, i), depth + 1, array->items[i], error)) {
-          return false;
+      PListArray* open = array.get();
+      if (Add(PListArrayRef(std::move(array)))) m_open.push_back(Open{nullptr, open});
+    }
+  }
+
+  void End(const char* name) {
+    --m_depth;
+    switch (name[0]) {
+      case 'a':
+        if (std::strcmp(name, "array") == 0) m_open.pop_back();
+        return;
+      case 'd':
+        if (std::strcmp(name, "dict") == 0) {
+          // A key still waiting for its value is an error, unless it is
+          // empty: plistlib tests the key's truth, and keeps the empty key
+          // for the next value, wherever that comes.
+          if (m_key && !m_key->empty()) return Fail(Code::kNotAPropertyList);
+          m_open.pop_back();
+        } else if (std::strcmp(name, "data") == 0) {
+          PListData data;
+          if (!DecodeBase64(m_text, data)) return Fail(Code::kNotAPropertyList);
+          Charge(data.size());
+          Add(std::move(data));
+          m_text.clear();
+        } else if (std::strcmp(name, "date") == 0) {
+          PListDate date;
+          if (!ParseXmlDate(m_text, date)) return Fail(Code::kNotAPropertyList);
+          Add(date);
+          m_text.clear();
         }
-      }
-      value = PListArrayRef(std::move(array));
-      return true;
+        return;
+      case 'f':
+        if (std::strcmp(name, "false") == 0) Add(false);
+        return;
+      case 'i':
+        if (std::strcmp(name, "integer") == 0) {
+          PListInteger integer;
+          if (!ParseXmlInteger(m_text, integer)) return Fail(Code::kNotAPropertyList);
+          Add(integer);
+          m_text.clear();
+        }
+        return;
+      case 'k':
+        if (std::strcmp(name, "key") == 0) {
+          if ((m_key && !m_key->empty()) || m_open.empty() || m_open.back().dictionary == nullptr) {
+            return Fail(Code::kNotAPropertyList);
+          }
+          Charge(m_text.size());
+          m_key = std::move(m_text);
+          m_text.clear();
+        }
+        return;
+      case 'r':
+        if (std::strcmp(name, "real") == 0) {
+          PListReal real;
+          if (!ParseXmlReal(m_text, real)) return Fail(Code::kNotAPropertyList);
+          Add(real);
+          m_text.clear();
+        }
+        return;
+      case 's':
+        if (std::strcmp(name, "string") == 0) {
+          Charge(m_text.size());
+          Add(std::move(m_text));
+          m_text.clear();
+        }
+        return;
+      case 't':
+        if (std::strcmp(name, "true") == 0) Add(true);
+        return;
+      default:
+        return;
     }
-    case PLIST_UINT: {
-      uint64_t bits = 0;
-      plist_get_uint_val(node, &bits);
-      const bool wide = bits > static_cast<std::uint64_t>(std::numeric_limits<long long>::max()) &&
-                        IsWideInteger(node, bits);
-      value = PListInteger{static_cast<long long>(bits), wide};
-      return true;
-    }
-    case PLIST_REAL: {
-      double real = 0;
-      plist_get_real_val(node, &real);
-      value = PListReal{real};
-      return true;
-    }
-    case PLIST_BOOLEAN: {
-      uint8_t boolean = 0;
-      plist_get_bool_val(node, &boolean);
-      value = boolean != 0;
-      return true;
-    }
-    case PLIST_STRING: {
-      uint64_t length = 0;
-      const char* text = plist_get_string_ptr(node, &length);
-      if (text == nullptr || std::strlen(text) != length ||
-          !IsTreeText(text, static_cast<std::size_t>(length))) {
-        error = Refusal::kBadText;
+  }
+
+  void Text(const char* text, int length) { m_text.append(text, static_cast<std::size_t>(length)); }
+
+  // Records why the file is refused (the first reason only).
+  void Fail(Code error) {
+    if (m_error == Code::kOk) m_error = error;
+  }
+
+ private:
+  // An open container: a dictionary or an array, as the tree holds it.
+  struct Open {
+    PListDictionary* dictionary;
+    PListArray* array;
+  };
+
+  // Whether one more container may open.
+  bool Room() {
+    if (m_open.size() < kMaxNesting) return true;
+    Fail(Code::kTooDeep);
+    return false;
+  }
+
+  // Counts `bytes` of text or data against the tree's budget.
+  void Charge(std::size_t bytes) {
+    m_used += bytes;
+    if (m_used > m_budget) Fail(Code::kTooLarge);
+  }
+
+  // Puts `value` where plistlib would: under the waiting key, at the end
+  // of the open array, or as the root. False (the file refused) when the
+  // open container cannot take it.
+  bool Add(PListValue value) {
+    Charge(kNodeCost);
+    if (m_key) {
+      if (m_open.empty() || m_open.back().dictionary == nullptr) {
+        Fail(Code::kNotAPropertyList);
         return false;
       }
-      value = std::string(text, static_cast<std::size_t>(length));
-      return true;
-    }
-    case PLIST_DATA: {
-      uint64_t length = 0;
-      const char* data = plist_get_data_ptr(node, &length);
-      value = data != nullptr ? PListData(data, data + length) : PListData();
-      return true;
-    }
-    case PLIST_DATE: {
-      int32_t seconds = 0, microseconds = 0;
-      plist_get_date_val(node, &seconds, &microseconds);
-      value = PListDate{seconds + microseconds / 1e6};
-      return true;
-    }
-    case PLIST_UID: {
-      uint64_t uid = 0;
-      plist_get_uid_val(node, &uid);
-      value = PListUid{uid};
-      return true;
-    }
-    default:
+      m_open.back().dictionary->Slot(m_key->data(), m_key->size()) = std::move(value);
+      m_key.reset();
+    } else if (m_open.empty()) {
+      m_root = std::move(value);
+    } else if (m_open.back().array != nullptr) {
+      m_open.back().array->items.push_back(std::move(value));
+    } else {
+      Fail(Code::kNotAPropertyList);
       return false;
+    }
+    return true;
   }
-}
+
+  const std::uint64_t m_budget;
+  std::uint64_t m_used = 0;
+  Code m_error = Code::kOk;
+  std::size_t m_depth = 0;
+  std::vector<Open> m_open;
+  std::optional<std::string> m_key;
+  std::string m_text;  // the text since the last start tag or value
+  PListValue m_root;
+};
+
+// expat's callbacks: each stops the parser once the file is refused.
+struct Parse {
+  XML_Parser parser;
+  TreeBuilder builder;
+
+  void StopIfFailed() {
+    if (builder.error() != Code::kOk) XML_StopParser(parser, XML_FALSE);
+  }
+
+  static void OnStart(void* data, const XML_Char* name, const XML_Char**) {
+    Parse* parse = static_cast<Parse*>(data);
+    parse->builder.Start(name);
+    parse->StopIfFailed();
+  }
+  static void OnEnd(void* data, const XML_Char* name) {
+    Parse* parse = static_cast<Parse*>(data);
+    parse->builder.End(name);
+    parse->StopIfFailed();
+  }
+  static void OnText(void* data, const XML_Char* text, int length) {
+    static_cast<Parse*>(data)->builder.Text(text, length);
+  }
+  // Entity declarations are refused: no entity of the file is ever
+  // expanded, so none can grow the tree or reach outside the file.
+  static void OnEntityDeclaration(void* data, const XML_Char*, int, const XML_Char*, int,
+                                  const XML_Char*, const XML_Char*, const XML_Char*,
+                                  const XML_Char*) {
+    Parse* parse = static_cast<Parse*>(data);
+    parse->builder.Fail(Code::kNotAPropertyList);
+    parse->StopIfFailed();
+  }
+};
+
+// Owns an expat parser.
+struct ParserDeleter {
+  void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
+};
 
 }  // namespace
 
 Status ReadXmlPropertyList(const char* text, std::size_t size,
                            mvtl::RefCountedPtr<PListDictionary>& root) {
-  auto refuse = [](Refusal why) { return Status::Refused(why, Status::Operation::kParse); };
-  if (std::memchr(text, 0, size) != nullptr) return refuse(Refusal::kNotAPropertyList);
-  if (XmlNesting(text, size) > kMaxNesting) return refuse(Refusal::kTooDeep);
-  plist_t parsed = nullptr;  // libplist leaves it as it was on some failures
-  plist_from_xml(text, static_cast<uint32_t>(size), &parsed);
-  const Node owner(parsed);
-  if (parsed == nullptr) return refuse(Refusal::kNotAPropertyList);
-  if (plist_get_node_type(parsed) != PLIST_DICT) return refuse(Refusal::kNotADictionary);
-  PListValue value;
-  Refusal error = Refusal::kNotAPropertyList;
-  if (!FromLibplist(parsed, 1, value, error)) return refuse(error);
-  root = AsDictionary(value);
+  auto refuse = [](Code why) { return Status::Refused(why, Status::Operation::kParse); };
+  if (size > kMaxSettingsFileSize) return refuse(Code::kTooLarge);
+  if (!StartsAsXmlPList(text, size)) return refuse(Code::kNotAPropertyList);
+  const std::unique_ptr<XML_ParserStruct, ParserDeleter> parser(XML_ParserCreate(nullptr));
+  if (!parser) return refuse(Code::kTooLarge);  // out of memory
+  Parse parse{parser.get(), TreeBuilder(size)};
+  XML_SetUserData(parser.get(), &parse);
+  XML_SetElementHandler(parser.get(), Parse::OnStart, Parse::OnEnd);
+  XML_SetCharacterDataHandler(parser.get(), Parse::OnText);
+  XML_SetEntityDeclHandler(parser.get(), Parse::OnEntityDeclaration);
+  const XML_Status status = XML_Parse(parser.get(), text, static_cast<int>(size), XML_TRUE);
+  if (parse.builder.error() != Code::kOk) return refuse(parse.builder.error());
+  if (status != XML_STATUS_OK) {
+    // A character that is not UTF-8 is the usual cause of a bad token.
+    const XML_Error error = XML_GetErrorCode(parser.get());
+    const bool badCharacter = error == XML_ERROR_INVALID_TOKEN || error == XML_ERROR_PARTIAL_CHAR;
+    return refuse(badCharacter && !IsWellFormedUTF8(text, size) ? Code::kBadText
+                                                                : Code::kNotAPropertyList);
+  }
+  PListDictionary* dictionary = AsDictionary(parse.builder.root());
+  if (dictionary == nullptr) return refuse(Code::kNotADictionary);
+  root = dictionary;
   return Status::OK();
 }
 
