@@ -23,7 +23,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -106,7 +105,7 @@ class TreeBuilder {
           // A key still waiting for its value is an error, unless it is
           // empty: plistlib tests the key's truth, and keeps the empty key
           // for the next value, wherever that comes.
-          if (m_key && !m_key->empty()) return Fail(Code::kNotAPropertyList);
+          if (m_hasKey && !m_key.empty()) return Fail(Code::kNotAPropertyList);
           m_open.pop_back();
         } else if (std::strcmp(name, "data") == 0) {
           PListData data;
@@ -134,11 +133,13 @@ class TreeBuilder {
         return;
       case 'k':
         if (std::strcmp(name, "key") == 0) {
-          if ((m_key && !m_key->empty()) || m_open.empty() || m_open.back().dictionary == nullptr) {
+          if ((m_hasKey && !m_key.empty()) || m_open.empty() ||
+              m_open.back().dictionary == nullptr) {
             return Fail(Code::kNotAPropertyList);
           }
           Charge(m_text.size());
-          m_key = std::move(m_text);
+          m_key.swap(m_text);  // both keep their buffers
+          m_hasKey = true;
           m_text.clear();
         }
         return;
@@ -197,13 +198,13 @@ class TreeBuilder {
   // open container cannot take it.
   bool Add(PListValue value) {
     Charge(kNodeCost);
-    if (m_key) {
+    if (m_hasKey) {
       if (m_open.empty() || m_open.back().dictionary == nullptr) {
         Fail(Code::kNotAPropertyList);
         return false;
       }
-      m_open.back().dictionary->Slot(m_key->data(), m_key->size()) = std::move(value);
-      m_key.reset();
+      m_open.back().dictionary->Slot(m_key.data(), m_key.size()) = std::move(value);
+      m_hasKey = false;
     } else if (m_open.empty()) {
       m_root = std::move(value);
     } else if (m_open.back().array != nullptr) {
@@ -220,7 +221,8 @@ class TreeBuilder {
   Code m_error = Code::kOk;
   std::size_t m_depth = 0;
   std::vector<Open> m_open;
-  std::optional<std::string> m_key;
+  bool m_hasKey = false;  // a key waits for its value in m_key
+  std::string m_key;
   std::string m_text;  // the text since the last start tag or value
   PListValue m_root;
 };

@@ -188,14 +188,17 @@ bool ParseXmlDate(const std::string& text, PListDate& date) {
 }
 
 bool DecodeBase64(const std::string& text, PListData& data) {
-  auto sextet = [](unsigned char c) -> int {
-    if (c >= 'A' && c <= 'Z') return c - 'A';
-    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-    if (c >= '0' && c <= '9') return c - '0' + 52;
-    if (c == '+') return 62;
-    if (c == '/') return 63;
-    return -1;
+  // The value of each character of the alphabet; 64 for every other byte.
+  struct Table {
+    unsigned char value[256];
+    Table() {
+      static const char kAlphabet[] =
+          "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+      std::memset(value, 64, sizeof(value));
+      for (unsigned i = 0; i < 64; ++i) value[static_cast<unsigned char>(kAlphabet[i])] = i;
+    }
   };
+  static const Table table;
   data.clear();
   data.reserve(text.size() / 4 * 3 + 3);
   unsigned position = 0;  // characters of the current group of four seen
@@ -207,10 +210,10 @@ bool DecodeBase64(const std::string& text, PListData& data) {
       if (position >= 2 && position + ++pads >= 4) return true;
       continue;
     }
-    const int value = sextet(static_cast<unsigned char>(c));
-    if (value < 0) continue;
+    const unsigned value = table.value[static_cast<unsigned char>(c)];
+    if (value == 64) continue;
     pads = 0;
-    bits = bits << 6 | static_cast<unsigned>(value);
+    bits = bits << 6 | value;
     if (position == 0) {
       position = 1;
     } else {
