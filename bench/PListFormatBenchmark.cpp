@@ -12,6 +12,7 @@
 //     plain_read, plain_write
 //   Save   one store and the save of a file of 1k, 10k and 100k entries
 //     Morv             through a settings node (time per save)
+//   ReadXml, WriteXml  the XML format beside libplist's (XmlFormatBenchmark.cpp)
 //
 // Names read Op/Implementation/Input; times are per call. The files live in
 // a temporary folder (XDG_CONFIG_HOME), removed at exit.
@@ -30,6 +31,7 @@
 
 #include "BenchFiles.h"
 #include "MorvSettings/MorvSettings.h"
+#include "XmlFormatBenchmark.h"
 #include "format/PListFormat.h"
 
 namespace {
@@ -196,6 +198,7 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark(("Floor/plain_write/" + size).c_str(), PlainWrite, file);
   }
   benchmark::RegisterBenchmark("Save/Morv", SaveEntries)->Arg(1000)->Arg(10000)->Arg(100000);
+  bench::RegisterXmlFormatBenchmarks();
   for (const SampleFile& file : Files()) {
     std::fprintf(stderr, "%s file: %zu bytes\n", file.name.c_str(), file.bytes.size());
   }

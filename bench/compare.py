@@ -4,12 +4,15 @@
 Benchmark names read Op/Implementation/Input. For every op, one table: a row
 per input, a column per implementation, each cell the median and the best
 throughput over the repetitions (or time when there is no throughput).
+Then, for every op that both have, the speed of one implementation over
+another's per input (medians; above 1 when the first is faster): by default
+the store ("Morv") over libplist.
 
-    bench/compare.py report.json
+    bench/compare.py report.json [--ratio Morv libplist]
 """
+import argparse
 import json
 import statistics
-import sys
 from collections import OrderedDict, defaultdict
 
 
@@ -20,7 +23,32 @@ def human(value, unit):
     return f"{value:.2f} {unit}"
 
 
-def main(path):
+def print_table(rows):
+    widths = [max(len(r[i]) for r in rows) for i in range(len(rows[0]))]
+    for r in rows:
+        print("  " + "  ".join(c.ljust(w) for c, w in zip(r, widths)))
+
+
+def print_ratios(runs, kinds, ops, first, second):
+    """Per op holding both implementations: first's speed over second's."""
+    for op, (impls, inputs) in ops.items():
+        if first not in impls or second not in impls:
+            continue
+        higher_is_better = kinds[op] == "B/s"
+        rows = [["input", f"{first} / {second}"]]
+        for inp in inputs:
+            a, b = runs.get((op, first, inp)), runs.get((op, second, inp))
+            if not a or not b:
+                continue
+            a, b = statistics.median(a), statistics.median(b)
+            speed = a / b if higher_is_better else b / a
+            rows.append([inp, f"{speed:.2f}x"])
+        if len(rows) > 1:
+            print(f"\n{op}: speed of {first} over {second}, medians")
+            print_table(rows)
+
+
+def main(path, ratio):
     with open(path) as f:
         report = json.load(f)
     runs = defaultdict(list)  # (op, impl, input) -> [values]
@@ -65,10 +93,15 @@ def main(path):
                 else:
                     row.append(f"{med:.1f} ({best:.1f})")
             rows.append(row)
-        widths = [max(len(r[i]) for r in rows) for i in range(len(header))]
-        for r in rows:
-            print("  " + "  ".join(c.ljust(w) for c, w in zip(r, widths)))
+        print_table(rows)
+    print_ratios(runs, kinds, ops, *ratio)
 
 
 if __name__ == "__main__":
-    main(sys.argv[1])
+    parser = argparse.ArgumentParser(description="Google Benchmark JSON report as tables")
+    parser.add_argument("report")
+    parser.add_argument("--ratio", nargs=2, metavar=("FIRST", "SECOND"),
+                        default=["Morv", "libplist"],
+                        help="the implementations whose speeds to compare (default: Morv libplist)")
+    args = parser.parse_args()
+    main(args.report, args.ratio)
