@@ -1,8 +1,10 @@
 // Hostile settings files: truncated, garbage, non-dictionary roots, cycles,
-// shared-reference blow-ups, absurd counts and offsets, deep nesting. Each
-// must make the open fail exactly as an unreadable file does: no crash, no
-// hang, memory bounded by a small multiple of the file's size, the file
-// untouched. Files just inside the limits must still load.
+// shared-reference blow-ups, absurd counts and offsets, deep nesting, and
+// XML made against readers that count tags in the raw text, expand entities
+// or fetch what a document names. Each must make the open fail exactly as
+// an unreadable file does: no crash, no hang, memory bounded by a small
+// multiple of the file's size, the file untouched (and kept aside when a
+// save replaces it). Files just inside the limits must still load.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -148,6 +150,39 @@ class HostilePList : public sandbox::SettingsSandbox {
     EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
     // Nothing was saved: not even a lock file was made.
     EXPECT_EQ(sandbox::List(UserFolder()), std::set<std::string>({"com.morv.P.plist"}));
+  }
+
+  // Puts `bytes` in the product's per-user file and saves a value there:
+  // the save must keep the refused file aside, byte for byte, and the new
+  // file must hold the value.
+  void ExpectKeptAsideOnSave(const std::string& bytes, const std::string& what) {
+    SCOPED_TRACE(what);
+    sandbox::RemoveTree(UserFolder());
+    sandbox::WriteFile(UserFile("P"), bytes);
+    {
+      Node node = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+      ASSERT_NE(node.Get(), nullptr);
+      EXPECT_TRUE(node->StoreInteger(std::string("fresh"), 1));
+    }
+    std::string aside;
+    for (const std::string& name : sandbox::List(UserFolder())) {
+      if (name.rfind("com.morv.P.plist.unreadable-", 0) == 0) aside = name;
+    }
+    ASSERT_FALSE(aside.empty()) << "the refused file was not kept";
+    EXPECT_TRUE(sandbox::ReadFile(UserFolder() + "/" + aside) == bytes);
+    Node reread = fixtures::Open("Settings/P", mvcs::MORVSETTINGSTYPE_USER);
+    ASSERT_NE(reread.Get(), nullptr);
+    long long fresh = 0;
+    EXPECT_TRUE(reread->FetchInteger(std::string("fresh"), fresh));
+    EXPECT_EQ(fresh, 1);
+    sandbox::RemoveTree(UserFolder());
+  }
+
+  // Both: the open refuses the file as unreadable, a save keeps it aside.
+  void ExpectHandledAsUnreadable(const std::string& bytes, const std::string& what) {
+    sandbox::RemoveTree(UserFolder());
+    ExpectRefusedLikeUnreadable(bytes, what);
+    ExpectKeptAsideOnSave(bytes, what);
   }
 };
 
@@ -394,6 +429,191 @@ TEST_F(HostilePList, SharedLeafObjectsWithinBudgetLoad) {
   mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
   ASSERT_TRUE(mvcs::ParsePropertyList(builder.Bytes(top), tree).ok());
   EXPECT_EQ(tree->GetEntries().size(), 2000u);
+}
+
+// --- XML against tag counting, entity expansion and fetching -------------------
+
+const char kXmlHead[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">";
+
+// Seconds that `parse` takes, and its result in `status`.
+template <typename Parse>
+double Timed(Parse parse, mvcs::Status& status) {
+  const auto start = std::chrono::steady_clock::now();
+  status = parse();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+mvcs::Status Parse(const std::string& bytes) {
+  mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+  return mvcs::ParsePropertyList(bytes, tree);
+}
+
+// `levels` dictionaries, each inside the one before, each followed by
+// `hidden` (a comment or CDATA section around "</dict>", which closes
+// nothing); the real closing tags follow only when `close`.
+std::string HiddenClosers(std::size_t levels, const std::string& hidden, bool close) {
+  std::string text = std::string(kXmlHead) + "<dict>";
+  const std::string level = "<key>k</key><dict>" + hidden;
+  text.reserve(text.size() + levels * (level.size() + 7) + 20);
+  for (std::size_t i = 0; i < levels; ++i) text += level;
+  for (std::size_t i = 0; close && i < levels; ++i) text += "</dict>";
+  return text + "</dict></plist>";
+}
+
+// An XML property list of exactly `size` bytes: one long string.
+std::string XmlOfSize(std::size_t size) {
+  const std::string head = std::string(kXmlHead) + "<dict><key>k</key><string>";
+  const std::string tail = "</string></dict></plist>";
+  return head + std::string(size - head.size() - tail.size(), 'x') + tail;
+}
+
+// The string under `key` in `tree`, or "(none)".
+std::string StringAt(const mvcs::PListDictionary& tree, const std::string& key) {
+  const auto* entry = tree.GetEntries().Find(key.data(), key.size());
+  const std::string* text = entry != nullptr ? std::get_if<std::string>(&entry->second) : nullptr;
+  return text != nullptr ? *text : "(none)";
+}
+
+TEST_F(HostilePList, XmlNestingHiddenFromTagCountsIsRefused) {
+  const struct {
+    const char* what;
+    std::string bytes;
+  } cases[] = {
+      {"400000 dictionaries closed only inside comments",
+       HiddenClosers(400000, "<!--</dict>-->", false)},
+      {"400000 dictionaries with closers inside CDATA, then closed",
+       HiddenClosers(400000, "<![CDATA[</dict>]]>", true)},
+      {"400000 dictionaries with closers inside processing instructions, then closed",
+       HiddenClosers(400000, "<?pi </dict>?>", true)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    mvcs::Status status;
+    const double seconds = Timed([&] { return Parse(c.bytes); }, status);
+    EXPECT_TRUE(status.code() == mvcs::Status::Code::kTooDeep ||
+                status.code() == mvcs::Status::Code::kNotAPropertyList)
+        << status.ToString();
+    EXPECT_LT(seconds, 3.0);
+    ExpectHandledAsUnreadable(c.bytes, c.what);
+  }
+}
+
+TEST_F(HostilePList, XmlTagsInsideCommentsAndCdataCountForNothing) {
+  std::string tags;
+  for (int i = 0; i < 5000; ++i) tags += "<dict><array>";
+  const std::string bytes = fixtures::Plist(
+      "<!--" + tags + "-->" + fixtures::Key("c", "<string><![CDATA[" + tags + "]]></string>") +
+      "<?pi " + tags + "?>" + fixtures::Key("n", fixtures::Integer(7)) +
+      fixtures::Key("e", fixtures::String("&lt;dict&gt;<!--" + tags + "-->")) + "<!--" + tags +
+      "-->");
+  mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+  const mvcs::Status status = mvcs::ParsePropertyList(bytes, tree);
+  ASSERT_TRUE(status.ok()) << status.ToString();
+  EXPECT_EQ(tree->GetEntries().size(), 3u);
+  EXPECT_TRUE(StringAt(*tree, "c") == tags);
+  EXPECT_EQ(StringAt(*tree, "e"), "<dict>");
+  const auto* n = tree->GetEntries().Find("n", 1);
+  ASSERT_NE(n, nullptr);
+  const auto* integer = std::get_if<mvcs::PListInteger>(&n->second);
+  ASSERT_NE(integer, nullptr);
+  EXPECT_EQ(integer->bits, 7);
+}
+
+TEST_F(HostilePList, XmlEntityDeclarationsAreRefused) {
+  // Ten levels of ten references each: 10^10 copies of "lol" if expanded.
+  std::string laughs = "<!ENTITY l0 \"lol\">";
+  for (int level = 1; level <= 10; ++level) {
+    std::string refs;
+    for (int i = 0; i < 10; ++i) refs += "&l" + std::to_string(level - 1) + ";";
+    laughs += "<!ENTITY l" + std::to_string(level) + " \"" + refs + "\">";
+  }
+  // One 100 KB entity referenced 50000 times: 5 GB from 250 KB.
+  std::string quadratic;
+  for (int i = 0; i < 50000; ++i) quadratic += "&a;";
+  const std::string plist = "<plist version=\"1.0\"><dict><key>k</key><string>";
+  const struct {
+    const char* what;
+    std::string bytes;
+  } cases[] = {
+      {"billion laughs", "<?xml version=\"1.0\"?><!DOCTYPE plist [" + laughs + "]>" + plist +
+                             "&l10;</string></dict></plist>"},
+      {"billion laughs in a key",
+       "<?xml version=\"1.0\"?><!DOCTYPE plist [" + laughs +
+           "]><plist version=\"1.0\"><dict><key>&l10;</key><true/></dict></plist>"},
+      {"quadratic blow-up", "<?xml version=\"1.0\"?><!DOCTYPE plist [<!ENTITY a \"" +
+                                std::string(100000, 'a') + "\">]>" + plist + quadratic +
+                                "</string></dict></plist>"},
+      {"an entity declared and never used",
+       "<?xml version=\"1.0\"?><!DOCTYPE plist [<!ENTITY x \"y\">]>" + plist +
+           "z</string></dict></plist>"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    mvcs::Status status;
+    const double seconds = Timed([&] { return Parse(c.bytes); }, status);
+    EXPECT_EQ(status.code(), mvcs::Status::Code::kNotAPropertyList) << status.ToString();
+    EXPECT_LT(seconds, 2.0);
+    ExpectHandledAsUnreadable(c.bytes, c.what);
+  }
+}
+
+TEST_F(HostilePList, XmlExternalEntitiesAreNeverFetched) {
+  const std::string secret = m_root + "/secret.xml";
+  sandbox::WriteFile(secret, "<string>secret</string>");
+  const std::string dtd = m_root + "/entities.dtd";
+  sandbox::WriteFile(dtd, "<!ENTITY x \"secret\">");
+  const std::string value = "<plist version=\"1.0\"><dict><key>k</key>";
+  const struct {
+    const char* what;
+    std::string bytes;
+  } cases[] = {
+      {"an external entity naming /etc/passwd",
+       "<?xml version=\"1.0\"?><!DOCTYPE plist [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>" +
+           value + "<string>&x;</string></dict></plist>"},
+      {"an external entity naming a property-list fragment",
+       "<?xml version=\"1.0\"?><!DOCTYPE plist [<!ENTITY x SYSTEM \"file://" + secret + "\">]>" +
+           value + "&x;</dict></plist>"},
+      {"an external parameter entity",
+       "<?xml version=\"1.0\"?><!DOCTYPE plist [<!ENTITY % p SYSTEM \"file://" + dtd + "\">%p;]>" +
+           value + "<string>&x;</string></dict></plist>"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+    const mvcs::Status status = mvcs::ParsePropertyList(c.bytes, tree);
+    EXPECT_EQ(status.code(), mvcs::Status::Code::kNotAPropertyList) << status.ToString();
+    EXPECT_EQ(tree.Get(), nullptr);
+    ExpectHandledAsUnreadable(c.bytes, c.what);
+  }
+  // A document type whose external subset declares the entity: the subset
+  // is never read, so the reference stays undefined, and (the document not
+  // being standalone) is skipped, as plistlib reads it.
+  const std::string external = "<?xml version=\"1.0\"?><!DOCTYPE plist SYSTEM \"file://" + dtd +
+                               "\">" + value + "<string>a&x;b</string></dict></plist>";
+  mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+  const mvcs::Status status = mvcs::ParsePropertyList(external, tree);
+  ASSERT_TRUE(status.ok()) << status.ToString();
+  EXPECT_EQ(StringAt(*tree, "k"), "ab");
+}
+
+TEST_F(HostilePList, XmlOverTheSizeLimitIsRefused) {
+  const std::string bytes = XmlOfSize(mvcs::kMaxSettingsFileSize + 1);
+  EXPECT_EQ(Parse(bytes).code(), mvcs::Status::Code::kTooLarge);
+  ExpectHandledAsUnreadable(bytes, "XML of 64 MiB and one byte");
+}
+
+TEST_F(HostilePList, XmlAtTheSizeLimitLoads) {
+  const std::string bytes = XmlOfSize(mvcs::kMaxSettingsFileSize);
+  mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+  mvcs::Status status;
+  const double seconds = Timed([&] { return mvcs::ParsePropertyList(bytes, tree); }, status);
+  ASSERT_TRUE(status.ok()) << status.ToString();
+  const std::string text = StringAt(*tree, "k");
+  EXPECT_EQ(text.size(),
+            bytes.size() - (sizeof kXmlHead - 1) -
+                std::string("<dict><key>k</key><string></string></dict></plist>").size());
+  EXPECT_EQ(text.find_first_not_of('x'), std::string::npos);
+  EXPECT_LT(seconds, MORV_UNDER_ASAN ? 20.0 : 4.0);
 }
 
 }  // namespace
