@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "PListListing.h"
+#include "RandomPListTrees.h"
 #include "SettingsSandbox.h"
 #include "format/BinaryPListReader.h"
 #include "format/BinaryPListWriter.h"
@@ -65,101 +66,6 @@ Trailer TrailerOf(const std::string& bytes) {
   for (int i = 8; i < 16; ++i) objects = objects << 8 | t[i];
   return {t[6], t[7], objects};
 }
-
-// --- Random trees -------------------------------------------------------------
-
-class RandomTrees {
- public:
-  explicit RandomTrees(unsigned seed, bool sets = true) : m_random(seed), m_sets(sets) {}
-
-  Tree Make() {
-    Tree tree = NewTree();
-    Fill(*tree, 1);
-    return tree;
-  }
-
- private:
-  std::size_t Pick(std::size_t n) {
-    return std::uniform_int_distribution<std::size_t>(0, n - 1)(m_random);
-  }
-
-  std::string Text() {
-    static const char* const kWords[] = {
-        "Count", "Name", "k", "", "\xC3\xA9t\xC3\xA9", "\xE4\xB8\x96", "\xF0\x9F\x8C\x8D", "Path"};
-    std::string text = kWords[Pick(8)];
-    if (Pick(3) == 0) text += std::to_string(Pick(1000));
-    if (Pick(10) == 0) text += std::string(Pick(40), 'x');
-    return text;
-  }
-
-  void Fill(PListDictionary& dictionary, std::size_t depth) {
-    static const std::size_t kSizes[] = {0, 1, 2, 5, 14, 15, 16, 30};
-    const std::size_t size = kSizes[Pick(8)];
-    for (std::size_t i = 0; i < size; ++i) dictionary.Set(Text(), Value(depth));
-  }
-
-  PListValue Value(std::size_t depth) {
-    const std::size_t kind = Pick(depth < 4 ? 11 : 9);
-    switch (kind) {
-      case 0: {
-        static const long long kIntegers[] = {0,
-                                              1,
-                                              255,
-                                              256,
-                                              65535,
-                                              65536,
-                                              4294967295LL,
-                                              4294967296LL,
-                                              -1,
-                                              std::numeric_limits<long long>::min(),
-                                              std::numeric_limits<long long>::max()};
-        return mvcs::PListInteger{kIntegers[Pick(11)], false};
-      }
-      case 1:
-        return mvcs::PListInteger{-static_cast<long long>(Pick(1000)) - 1, true};  // 2^64 - n
-      case 2: {
-        static const double kReals[] = {0.0,
-                                        -0.0,
-                                        0.1,
-                                        1e300,
-                                        5e-324,
-                                        std::numeric_limits<double>::infinity(),
-                                        std::numeric_limits<double>::quiet_NaN()};
-        return mvcs::PListReal{kReals[Pick(7)]};
-      }
-      case 3:
-        return Pick(2) == 0;
-      case 4:
-        return Text();
-      case 5: {
-        mvcs::PListData data(Pick(300));
-        for (unsigned char& byte : data) byte = static_cast<unsigned char>(Pick(256));
-        return data;
-      }
-      case 6:
-        return mvcs::PListDate{static_cast<double>(Pick(1000000000)) / 7};
-      case 7:
-        return mvcs::PListUid{Pick(2) == 0 ? Pick(300) : ~static_cast<std::uint64_t>(Pick(300))};
-      case 8:
-        return Text();
-      case 9: {
-        PListDictionaryRef child = NewDictionary();
-        Fill(*child, depth + 1);
-        return child;
-      }
-      default: {
-        auto array = std::make_shared<PListArray>();
-        array->isSet = m_sets && Pick(4) == 0;
-        const std::size_t size = Pick(17);
-        for (std::size_t i = 0; i < size; ++i) array->items.push_back(Value(depth + 1));
-        return PListArrayRef(std::move(array));
-      }
-    }
-  }
-
-  std::mt19937 m_random;
-  bool m_sets;
-};
 
 // --- What it writes -------------------------------------------------------------
 
@@ -235,7 +141,7 @@ TEST(BinaryPListWriter, RefusesWhatCouldNotBeReadBack) {
 }
 
 TEST(BinaryPListWriter, RandomTreesReadBackTheSameAndWriteTheSameBytes) {
-  RandomTrees trees(20261123);
+  randomtrees::RandomTrees trees(20261123);
   for (int i = 0; i < 3000; ++i) {
     const Tree tree = trees.Make();
     const std::string bytes = Write(*tree);
@@ -273,7 +179,7 @@ class BinaryPListWriterInterop : public sandbox::SettingsSandbox {};
 
 TEST_F(BinaryPListWriterInterop, PlistlibAndLibplistReadTheSameTree) {
   // plistlib has no sets; libplist neither.
-  RandomTrees trees(42, false);
+  randomtrees::RandomTrees trees(42, false);
   std::vector<Tree> written;
   for (int i = 0; i < 300; ++i) {
     written.push_back(trees.Make());

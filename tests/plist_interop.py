@@ -7,11 +7,17 @@ files that the store writes must read correctly here.
 
     plist_interop.py write-fixture binary|xml PATH
         Writes the reference fixture (every kind of entry) to PATH.
-    plist_interop.py dump PATH
+    plist_interop.py dump [--escaped] PATH
         Prints every entry of the property list at PATH, one per line:
         key path, type, value (sorted keys, so the output is canonical).
+        With --escaped, keys and strings show every character outside
+        printable ASCII (and the backslash) as \\x{HEX}, unquoted, and a
+        NaN with its sign bit set as -nan: every value can be told exactly.
+    plist_interop.py xml-again PATH
+        Prints the XML that plistlib writes for what it reads at PATH.
 """
 import datetime
+import math
 import plistlib
 import sys
 
@@ -56,23 +62,34 @@ def fixture(binary):
     }
 
 
-def describe(value, path, lines):
+def escaped(text):
+    return "".join(c if " " <= c <= "~" and c != "\\" else "\\x{%X}" % ord(c) for c in text)
+
+
+def real_text(value, exact):
+    if exact and math.isnan(value) and math.copysign(1.0, value) < 0:
+        return "-nan"
+    return repr(value)
+
+
+def describe(value, path, lines, exact=False):
+    show = escaped if exact else str
     if isinstance(value, dict):
         lines.append("%s\tdict\t%d" % (path, len(value)))
         for key in sorted(value):
-            describe(value[key], path + "/" + key, lines)
+            describe(value[key], path + "/" + show(key), lines, exact)
     elif isinstance(value, list):
         lines.append("%s\tarray\t%d" % (path, len(value)))
         for index, item in enumerate(value):
-            describe(item, "%s[%d]" % (path, index), lines)
+            describe(item, "%s[%d]" % (path, index), lines, exact)
     elif isinstance(value, bool):  # before int: bool is an int in Python
         lines.append("%s\tbool\t%s" % (path, value))
     elif isinstance(value, int):
         lines.append("%s\tint\t%d" % (path, value))
     elif isinstance(value, float):
-        lines.append("%s\treal\t%r" % (path, value))
+        lines.append("%s\treal\t%s" % (path, real_text(value, exact)))
     elif isinstance(value, str):
-        lines.append("%s\tstr\t%r" % (path, value))
+        lines.append("%s\tstr\t%s" % (path, escaped(value) if exact else repr(value)))
     elif isinstance(value, bytes):
         lines.append("%s\tbytes\t%s" % (path, value.hex()))
     elif isinstance(value, datetime.datetime):
@@ -90,12 +107,16 @@ def main(argv):
             plistlib.dump(fixture(binary), out,
                           fmt=plistlib.FMT_BINARY if binary else plistlib.FMT_XML)
         return 0
-    if len(argv) == 3 and argv[1] == "dump":
-        with open(argv[2], "rb") as source:
+    if len(argv) in (3, 4) and argv[1] == "dump" and (len(argv) == 3 or argv[2] == "--escaped"):
+        with open(argv[-1], "rb") as source:
             root = plistlib.load(source)
         lines = []
-        describe(root, "", lines)
+        describe(root, "", lines, len(argv) == 4)
         sys.stdout.buffer.write(("\n".join(lines) + "\n").encode("utf-8"))
+        return 0
+    if len(argv) == 3 and argv[1] == "xml-again":
+        with open(argv[2], "rb") as source:
+            sys.stdout.buffer.write(plistlib.dumps(plistlib.load(source), fmt=plistlib.FMT_XML))
         return 0
     sys.stderr.write(__doc__)
     return 2

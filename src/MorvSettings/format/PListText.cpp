@@ -7,34 +7,40 @@
 
 namespace mvcs {
 
+std::size_t UTF8SequenceLength(const unsigned char* p, const unsigned char* end) {
+  const unsigned char b0 = *p;
+  std::size_t length;
+  unsigned char low = 0x80, high = 0xBF;  // bounds of the second byte
+  if (b0 >= 0xC2 && b0 <= 0xDF) {
+    length = 2;
+  } else if (b0 >= 0xE0 && b0 <= 0xEF) {
+    length = 3;
+    if (b0 == 0xE0) low = 0xA0;
+    if (b0 == 0xED) high = 0x9F;
+  } else if (b0 >= 0xF0 && b0 <= 0xF4) {
+    length = 4;
+    if (b0 == 0xF0) low = 0x90;
+    if (b0 == 0xF4) high = 0x8F;
+  } else {
+    return 0;
+  }
+  if (static_cast<std::size_t>(end - p) < length || p[1] < low || p[1] > high) return 0;
+  for (std::size_t i = 2; i < length; ++i) {
+    if (p[i] < 0x80 || p[i] > 0xBF) return 0;
+  }
+  return length;
+}
+
 bool IsWellFormedUTF8(const char* text, std::size_t size) {
   const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
   const unsigned char* const end = p + size;
   while (p < end) {
-    const unsigned char b0 = *p;
-    if (b0 < 0x80) {
+    if (*p < 0x80) {
       ++p;
       continue;
     }
-    int length;
-    unsigned char low = 0x80, high = 0xBF;  // bounds of the second byte
-    if (b0 >= 0xC2 && b0 <= 0xDF) {
-      length = 2;
-    } else if (b0 >= 0xE0 && b0 <= 0xEF) {
-      length = 3;
-      if (b0 == 0xE0) low = 0xA0;
-      if (b0 == 0xED) high = 0x9F;
-    } else if (b0 >= 0xF0 && b0 <= 0xF4) {
-      length = 4;
-      if (b0 == 0xF0) low = 0x90;
-      if (b0 == 0xF4) high = 0x8F;
-    } else {
-      return false;
-    }
-    if (end - p < length || p[1] < low || p[1] > high) return false;
-    for (int i = 2; i < length; ++i) {
-      if (p[i] < 0x80 || p[i] > 0xBF) return false;
-    }
+    const std::size_t length = UTF8SequenceLength(p, end);
+    if (length == 0) return false;
     p += length;
   }
   return true;

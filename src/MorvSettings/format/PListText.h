@@ -21,6 +21,11 @@ inline bool IsWellFormedUTF8(const std::string& text) {
   return IsWellFormedUTF8(text.data(), text.size());
 }
 
+// The length of the well-formed UTF-8 sequence that starts at `p` (before
+// `end`) with a byte of 0x80 or more: 2 to 4, or 0 when there is none (no
+// overlong forms, no surrogates, nothing above U+10FFFF, nothing cut off).
+std::size_t UTF8SequenceLength(const unsigned char* p, const unsigned char* end);
+
 // Whether `text` is a string a settings tree may hold: well-formed UTF-8
 // without U+0000.
 bool IsTreeText(const char* text, std::size_t size);
