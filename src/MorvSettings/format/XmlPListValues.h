@@ -41,7 +41,8 @@ bool ParseXmlDate(const std::string& text, PListDate& date);
 bool DecodeBase64(const std::string& text, PListData& data);
 
 // Days from 1970-01-01 to the given day of the proleptic Gregorian
-// calendar (negative before), and back. `month` is 1 to 12, `day` 1 to 31.
+// calendar (negative before), and back: the calendar of XML dates, read
+// and written. `month` is 1 to 12, `day` 1 to 31.
 std::int64_t DaysFromCivil(std::int64_t year, unsigned month, unsigned day);
 void CivilFromDays(std::int64_t days, std::int64_t& year, unsigned& month, unsigned& day);
 

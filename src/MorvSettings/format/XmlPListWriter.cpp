@@ -18,6 +18,7 @@
 
 #include "PListLimits.h"
 #include "PListText.h"
+#include "XmlPListValues.h"
 
 namespace mvcs {
 
@@ -120,40 +121,6 @@ void AppendShown(std::string& out, const std::string& text) {
     }
     p += length;
   }
-}
-
-// A date of the proleptic Gregorian calendar.
-struct CivilDate {
-  long long year;
-  unsigned month, day;
-};
-
-// The date `days` days after 2001-01-01 (before it when negative).
-CivilDate CivilFromDays(long long days) {
-  // Counted from 2000-03-01, the first day of a 400-year cycle whose years
-  // begin in March, so that each leap day is the last day of its year:
-  // 2001-01-01 is day 306 of that cycle.
-  constexpr long long kCycle = 146097;  // days in 400 years
-  const long long shifted = days + 306;
-  const long long cycle = (shifted >= 0 ? shifted : shifted - (kCycle - 1)) / kCycle;
-  long long day = shifted - cycle * kCycle;  // 0 .. 146096
-  // Three centuries of 36524 days, the fourth one day longer; in each,
-  // four-year spans of 1461 days (the last of a century's one less), and
-  // in each span three years of 365 days and a fourth of 366.
-  const long long century = day / 36524 < 3 ? day / 36524 : 3;
-  day -= century * 36524;
-  const long long span = day / 1461;
-  day -= span * 1461;
-  const long long yearInSpan = day / 365 < 3 ? day / 365 : 3;
-  day -= yearInSpan * 365;  // 0 .. 365, from March 1
-  // The months from March have 31, 30, 31, 30, 31 days, twice, then
-  // January and February: a 153-day pattern of five months.
-  const unsigned fromMarch = static_cast<unsigned>((5 * day + 2) / 153);
-  const unsigned dayOfMonth = static_cast<unsigned>(day - (153 * fromMarch + 2) / 5 + 1);
-  const unsigned month = fromMarch < 10 ? fromMarch + 3 : fromMarch - 9;
-  const long long year =
-      2000 + 400 * cycle + 100 * century + 4 * span + yearInSpan + (month <= 2 ? 1 : 0);
-  return {year, month, dayOfMonth};
 }
 
 // The text being written: one buffer, written through a cursor, grown by
@@ -552,20 +519,22 @@ class Writer {
     // Years 1 to 9999 lie well within +-1e12 seconds of 2001 (and NaN
     // fails both comparisons).
     if (!(floored > -1e12 && floored < 1e12)) return RefuseDate(seconds);
-    const long long whole = static_cast<long long>(floored);
-    const long long days = (whole >= 0 ? whole : whole - 86399) / 86400;
+    const long long whole = static_cast<long long>(floored) + kReferenceDateUnixSeconds;
+    const long long days = (whole >= 0 ? whole : whole - 86399) / 86400;  // since 1970
     const long long inDay = whole - days * 86400;
-    const CivilDate date = CivilFromDays(days);
-    if (date.year < 1 || date.year > 9999) return RefuseDate(seconds);
+    std::int64_t year;
+    unsigned month, day;
+    CivilFromDays(days, year, month, day);
+    if (year < 1 || year > 9999) return RefuseDate(seconds);
     m_out.Room(sizeof("<date>YYYY-MM-DDTHH:MM:SSZ</date>\n"));
     char* out = m_out.Cursor();
     std::memcpy(out, "<date>0000-00-00T00:00:00Z</date>\n", 34);
     auto digits = [](char* at, long long value, int width) {
       for (int i = width - 1; i >= 0; --i, value /= 10) at[i] = static_cast<char>('0' + value % 10);
     };
-    digits(out + 6, date.year, 4);
-    digits(out + 11, date.month, 2);
-    digits(out + 14, date.day, 2);
+    digits(out + 6, year, 4);
+    digits(out + 11, month, 2);
+    digits(out + 14, day, 2);
     digits(out + 17, inDay / 3600, 2);
     digits(out + 20, inDay / 60 % 60, 2);
     digits(out + 23, inDay % 60, 2);
