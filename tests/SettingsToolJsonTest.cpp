@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,11 +39,11 @@ class SettingsToolJson : public tool::SettingsTool {
     return Canonical(Ok(arguments));
   }
 
-  // plistlib's reference fixture (every kind of entry) as product
-  // "Product"'s per-user file.
+  // plistlib's reference fixture (every kind of entry, and keys and
+  // strings holding U+0000) as product "Product"'s per-user file.
   void WriteFixture() {
     sandbox::WriteFile(UserFile("Product"), "");
-    ASSERT_EQ(plistlib::WriteFixture("binary", UserFile("Product")), 0);
+    ASSERT_EQ(plistlib::WriteFixture("binary-zero", UserFile("Product")), 0);
   }
 
   // plistlib's listing of a product's node in its per-user file, with the
@@ -88,9 +90,16 @@ TEST_F(SettingsToolJson, EachKindHasItsDocumentedForm) {
            {"date", "{\"$date\":\"2026-11-21T12:34:56Z\"}"},
            {"empty_dict", "{}"},
            {"uid", "{\"$uid\":7}"},
+           {"nul_ascii", "\"a\\u0000b\""},
        }) {
     EXPECT_EQ(ReadJson({"Product", kind.name}), kind.json) << kind.name;
   }
+  // U+0000 is written \u0000, in keys and strings alike.
+  EXPECT_EQ(Ok({"read", "--json", "Product", "nul_unicode"}), "\"\xC3\xA9\\u0000\xE4\xB8\x96\"\n");
+  const std::string node = Ok({"read", "--json", "Product"});
+  EXPECT_NE(node.find("\"key\\u0000with zero\":\"value under a key with U+0000\""),
+            std::string::npos);
+  EXPECT_NE(node.find("\"\xC3\xA9\\u0000dict\":{\"inner\\u0000\":\"\\u0000\"}"), std::string::npos);
   // All 256 byte values, in base64.
   std::string bytes;
   for (int i = 0; i < 256; ++i) bytes += static_cast<char>(i);
@@ -170,13 +179,40 @@ TEST_F(SettingsToolJson, ImportOfWhatIsNotASettingsNodeChangesNothing) {
                 ": at /a: unknown marker $secret (a dictionary whose only key starts with $ is "
                 "written {\"$dictionary\": ...})" +
                 tail},
-           {"{\"a\": \"nul \\u0000 inside\"}",
-            file + " holds what a settings file cannot (a key twice, or text with U+0000)" + tail},
        }) {
     sandbox::WriteFile(file, bad.json);
     Fails({"import", "--json", "P", file}, 1, bad.message);
     EXPECT_EQ(sandbox::ReadFile(UserFile("P")), before) << bad.json;
   }
+}
+
+// A file that another program wrote with U+0000 in keys and strings is read
+// and written back whole by a write of another entry, nothing kept aside;
+// the plain (not JSON) forms show such entries as C strings would.
+TEST_F(SettingsToolJson, KeysAndStringsHoldingZeroSurviveAWrite) {
+  WriteFixture();
+  const std::vector<std::string> before = Listing("Product");
+  Ok({"write", "Product", "Probe", "int", "1"});
+  EXPECT_EQ(sandbox::List(UserFolder()),
+            std::set<std::string>({"com.morv.Product.plist", "com.morv.Product.plist.lock"}));
+  std::vector<std::string> expected = before;
+  for (std::string& line : expected) {
+    if (line.compare(0, 6, "\tdict\t") == 0)
+      line = "\tdict\t" + std::to_string(std::stoul(line.substr(6)) + 1);
+  }
+  expected.push_back("/Probe\tint\t1");
+  std::vector<std::string> after = Listing("Product");
+  std::sort(expected.begin(), expected.end());
+  std::sort(after.begin(), after.end());
+  EXPECT_EQ(after, expected);
+  const char kZeroKey[] = "/key\0with zero\tstr\t'value under a key with U+0000'";
+  EXPECT_NE(std::find(after.begin(), after.end(), std::string(kZeroKey, sizeof(kZeroKey) - 1)),
+            after.end());
+  EXPECT_NE(std::find(after.begin(), after.end(), "/nul_ascii\tstr\t'a\\x00b'"), after.end());
+  EXPECT_EQ(Ok({"read", "Product", "nul_ascii"}), "a\n");
+  const std::string list = Ok({"list", "Product"});
+  EXPECT_EQ(list.find('\0'), std::string::npos);
+  EXPECT_NE(list.find("\nnul_ascii\n"), std::string::npos);
 }
 
 TEST_F(SettingsToolJson, ReadWithATypeGivesThatTypesJson) {

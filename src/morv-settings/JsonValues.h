@@ -9,7 +9,7 @@
 //   real        a number with a fraction or an exponent ("5.0"); NaN and the
 //               infinities as {"$real": "nan" | "inf" | "-inf"}
 //   boolean     true, false
-//   string      a string
+//   string      a string (U+0000 as \u0000, like every control character)
 //   data        {"$data": "<base64>"}
 //   date        {"$date": "2026-11-21T12:34:56Z"} (UTC, ISO 8601, with the
 //               fraction of a second when there is one); a date beyond the

@@ -45,6 +45,11 @@ Status WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes,
 }
 
 Status WriteXmlPropertyList(const PListDictionary& root, std::string& bytes) {
+  // XML 1.0 has no form of U+0000, not even as a character reference.
+  if (HoldsZeroText(root)) {
+    return Status::Refused(Status::Code::kBadText, Status::Operation::kSerialise,
+                           "XML cannot hold a key or string with U+0000");
+  }
   return WriteXmlPList(root, bytes);
 }
 

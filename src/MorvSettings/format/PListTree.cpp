@@ -141,7 +141,25 @@ struct SameAs {
   }
 };
 
+bool HoldsZero(const std::string& text) { return text.find('\0') != std::string::npos; }
+
+bool ValueHoldsZeroText(const PListValue& value) {
+  if (const PListDictionary* dictionary = AsDictionary(value)) return HoldsZeroText(*dictionary);
+  if (const PListArrayRef* array = std::get_if<PListArrayRef>(&value)) {
+    return std::any_of((*array)->items.begin(), (*array)->items.end(), ValueHoldsZeroText);
+  }
+  const std::string* text = std::get_if<std::string>(&value);
+  return text != nullptr && HoldsZero(*text);
+}
+
 }  // namespace
+
+bool HoldsZeroText(const PListDictionary& root) {
+  for (const auto& entry : root.GetEntries()) {
+    if (HoldsZero(entry.first) || ValueHoldsZeroText(entry.second)) return true;
+  }
+  return false;
+}
 
 bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof(a)) == 0; }
 

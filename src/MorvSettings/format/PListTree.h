@@ -220,6 +220,9 @@ void PListDictionaryRef::Assign(PListDictionary* dictionary) {
 bool SameTree(const PListDictionary& a, const PListDictionary& b);
 bool SameValue(const PListValue& a, const PListValue& b);
 
+// Whether a key or string of the tree, at any depth, holds U+0000.
+bool HoldsZeroText(const PListDictionary& root);
+
 // Whether two reals are the same as a file holds them: by their bits, so
 // NaN equals itself and 0.0 differs from -0.0. Both comparisons use it.
 bool SameBits(double a, double b);
