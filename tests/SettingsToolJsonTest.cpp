@@ -46,6 +46,15 @@ class SettingsToolJson : public tool::SettingsTool {
     ASSERT_EQ(plistlib::WriteFixture("binary-zero", UserFile("Product")), 0);
   }
 
+  // Imports `json` into `product` with import --json, and gives what
+  // read --json then prints for the product.
+  std::string ImportThenRead(const std::string& product, const std::string& json) {
+    const std::string file = m_root + "/" + product + ".json";
+    sandbox::WriteFile(file, json);
+    Ok({"import", "--json", product, file});
+    return Ok({"read", "--json", product});
+  }
+
   // plistlib's listing of a product's node in its per-user file, with the
   // paths made relative to it.
   std::vector<std::string> Listing(const std::string& product) {
@@ -127,6 +136,8 @@ TEST_F(SettingsToolJson, MarkersAndEscapesRoundTrip) {
   const std::string json =
       "{\"Set\":{\"$set\":[1,\"a\",true]},"
       "\"NaN\":{\"$real\":\"nan\"},\"Inf\":{\"$real\":\"inf\"},\"MinusInf\":{\"$real\":\"-inf\"},"
+      "\"MinusNaN\":{\"$real\":\"nan:fff8000000000000\"},"
+      "\"Payload\":{\"$real\":\"nan:7ff0000000000123\"},"
       "\"Escaped\":{\"$dictionary\":{\"$data\":\"not data\"}},"
       "\"Nested\":{\"$dictionary\":{\"$x\":{\"$dictionary\":{\"$y\":1}}}},"
       "\"Fraction\":{\"$date\":\"2026-11-21T12:34:56.25Z\"},"
@@ -134,10 +145,7 @@ TEST_F(SettingsToolJson, MarkersAndEscapesRoundTrip) {
       "\"FarOut\":{\"$date\":1e+300},"
       "\"Uid\":{\"$uid\":18446744073709551615},"
       "\"Key With / And Space\":{\"\xC3\x9C\":\"\xF0\x9F\x8C\x8D\"}}";
-  sandbox::WriteFile(m_root + "/in.json", json);
-  Ok({"import", "--json", "P", m_root + "/in.json"});
-  const std::string back = Ok({"read", "--json", "P"});
-  EXPECT_EQ(Canonical(back), Canonical(json));
+  EXPECT_EQ(Canonical(ImportThenRead("P", json)), Canonical(json));
 }
 
 TEST_F(SettingsToolJson, ImportMergesLikeAPropertyListImport) {
@@ -173,7 +181,9 @@ TEST_F(SettingsToolJson, ImportOfWhatIsNotASettingsNodeChangesNothing) {
             notANode + ": at /a: $date holds no date like 2026-11-21T12:34:56Z" + tail},
            {"{\"a\": {\"$uid\": -1}}", notANode + ": at /a: $uid holds no whole number" + tail},
            {"{\"a\": {\"$real\": \"big\"}}",
-            notANode + ": at /a: $real holds none of nan, inf, -inf" + tail},
+            notANode + ": at /a: $real holds none of nan, nan:<16 hex digits>, inf, -inf" + tail},
+           {"{\"a\": {\"$date\": \"2000-12-31T23:59:59.Z\"}}",
+            notANode + ": at /a: $date holds no date like 2026-11-21T12:34:56Z" + tail},
            {"{\"a\": {\"$secret\": 1}}",
             notANode +
                 ": at /a: unknown marker $secret (a dictionary whose only key starts with $ is "
@@ -184,6 +194,32 @@ TEST_F(SettingsToolJson, ImportOfWhatIsNotASettingsNodeChangesNothing) {
     Fails({"import", "--json", "P", file}, 1, bad.message);
     EXPECT_EQ(sandbox::ReadFile(UserFile("P")), before) << bad.json;
   }
+}
+
+// Dates print with as many fraction digits as their bits take, or as
+// seconds when the calendar cannot carry them, and import reads every one
+// back to the same bits.
+TEST_F(SettingsToolJson, DatesKeepEveryBitThroughReadAndImport) {
+  const std::string json =
+      "{\"AHairBefore2001\":{\"$date\":\"2000-12-31T23:59:59.999999999Z\"},"
+      "\"BeforeMinusZero\":{\"$date\":-0.0},"
+      "\"Between\":{\"$date\":\"2000-12-31T23:59:59.5Z\"},"
+      "\"JustBelowOne\":{\"$date\":\"2001-01-01T00:00:00.9999999999999999Z\"},"
+      "\"NaN\":{\"$date\":{\"$real\":\"nan:fff8000000000000\"}},"
+      "\"Past\":{\"$date\":-1e+300},"
+      "\"Tiny\":{\"$date\":1e-300},"
+      "\"TinyBefore\":{\"$date\":-1e-300},"
+      "\"Usual\":{\"$date\":\"2026-11-21T12:34:56.123Z\"}}";
+  const std::string back = ImportThenRead("P", json);
+  EXPECT_EQ(back, json + "\n");
+  // Seconds given for a date that has a calendar form print in that form.
+  EXPECT_EQ(ImportThenRead("Q", "{\"d\":{\"$date\":-1e-09}}"),
+            "{\"d\":{\"$date\":\"2000-12-31T23:59:59.999999999Z\"}}\n");
+  // What read --json printed imports to the same bits: the same file bytes.
+  EXPECT_EQ(ImportThenRead("Copy", back), back);
+  Ok({"export", "--format", "binary", "P", m_root + "/p.plist"});
+  Ok({"export", "--format", "binary", "Copy", m_root + "/copy.plist"});
+  EXPECT_EQ(sandbox::ReadFile(m_root + "/copy.plist"), sandbox::ReadFile(m_root + "/p.plist"));
 }
 
 // A file that another program wrote with U+0000 in keys and strings is read
