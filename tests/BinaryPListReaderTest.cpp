@@ -115,15 +115,49 @@ TEST(BinaryPListReader, StringsAndData) {
   EXPECT_EQ(std::get<mvcs::PListData>(ValueOf(Marker(0x4, 2) + std::string("\x00\xFF", 2))),
             mvcs::PListData({0x00, 0xFF}));
   EXPECT_TRUE(std::get<mvcs::PListData>(ValueOf(Marker(0x4, 0))).empty());
-  // Text that a settings tree cannot hold.
+  // Text that is not well-formed: a byte above 0x7F in ASCII, unpaired
+  // surrogates in UTF-16.
   EXPECT_EQ(RefusalOf(Marker(0x5, 2) + "a\x80"), Refusal::kBadText);
-  EXPECT_EQ(RefusalOf(Marker(0x5, 2) + std::string("a\0", 2)), Refusal::kBadText);
   EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\xD8\x3C", 2)), Refusal::kBadText);
   EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\xDF\x0D", 2)), Refusal::kBadText);
-  EXPECT_EQ(RefusalOf(Marker(0x6, 1) + std::string("\x00\x00", 2)), Refusal::kBadText);
+  EXPECT_EQ(RefusalOf(Marker(0x6, 2) + std::string("\xD8\x3C\x00\x41", 4)), Refusal::kBadText);
   // Counts past the end of the objects.
   EXPECT_EQ(RefusalOf(Marker(0x5, 1000) + "abc"), Refusal::kNotAPropertyList);
   EXPECT_EQ(RefusalOf(Marker(0x4, 1000) + "abc"), Refusal::kNotAPropertyList);
+}
+
+// U+0000 is text like any other (plistlib, for one, writes it): in ASCII
+// and UTF-16 strings, values and keys alike, kept whole.
+TEST(BinaryPListReader, StringsAndKeysHoldingZero) {
+  EXPECT_EQ(std::get<std::string>(ValueOf(Marker(0x5, 3) + std::string("a\0b", 3))),
+            std::string("a\0b", 3));
+  EXPECT_EQ(std::get<std::string>(ValueOf(Marker(0x5, 1) + std::string(1, '\0'))),
+            std::string(1, '\0'));
+  const std::string sixteen(16, '\0');  // the count after the marker
+  EXPECT_EQ(std::get<std::string>(ValueOf(Marker(0x5, 16) + sixteen)), sixteen);
+  // UTF-16: U+00E9, U+0000, U+1F30D.
+  EXPECT_EQ(std::get<std::string>(
+                ValueOf(Marker(0x6, 4) + std::string("\x00\xE9\x00\x00\xD8\x3C\xDF\x0D", 8))),
+            std::string("\xC3\xA9\0\xF0\x9F\x8C\x8D", 7));
+  EXPECT_EQ(std::get<std::string>(ValueOf(Marker(0x6, 1) + std::string(2, '\0'))),
+            std::string(1, '\0'));
+
+  Builder builder;
+  builder.Dictionary({1, 2, 3}, {4, 4, 4});
+  builder.Ascii(std::string("k\0", 2));
+  builder.Add(Marker(0x6, 2) + std::string("\x00\x6B\x00\x00", 4));  // "k\0" as UTF-16
+  builder.Ascii("k");
+  builder.Integer(7);
+  Tree tree;
+  ASSERT_EQ(Read(builder.Bytes(0), tree), Refusal::kOk);
+  // The ASCII and UTF-16 forms of "k\0" are one key (the last one read
+  // wins), and "k" another.
+  ASSERT_EQ(tree->GetEntries().size(), 2u);
+  EXPECT_NE(tree->Find(std::string("k\0", 2)), nullptr);
+  EXPECT_NE(tree->Find("k"), nullptr);
+  std::vector<std::string> keys;
+  for (const auto& entry : tree->GetEntries()) keys.push_back(entry.first);
+  EXPECT_EQ(keys, std::vector<std::string>({"k", std::string("k\0", 2)}));
 }
 
 TEST(BinaryPListReader, ArraysSetsAndNesting) {
@@ -245,6 +279,12 @@ TEST(BinaryPListReader, ReasonsAreDescribed) {
   EXPECT_EQ(neither.ToString(), "not a property list (or a damaged one)");
   EXPECT_EQ(neither.WithPath("/f.plist").ToString(),
             "cannot read /f.plist: not a property list (or a damaged one)");
+  // Text refused in a UTF-16 string is not called UTF-8.
+  const mvcs::Status surrogate =
+      mvcs::ParsePropertyList(WithValue(Marker(0x6, 1) + std::string("\xDC\x00", 2)), tree);
+  EXPECT_EQ(surrogate.code(), Refusal::kBadText);
+  EXPECT_EQ(surrogate.WithPath("/f.plist").ToString(),
+            "cannot read /f.plist: holding a key or string that is not well-formed text");
   EXPECT_EQ(tree.Get(), nullptr);
 }
 

@@ -119,7 +119,10 @@ TEST(BinaryPListWriter, RefusesWhatCouldNotBeReadBack) {
   EXPECT_EQ(mvcs::WriteBinaryPList(*tree, 0, bytes).code(), Refusal::kBadText);
   EXPECT_EQ(bytes, "untouched");
   tree = NewTree();
-  tree->Set(std::string("nul\0key", 7), true);
+  tree->Set("k", std::string("\xED\xA0\x80"));  // a surrogate
+  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, 0, bytes).code(), Refusal::kBadText);
+  tree = NewTree();
+  tree->Set(std::string("\xC0\x80", 2), true);  // U+0000 in an overlong form
   EXPECT_EQ(mvcs::WriteBinaryPList(*tree, 0, bytes).code(), Refusal::kBadText);
   // Nested deeper than a settings file may be.
   Tree deep = NewTree();
@@ -140,8 +143,27 @@ TEST(BinaryPListWriter, RefusesWhatCouldNotBeReadBack) {
   EXPECT_EQ(mvcs::WriteBinaryPList(*shared, 0, bytes).code(), Refusal::kTooLarge);
 }
 
+// U+0000 is text like any other: ASCII text holding it stays an ASCII
+// object, other text a UTF-16 one.
+TEST(BinaryPListWriter, StringsHoldingZeroKeepTheirForm) {
+  Tree tree = NewTree();
+  tree->Set(std::string("k\0", 2), std::string("a\0b", 3));
+  const std::string ascii = Write(*tree);
+  EXPECT_NE(ascii.find(std::string("\x52k\0", 3)), std::string::npos);
+  EXPECT_NE(ascii.find(std::string("\x53"
+                                   "a\0b",
+                                   4)),
+            std::string::npos);
+  EXPECT_TRUE(mvcs::SameTree(*tree, *Read(ascii)));
+  tree = NewTree();
+  tree->Set("k", std::string("\xC3\xA9\0", 3));
+  const std::string utf16 = Write(*tree);
+  EXPECT_NE(utf16.find(std::string("\x62\x00\xE9\x00\x00", 5)), std::string::npos);
+  EXPECT_TRUE(mvcs::SameTree(*tree, *Read(utf16)));
+}
+
 TEST(BinaryPListWriter, RandomTreesReadBackTheSameAndWriteTheSameBytes) {
-  randomtrees::RandomTrees trees(20261123);
+  randomtrees::RandomTrees trees(20261123, true, true);
   for (int i = 0; i < 3000; ++i) {
     const Tree tree = trees.Make();
     const std::string bytes = Write(*tree);
@@ -177,12 +199,32 @@ bool HasLongUid(const PListDictionary& root) {
 // the writer writes to the same tree as the store's reader does.
 class BinaryPListWriterInterop : public sandbox::SettingsSandbox {};
 
+// Files that plistlib writes with U+0000 in keys and strings (ASCII and
+// UTF-16) are read and written back to the very same bytes.
+TEST_F(BinaryPListWriterInterop, PlistlibFilesHoldingZeroAreWrittenBackByteForByte) {
+  ASSERT_EQ(sandbox::Run("python3 '" MORV_TEST_SOURCE_DIR "/plist_differential.py' zero-samples '" +
+                         m_root + "/zero'"),
+            0);
+  std::size_t files = 0;
+  for (const std::string& name : sandbox::List(m_root + "/zero")) {
+    const std::string bytes = sandbox::ReadFile(m_root + "/zero/" + name);
+    const Tree tree = Read(bytes);
+    ASSERT_NE(tree.Get(), nullptr) << name;
+    EXPECT_TRUE(mvcs::HoldsZeroText(*tree)) << name;
+    EXPECT_EQ(listing::Hex(Write(*tree)), listing::Hex(bytes)) << name;
+    ++files;
+  }
+  EXPECT_EQ(files, 6u);
+}
+
 TEST_F(BinaryPListWriterInterop, PlistlibAndLibplistReadTheSameTree) {
-  // plistlib has no sets; libplist neither.
+  // plistlib has no sets; libplist neither. The last hundred trees hold
+  // U+0000 in keys and strings.
   randomtrees::RandomTrees trees(42, false);
+  randomtrees::RandomTrees zeroTrees(43, false, true);
   std::vector<Tree> written;
   for (int i = 0; i < 300; ++i) {
-    written.push_back(trees.Make());
+    written.push_back(i < 200 ? trees.Make() : zeroTrees.Make());
     sandbox::WriteFile(m_root + "/w" + std::to_string(1000 + i) + ".plist", Write(*written.back()));
   }
   ASSERT_EQ(sandbox::Run("python3 '" MORV_TEST_SOURCE_DIR "/plist_differential.py' dump '" +
@@ -194,7 +236,9 @@ TEST_F(BinaryPListWriterInterop, PlistlibAndLibplistReadTheSameTree) {
     EXPECT_EQ(listing::FirstDifference(sandbox::ReadFile(stem + ".txt"), listing::Of(*written[i])),
               "")
         << i;
-    // libplist 2.2 reads UIDs of up to four bytes only.
+    // libplist 2.2 reads UIDs of up to four bytes only, and keeps keys as C
+    // strings.
+    if (mvcs::HoldsZeroText(*written[i])) continue;
     const std::string ours = listing::Of(*written[i], listing::LibplistOptions());
     const std::string libplist = listing::OfLibplist(sandbox::ReadFile(stem + ".plist"));
     if (libplist.empty() && HasLongUid(*written[i])) continue;

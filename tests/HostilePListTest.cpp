@@ -296,28 +296,26 @@ TEST_F(HostilePList, AbsurdCountsOffsetsAndSizesAreRefused) {
   ExpectRefusedLikeUnreadable(integerKey.Bytes(0), "integer key");
 }
 
-// libplist keeps a string that holds U+0000 with a length its text does not
-// have: its dictionary iteration asserts on such a key, and its copies cut
-// such a value short. Files with them are refused.
-TEST_F(HostilePList, StringsHoldingZeroAreRefused) {
-  bplist::Builder asciiKey;
-  asciiKey.Dictionary({1}, {2});
-  asciiKey.Ascii(std::string("a\0b", 3));
-  asciiKey.Ascii("v");
-  ExpectRefusedLikeUnreadable(asciiKey.Bytes(0), "ASCII key with a zero byte");
-
-  bplist::Builder utf16Value;
-  utf16Value.Dictionary({1}, {2});
-  utf16Value.Ascii("k");
-  utf16Value.Add(bplist::Marker(0x6, 2) + std::string("\0A\0\0", 4));
-  ExpectRefusedLikeUnreadable(utf16Value.Bytes(0), "UTF-16 value with a zero unit");
-
-  bplist::Builder inArray;
-  inArray.Dictionary({1}, {2});
-  inArray.Ascii("k");
-  inArray.Array({3});
-  inArray.Ascii(std::string("x\0", 2));
-  ExpectRefusedLikeUnreadable(inArray.Bytes(0), "zero byte in a string inside an array");
+// U+0000 is text in a binary file (ASCII and UTF-16 strings, keys and
+// values): such files read, every string whole. XML has no form of U+0000:
+// a NUL byte there makes the file unreadable.
+TEST_F(HostilePList, ZeroInBinaryTextIsKeptAndInXmlRefused) {
+  bplist::Builder builder;
+  builder.Dictionary({1, 2}, {3, 4});
+  builder.Ascii(std::string("a\0b", 3));
+  builder.Add(bplist::Marker(0x6, 2) + std::string("\0k\0\0", 4));  // "k\0" in UTF-16
+  builder.Add(bplist::Marker(0x6, 2) + std::string("\0A\0\0", 4));  // "A\0" in UTF-16
+  builder.Array({5});
+  builder.Ascii(std::string("x\0", 2));
+  mvtl::RefCountedPtr<mvcs::PListDictionary> tree;
+  ASSERT_TRUE(mvcs::ParsePropertyList(builder.Bytes(0), tree).ok());
+  const mvcs::PListValue* value = tree->Find(std::string("a\0b", 3));
+  ASSERT_NE(value, nullptr);
+  EXPECT_EQ(std::get<std::string>(*value), std::string("A\0", 2));
+  value = tree->Find(std::string("k\0", 2));
+  ASSERT_NE(value, nullptr);
+  EXPECT_EQ(std::get<std::string>(std::get<mvcs::PListArrayRef>(*value)->items.at(0)),
+            std::string("x\0", 2));
 
   ExpectRefusedLikeUnreadable(
       fixtures::Plist(

@@ -35,8 +35,9 @@ class PListInterop : public sandbox::SettingsSandbox {
     ASSERT_EQ(plistlib::WriteFixture(format, UserFile("Product")), 0);
   }
 
-  // Reads the plistlib fixture through the store and checks every kind.
-  void ExpectFixtureValues(const Node& node) {
+  // Reads the plistlib fixture through the store and checks every kind;
+  // `zeros`: the fixture holds the entries with U+0000 too.
+  void ExpectFixtureValues(const Node& node, bool zeros) {
     long long n = 0;
     unsigned long long u = 0;
     double d = 0;
@@ -86,9 +87,28 @@ class PListInterop : public sandbox::SettingsSandbox {
     EXPECT_EQ(s, "value under a unicode key");
     EXPECT_FALSE(node->FetchInteger(std::string("array"), n));  // kept, not readable as a value
     EXPECT_FALSE(node->FetchUTF8String(std::string("date"), s));
+    // Names holding U+0000 are neither listed nor reachable by name (a
+    // name ends at its first zero character); strings holding it fetch as
+    // their text up to there.
     std::set<std::string> children;
     ASSERT_TRUE(node->GetChildNames(children));
     EXPECT_EQ(children, std::set<std::string>({"deep", "empty_dict"}));
+    std::set<std::string> values;
+    ASSERT_TRUE(node->GetValueNames(values));
+    unsigned long count = 0;
+    ASSERT_TRUE(node->GetValueCount(count));
+    EXPECT_EQ(count, values.size());
+    for (const std::string& name : values) EXPECT_EQ(name.find('\0'), std::string::npos) << name;
+    EXPECT_EQ(values.count("nul_ascii"), zeros ? 1u : 0u);
+    if (zeros) {
+      EXPECT_TRUE(node->FetchUTF8String(std::string("nul_ascii"), s));
+      EXPECT_EQ(s, "a");
+      EXPECT_TRUE(node->FetchWideString(std::string("nul_unicode"), w));
+      EXPECT_EQ(w, L"\u00e9");
+      EXPECT_TRUE(node->FetchUTF8String(std::string("nul_unicode"), s));
+      EXPECT_EQ(s, "\xC3\xA9");
+      EXPECT_FALSE(node->FetchUTF8String(std::string("key\0with zero", 13), s));
+    }
     Node deep;
     std::string path = "deep";
     for (int level = 39; level >= 0; --level) path += "/level" + std::to_string(level);
@@ -97,26 +117,39 @@ class PListInterop : public sandbox::SettingsSandbox {
     EXPECT_EQ(s, "bottom");
   }
 
-  void ExpectUnchangedThroughStoreAndSave(const char* format) {
-    WriteFixture(format);
+  // Opens the fixture's node, checks its values, stores "added" and closes
+  // the node, which saves. With `elsewhere`, another program adds an entry
+  // holding U+0000 to the file meanwhile, which the save merges with. Every
+  // entry must come out as it was, and no file be kept aside.
+  void ExpectUnchangedThroughStoreAndSave(const std::string& format, bool elsewhere = false) {
+    WriteFixture(format.c_str());
     const std::vector<std::string> before = Dump(UserFile("Product"));
     ASSERT_GT(before.size(), 50u);
     {
       Node node = fixtures::Open("Settings/Product", mvcs::MORVSETTINGSTYPE_USER);
       ASSERT_NE(node.Get(), nullptr);
-      ExpectFixtureValues(node);
+      ExpectFixtureValues(node, format == "binary-zero");
       ASSERT_TRUE(node->StoreInteger(std::string("added"), 1));
+      if (elsewhere) {
+        ASSERT_EQ(sandbox::Run("python3 '" + plistlib::Script() + "' add-zero-entry '" +
+                               UserFile("Product") + "'"),
+                  0);
+      }
     }
     EXPECT_EQ(sandbox::ReadFile(UserFile("Product")).compare(0, 8, "bplist00"), 0);
+    EXPECT_EQ(sandbox::List(UserFolder()),
+              std::set<std::string>({"com.morv.Product.plist", "com.morv.Product.plist.lock"}));
     const std::vector<std::string> after = Dump(UserFile("Product"));
     unsigned long entries = 0;
     for (const std::string& line : before) {
       if (line.compare(0, 18, "/Settings/Product\t") == 0) entries = std::stoul(line.substr(23));
     }
     ASSERT_GT(entries, 20ul);
-    EXPECT_EQ(Minus(after, before),
-              std::set<std::string>({"/Settings/Product/added\tint\t1",
-                                     "/Settings/Product\tdict\t" + std::to_string(entries + 1)}));
+    std::set<std::string> added = {"/Settings/Product/added\tint\t1"};
+    const char kElsewhere[] = "/Settings/Product/added\0elsewhere\tstr\t'x\\x00y'";
+    if (elsewhere) added.insert(std::string(kElsewhere, sizeof(kElsewhere) - 1));
+    added.insert("/Settings/Product\tdict\t" + std::to_string(entries + added.size()));
+    EXPECT_EQ(Minus(after, before), added);
     EXPECT_EQ(Minus(before, after),
               std::set<std::string>({"/Settings/Product\tdict\t" + std::to_string(entries)}));
   }
@@ -173,6 +206,17 @@ TEST_F(PListInterop, BinaryFilesFromPlistlibKeepEveryEntry) {
 
 TEST_F(PListInterop, XmlFilesFromPlistlibKeepEveryEntry) {
   ExpectUnchangedThroughStoreAndSave("xml");
+}
+
+// Keys and strings holding U+0000 (ASCII and UTF-16) come out as plistlib
+// wrote them, through a save of this process alone and through a save that
+// merges with another program's change.
+TEST_F(PListInterop, EntriesHoldingZeroKeepTheirKeysAndText) {
+  ExpectUnchangedThroughStoreAndSave("binary-zero");
+}
+
+TEST_F(PListInterop, EntriesHoldingZeroSurviveAMergeWithAnotherProgramsChange) {
+  ExpectUnchangedThroughStoreAndSave("binary-zero", true);
 }
 
 }  // namespace

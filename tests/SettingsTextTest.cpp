@@ -48,6 +48,35 @@ TEST(SettingsText, StoredTextEndsAtTheFirstZeroAndMustBeUTF8) {
   EXPECT_EQ(stored, "unchanged");
 }
 
+// A file's tree may hold any well-formed text, U+0000 included; names given
+// to the store are C strings, which cannot.
+TEST(SettingsText, TreeTextHoldsZeroAndNamesDoNot) {
+  EXPECT_TRUE(mvcs::IsTreeText(std::string("a\0b", 3)));
+  EXPECT_TRUE(mvcs::IsTreeText(std::string(1, '\0')));
+  EXPECT_FALSE(mvcs::IsTreeText(Bytes({0xC0, 0x80})));  // U+0000 in an overlong form
+  EXPECT_FALSE(mvcs::IsCStringText(std::string("a\0b", 3)));
+  EXPECT_FALSE(mvcs::IsCStringText("\xFF"));
+  EXPECT_TRUE(mvcs::IsCStringText("\xC3\xA9"));
+  EXPECT_EQ(mvcs::CStringPart(std::string("ab\0cd\0", 6)), "ab");
+  EXPECT_EQ(mvcs::CStringPart("whole"), "whole");
+}
+
+// ASCII text is the bytes 0 to 0x7F, checked eight at a time and one by
+// one: a byte above 0x7F is found at every position, and U+0000 is ASCII.
+TEST(SettingsText, AsciiTextIsEveryByteBelow0x80) {
+  for (std::size_t size = 0; size <= 20; ++size) {
+    std::string text(size, '\0');
+    EXPECT_TRUE(mvcs::IsAsciiText(text.data(), text.size())) << size;
+    for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>(i * 7 % 0x80);
+    EXPECT_TRUE(mvcs::IsAsciiText(text.data(), text.size())) << size;
+    for (std::size_t at = 0; at < size; ++at) {
+      std::string high = text;
+      high[at] = '\x80';
+      EXPECT_FALSE(mvcs::IsAsciiText(high.data(), high.size())) << size << " " << at;
+    }
+  }
+}
+
 TEST(SettingsText, IntegersSaturateAtTheSixtyFourBitLimits) {
   const long long max = std::numeric_limits<long long>::max();
   const long long min = std::numeric_limits<long long>::min();

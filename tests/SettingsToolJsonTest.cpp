@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,11 +39,20 @@ class SettingsToolJson : public tool::SettingsTool {
     return Canonical(Ok(arguments));
   }
 
-  // plistlib's reference fixture (every kind of entry) as product
-  // "Product"'s per-user file.
+  // plistlib's reference fixture (every kind of entry, and keys and
+  // strings holding U+0000) as product "Product"'s per-user file.
   void WriteFixture() {
     sandbox::WriteFile(UserFile("Product"), "");
-    ASSERT_EQ(plistlib::WriteFixture("binary", UserFile("Product")), 0);
+    ASSERT_EQ(plistlib::WriteFixture("binary-zero", UserFile("Product")), 0);
+  }
+
+  // Imports `json` into `product` with import --json, and gives what
+  // read --json then prints for the product.
+  std::string ImportThenRead(const std::string& product, const std::string& json) {
+    const std::string file = m_root + "/" + product + ".json";
+    sandbox::WriteFile(file, json);
+    Ok({"import", "--json", product, file});
+    return Ok({"read", "--json", product});
   }
 
   // plistlib's listing of a product's node in its per-user file, with the
@@ -88,9 +99,16 @@ TEST_F(SettingsToolJson, EachKindHasItsDocumentedForm) {
            {"date", "{\"$date\":\"2026-11-21T12:34:56Z\"}"},
            {"empty_dict", "{}"},
            {"uid", "{\"$uid\":7}"},
+           {"nul_ascii", "\"a\\u0000b\""},
        }) {
     EXPECT_EQ(ReadJson({"Product", kind.name}), kind.json) << kind.name;
   }
+  // U+0000 is written \u0000, in keys and strings alike.
+  EXPECT_EQ(Ok({"read", "--json", "Product", "nul_unicode"}), "\"\xC3\xA9\\u0000\xE4\xB8\x96\"\n");
+  const std::string node = Ok({"read", "--json", "Product"});
+  EXPECT_NE(node.find("\"key\\u0000with zero\":\"value under a key with U+0000\""),
+            std::string::npos);
+  EXPECT_NE(node.find("\"\xC3\xA9\\u0000dict\":{\"inner\\u0000\":\"\\u0000\"}"), std::string::npos);
   // All 256 byte values, in base64.
   std::string bytes;
   for (int i = 0; i < 256; ++i) bytes += static_cast<char>(i);
@@ -118,6 +136,8 @@ TEST_F(SettingsToolJson, MarkersAndEscapesRoundTrip) {
   const std::string json =
       "{\"Set\":{\"$set\":[1,\"a\",true]},"
       "\"NaN\":{\"$real\":\"nan\"},\"Inf\":{\"$real\":\"inf\"},\"MinusInf\":{\"$real\":\"-inf\"},"
+      "\"MinusNaN\":{\"$real\":\"nan:fff8000000000000\"},"
+      "\"Payload\":{\"$real\":\"nan:7ff0000000000123\"},"
       "\"Escaped\":{\"$dictionary\":{\"$data\":\"not data\"}},"
       "\"Nested\":{\"$dictionary\":{\"$x\":{\"$dictionary\":{\"$y\":1}}}},"
       "\"Fraction\":{\"$date\":\"2026-11-21T12:34:56.25Z\"},"
@@ -125,10 +145,7 @@ TEST_F(SettingsToolJson, MarkersAndEscapesRoundTrip) {
       "\"FarOut\":{\"$date\":1e+300},"
       "\"Uid\":{\"$uid\":18446744073709551615},"
       "\"Key With / And Space\":{\"\xC3\x9C\":\"\xF0\x9F\x8C\x8D\"}}";
-  sandbox::WriteFile(m_root + "/in.json", json);
-  Ok({"import", "--json", "P", m_root + "/in.json"});
-  const std::string back = Ok({"read", "--json", "P"});
-  EXPECT_EQ(Canonical(back), Canonical(json));
+  EXPECT_EQ(Canonical(ImportThenRead("P", json)), Canonical(json));
 }
 
 TEST_F(SettingsToolJson, ImportMergesLikeAPropertyListImport) {
@@ -164,19 +181,74 @@ TEST_F(SettingsToolJson, ImportOfWhatIsNotASettingsNodeChangesNothing) {
             notANode + ": at /a: $date holds no date like 2026-11-21T12:34:56Z" + tail},
            {"{\"a\": {\"$uid\": -1}}", notANode + ": at /a: $uid holds no whole number" + tail},
            {"{\"a\": {\"$real\": \"big\"}}",
-            notANode + ": at /a: $real holds none of nan, inf, -inf" + tail},
+            notANode + ": at /a: $real holds none of nan, nan:<16 hex digits>, inf, -inf" + tail},
+           {"{\"a\": {\"$date\": \"2000-12-31T23:59:59.Z\"}}",
+            notANode + ": at /a: $date holds no date like 2026-11-21T12:34:56Z" + tail},
            {"{\"a\": {\"$secret\": 1}}",
             notANode +
                 ": at /a: unknown marker $secret (a dictionary whose only key starts with $ is "
                 "written {\"$dictionary\": ...})" +
                 tail},
-           {"{\"a\": \"nul \\u0000 inside\"}",
-            file + " holds what a settings file cannot (a key twice, or text with U+0000)" + tail},
        }) {
     sandbox::WriteFile(file, bad.json);
     Fails({"import", "--json", "P", file}, 1, bad.message);
     EXPECT_EQ(sandbox::ReadFile(UserFile("P")), before) << bad.json;
   }
+}
+
+// Dates print with as many fraction digits as their bits take, or as
+// seconds when the calendar cannot carry them, and import reads every one
+// back to the same bits.
+TEST_F(SettingsToolJson, DatesKeepEveryBitThroughReadAndImport) {
+  const std::string json =
+      "{\"AHairBefore2001\":{\"$date\":\"2000-12-31T23:59:59.999999999Z\"},"
+      "\"BeforeMinusZero\":{\"$date\":-0.0},"
+      "\"Between\":{\"$date\":\"2000-12-31T23:59:59.5Z\"},"
+      "\"JustBelowOne\":{\"$date\":\"2001-01-01T00:00:00.9999999999999999Z\"},"
+      "\"NaN\":{\"$date\":{\"$real\":\"nan:fff8000000000000\"}},"
+      "\"Past\":{\"$date\":-1e+300},"
+      "\"Tiny\":{\"$date\":1e-300},"
+      "\"TinyBefore\":{\"$date\":-1e-300},"
+      "\"Usual\":{\"$date\":\"2026-11-21T12:34:56.123Z\"}}";
+  const std::string back = ImportThenRead("P", json);
+  EXPECT_EQ(back, json + "\n");
+  // Seconds given for a date that has a calendar form print in that form.
+  EXPECT_EQ(ImportThenRead("Q", "{\"d\":{\"$date\":-1e-09}}"),
+            "{\"d\":{\"$date\":\"2000-12-31T23:59:59.999999999Z\"}}\n");
+  // What read --json printed imports to the same bits: the same file bytes.
+  EXPECT_EQ(ImportThenRead("Copy", back), back);
+  Ok({"export", "--format", "binary", "P", m_root + "/p.plist"});
+  Ok({"export", "--format", "binary", "Copy", m_root + "/copy.plist"});
+  EXPECT_EQ(sandbox::ReadFile(m_root + "/copy.plist"), sandbox::ReadFile(m_root + "/p.plist"));
+}
+
+// A file that another program wrote with U+0000 in keys and strings is read
+// and written back whole by a write of another entry, nothing kept aside;
+// the plain (not JSON) forms show such entries as C strings would.
+TEST_F(SettingsToolJson, KeysAndStringsHoldingZeroSurviveAWrite) {
+  WriteFixture();
+  const std::vector<std::string> before = Listing("Product");
+  Ok({"write", "Product", "Probe", "int", "1"});
+  EXPECT_EQ(sandbox::List(UserFolder()),
+            std::set<std::string>({"com.morv.Product.plist", "com.morv.Product.plist.lock"}));
+  std::vector<std::string> expected = before;
+  for (std::string& line : expected) {
+    if (line.compare(0, 6, "\tdict\t") == 0)
+      line = "\tdict\t" + std::to_string(std::stoul(line.substr(6)) + 1);
+  }
+  expected.push_back("/Probe\tint\t1");
+  std::vector<std::string> after = Listing("Product");
+  std::sort(expected.begin(), expected.end());
+  std::sort(after.begin(), after.end());
+  EXPECT_EQ(after, expected);
+  const char kZeroKey[] = "/key\0with zero\tstr\t'value under a key with U+0000'";
+  EXPECT_NE(std::find(after.begin(), after.end(), std::string(kZeroKey, sizeof(kZeroKey) - 1)),
+            after.end());
+  EXPECT_NE(std::find(after.begin(), after.end(), "/nul_ascii\tstr\t'a\\x00b'"), after.end());
+  EXPECT_EQ(Ok({"read", "Product", "nul_ascii"}), "a\n");
+  const std::string list = Ok({"list", "Product"});
+  EXPECT_EQ(list.find('\0'), std::string::npos);
+  EXPECT_NE(list.find("\nnul_ascii\n"), std::string::npos);
 }
 
 TEST_F(SettingsToolJson, ReadWithATypeGivesThatTypesJson) {

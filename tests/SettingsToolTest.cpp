@@ -336,7 +336,7 @@ TEST_F(SettingsToolBadInput, InvalidUTF8) {
   sandbox::WriteFile(m_root + "/zero", std::string("a\0b", 3));
   Fails({"write", "P", "Name", "string", "--file", m_root + "/zero"}, 2,
         "cannot write \"Name\" in the settings of product \"P\": the text in " + m_root +
-            "/zero holds a zero character, which the settings store cannot keep in a string; "
+            "/zero holds a zero character, which the settings interface cannot store in a string; "
             "nothing was changed");
 }
 

@@ -16,6 +16,7 @@
 
 #include "MorvSettings/MorvSettingsSimple.h"
 #include "MorvSettings/MorvSettingsUtility.h"
+#include "MorvSettings/MorvSettingsValue.h"
 #include "Plistlib.h"
 #include "SettingsFixtures.h"
 #include "SettingsSandbox.h"
@@ -503,6 +504,32 @@ TEST_F(SettingsUtility, ExportThenImportReproducesEveryKindOfEntry) {
   std::string again;
   ASSERT_TRUE(mvcs::ExportSettings(target.Get(), mvcs::MORVPLISTFORMAT_XML, again));
   EXPECT_EQ(again, exported);
+}
+
+// XML has no form of U+0000: a node whose keys or strings hold it exports
+// as a binary property list only, which imports to the same entries.
+TEST_F(SettingsUtility, EntriesHoldingZeroExportAsBinaryOnly) {
+  sandbox::WriteFile(UserFile("Product"), "");
+  ASSERT_EQ(plistlib::WriteFixture("binary-zero", UserFile("Product")), 0);
+  Node source = Open("Settings/Product", mvcs::MORVSETTINGSTYPE_USER);
+  ASSERT_TRUE(source);
+  std::string xml = "untouched";
+  EXPECT_FALSE(mvcs::ExportSettings(source.Get(), mvcs::MORVPLISTFORMAT_XML, xml));
+  EXPECT_EQ(xml, "untouched");
+  std::string binary;
+  ASSERT_TRUE(mvcs::ExportSettings(source.Get(), mvcs::MORVPLISTFORMAT_BINARY, binary));
+  Node target = Product("Copy");
+  ASSERT_EQ(mvcs::ImportSettings(target.Get(), binary), mvcs::MORVIMPORT_OK);
+  mvcs::SettingsValue original, copy;
+  ASSERT_TRUE(mvcs::ReadSettingsTree(source.Get(), false, original));
+  ASSERT_TRUE(mvcs::ReadSettingsTree(target.Get(), false, copy));
+  EXPECT_TRUE(mvcs::SameSettingsValue(copy, original));
+  const auto zeroKey = std::find_if(original.entries.begin(), original.entries.end(),
+                                    [](const mvcs::SettingsEntry& entry) {
+                                      return entry.name == std::string("key\0with zero", 13);
+                                    });
+  ASSERT_NE(zeroKey, original.entries.end());
+  EXPECT_EQ(zeroKey->value.text, "value under a key with U+0000");
 }
 
 }  // namespace

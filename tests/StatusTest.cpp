@@ -93,6 +93,10 @@ TEST(Status, EveryCodeHasItsOwnDescription) {
   }
   EXPECT_EQ(descriptions.size(), 9u);
   EXPECT_STREQ(Status::Describe(Code::kTooDeep), "nested too deep");
+  // Refused text may be UTF-16 or ASCII in a binary file: the reason names
+  // no one encoding.
+  EXPECT_STREQ(Status::Describe(Code::kBadText),
+               "holding a key or string that is not well-formed text");
 }
 
 TEST(Status, WithPathNamesTheFileOfAFailureOnly) {

@@ -11,6 +11,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "JsonValues.h"
 
@@ -49,6 +50,21 @@ std::string ErrorFor(const std::string& text) {
   return FromJson(nlohmann::json::parse(text), value, error) ? std::string() : error;
 }
 
+double FromBits(std::uint64_t bits) {
+  double value;
+  std::memcpy(&value, &bits, sizeof(value));
+  return value;
+}
+
+// A date to JSON text and back: the same bits, and still a date.
+void ExpectDateRoundTrip(double seconds) {
+  mvcs::SettingsValue date = Of(mvcs::MORVVALUEKIND_DATE);
+  date.real = seconds;
+  const mvcs::SettingsValue back = RoundTrip(date);
+  ASSERT_EQ(back.kind, mvcs::MORVVALUEKIND_DATE) << ToJson(date).dump();
+  ASSERT_EQ(Bits(back.real), Bits(seconds)) << ToJson(date).dump();
+}
+
 TEST(ToolJsonDates, KnownDates) {
   EXPECT_EQ(FormatDate(0), "2001-01-01T00:00:00Z");
   EXPECT_EQ(FormatDate(-978307200), "1970-01-01T00:00:00Z");
@@ -57,6 +73,8 @@ TEST(ToolJsonDates, KnownDates) {
   EXPECT_EQ(FormatDate(-0.5), "2000-12-31T23:59:59.5Z");
   EXPECT_EQ(FormatDate(-63113904000), "0001-01-01T00:00:00Z");
   EXPECT_EQ(FormatDate(252423993599.5), "9999-12-31T23:59:59.5Z");
+  EXPECT_EQ(FormatDate(816957296.123), "2026-11-21T12:34:56.123Z");
+  EXPECT_EQ(FormatDate(-978307199.999), "1970-01-01T00:00:00.001Z");
   double seconds = 1;
   ASSERT_TRUE(ParseDate("2026-11-21T12:34:56.25Z", seconds));
   EXPECT_EQ(seconds, 816957296.25);
@@ -75,6 +93,77 @@ TEST(ToolJsonDates, EveryDateReadsBackToTheSameBits) {
     double back = 0;
     ASSERT_TRUE(ParseDate(text, back)) << text;
     ASSERT_EQ(Bits(back), Bits(seconds)) << text;
+  }
+}
+
+// Dates around 2001-01-01, where a double has far more fraction digits
+// than anywhere else: as many digits as the bits take.
+TEST(ToolJsonDates, DatesWithinASecondOf2001KeepEveryBit) {
+  EXPECT_EQ(FormatDate(-1e-9), "2000-12-31T23:59:59.999999999Z");
+  EXPECT_EQ(FormatDate(1e-9), "2001-01-01T00:00:00.000000001Z");
+  EXPECT_EQ(FormatDate(-0.25), "2000-12-31T23:59:59.75Z");
+  EXPECT_EQ(FormatDate(0.9999999999999999), "2001-01-01T00:00:00.9999999999999999Z");
+  EXPECT_EQ(FormatDate(-0.9999999999999999), "2000-12-31T23:59:59.0000000000000001Z");
+  EXPECT_EQ(FormatDate(-1e-20), "2000-12-31T23:59:59.99999999999999999999Z");
+  EXPECT_EQ(FormatDate(1.5e-20), "");  // 21 fraction digits: the seconds' form
+  for (double seconds : {-1e-9, 1e-9, -0.25, 0.9999999999999999, -0.9999999999999999, -1e-20,
+                         std::nextafter(-1.0, 0.0), std::nextafter(-1.0, -2.0),
+                         std::nextafter(1.0, 0.0), std::nextafter(0.5, 0.0),
+                         std::nextafter(-0.5, 0.0), 1e-16, -1e-16, 0.1, -0.1, 1.0 / 3, -1.0 / 3}) {
+    const std::string text = FormatDate(seconds);
+    ASSERT_NE(text, "") << seconds;
+    double back = 0;
+    ASSERT_TRUE(ParseDate(text, back)) << text;
+    EXPECT_EQ(Bits(back), Bits(seconds)) << text;
+  }
+  // No fraction digit is written that reading back does not need.
+  for (double seconds : {-0.5, 0.25, -1e-9, 816957296.123}) {
+    const std::string text = FormatDate(seconds);
+    EXPECT_NE(text[text.size() - 2], '0') << text;
+  }
+}
+
+// What the calendar form cannot carry takes the seconds' form, and every
+// value a date can hold reads back to the same bits.
+TEST(ToolJsonDates, EveryValueOfADateReadsBackToTheSameBits) {
+  struct Case {
+    double seconds;
+    const char* json;
+  };
+  for (const Case& date : std::vector<Case>{
+           {-0.0, "{\"$date\":-0.0}"},
+           {1e-300, "{\"$date\":1e-300}"},
+           {-1e-300, "{\"$date\":-1e-300}"},
+           {5e-324, "{\"$date\":5e-324}"},
+           {-5e-324, "{\"$date\":-5e-324}"},
+           {1e-21, "{\"$date\":1e-21}"},
+           {1e300, "{\"$date\":1e+300}"},
+           {-1e300, "{\"$date\":-1e+300}"},
+           {1.7976931348623157e308, "{\"$date\":1.7976931348623157e+308}"},
+           {std::numeric_limits<double>::infinity(), "{\"$date\":{\"$real\":\"inf\"}}"},
+           {-std::numeric_limits<double>::infinity(), "{\"$date\":{\"$real\":\"-inf\"}}"},
+           {std::numeric_limits<double>::quiet_NaN(), "{\"$date\":{\"$real\":\"nan\"}}"},
+           {FromBits(0xFFF8000000000000ull), "{\"$date\":{\"$real\":\"nan:fff8000000000000\"}}"},
+           {FromBits(0x7FF0000000000001ull), "{\"$date\":{\"$real\":\"nan:7ff0000000000001\"}}"},
+           {-1e-9, "{\"$date\":\"2000-12-31T23:59:59.999999999Z\"}"},
+           {-0.5, "{\"$date\":\"2000-12-31T23:59:59.5Z\"}"},
+           {0.0, "{\"$date\":\"2001-01-01T00:00:00Z\"}"},
+       }) {
+    mvcs::SettingsValue value = Of(mvcs::MORVVALUEKIND_DATE);
+    value.real = date.seconds;
+    EXPECT_EQ(ToJson(value).dump(), date.json);
+    ExpectDateRoundTrip(date.seconds);
+  }
+  // Every finite and non-finite value by its bits, and values near
+  // 2001-01-01 of every size.
+  std::mt19937_64 random(2001);
+  for (int i = 0; i < 30000; ++i) ExpectDateRoundTrip(FromBits(random()));
+  for (int exponent = -1074; exponent < 40; ++exponent) {
+    const double magnitude =
+        std::ldexp(1.0 + static_cast<double>(random() % 1000) / 1000, exponent);
+    ExpectDateRoundTrip(magnitude);
+    ExpectDateRoundTrip(-magnitude);
+    ExpectDateRoundTrip(std::nextafter(-1.0, 0.0) + magnitude);
   }
 }
 
@@ -156,16 +245,32 @@ TEST(ToolJsonNumbers, RealsKeepTheirKindAndBits) {
   for (double real :
        {0.0, -0.0, 5.0, 0.1, 1.0 / 3, 1e-320, 1.7976931348623157e308,
         std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
-        std::numeric_limits<double>::quiet_NaN()}) {
+        std::numeric_limits<double>::quiet_NaN(), FromBits(0xFFF8000000000000ull),
+        FromBits(0x7FF8000000000001ull), FromBits(0x7FF0000000000001ull),
+        FromBits(0xFFFFFFFFFFFFFFFFull)}) {
     mvcs::SettingsValue value = Of(mvcs::MORVVALUEKIND_REAL);
     value.real = real;
     const mvcs::SettingsValue back = RoundTrip(value);
     EXPECT_EQ(back.kind, mvcs::MORVVALUEKIND_REAL) << real;
-    if (std::isnan(real)) {
-      EXPECT_TRUE(std::isnan(back.real));
-    } else {
-      EXPECT_EQ(Bits(back.real), Bits(real)) << ToJson(value).dump();
-    }
+    EXPECT_EQ(Bits(back.real), Bits(real)) << ToJson(value).dump();
+  }
+  // NaNs keep their sign and payload: the usual one is "nan", every other
+  // one its bits.
+  mvcs::SettingsValue nan = Of(mvcs::MORVVALUEKIND_REAL);
+  nan.real = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_EQ(ToJson(nan).dump(), "{\"$real\":\"nan\"}");
+  nan.real = FromBits(0xFFF8000000000000ull);
+  EXPECT_EQ(ToJson(nan).dump(), "{\"$real\":\"nan:fff8000000000000\"}");
+  nan.real = FromBits(0x7FF4000000000abcull);
+  EXPECT_EQ(ToJson(nan).dump(), "{\"$real\":\"nan:7ff4000000000abc\"}");
+  EXPECT_EQ(ToJson(morv_tool::Value(std::numeric_limits<float>::quiet_NaN())).dump(),
+            "{\"$real\":\"nan\"}");
+  for (const char* text :
+       {"nan:", "nan:7ff000000000000", "nan:7ff0000000000000", "nan:3ff0000000000000",
+        "nan:+7f8000000000000", "NaN", "nan:7ff8000000000000x"}) {
+    EXPECT_EQ(ErrorFor(std::string("{\"a\":{\"$real\":\"") + text + "\"}}"),
+              "at /a: $real holds none of nan, nan:<16 hex digits>, inf, -inf")
+        << text;
   }
   mvcs::SettingsValue five = Of(mvcs::MORVVALUEKIND_REAL);
   five.real = 5;

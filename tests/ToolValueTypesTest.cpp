@@ -128,7 +128,7 @@ TEST(ToolValueTypes, StringsMustBeUTF8WithoutZeroCharacters) {
   ExpectError("string", "a\xFF", "is not valid UTF-8");
   ExpectError("string", "\xC0\x80", "is not valid UTF-8");
   ExpectError("string", std::string("a\0b", 3),
-              "holds a zero character, which the settings store cannot keep in a string");
+              "holds a zero character, which the settings interface cannot store in a string");
 }
 
 TEST(ToolValueTypes, DataIsPairsOfHexDigits) {

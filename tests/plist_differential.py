@@ -14,6 +14,11 @@ reads from each file in a canonical form that the C++ side prints too.
     plist_differential.py dump DIR
         Lists every DIR/*.plist that has no .txt yet into DIR/<name>.txt
         (or DIR/<name>.error when plistlib refuses it).
+    plist_differential.py zero-samples DIR
+        Writes DIR/z_<name>.plist: small trees whose keys and strings hold
+        U+0000, in ASCII and UTF-16 objects, as plistlib writes them. Each
+        dictionary holds one entry, so that the objects come in the order
+        the store's writer numbers them too: it writes the same bytes.
 
 The listing: one line per object, "path<TAB>kind<TAB>value", containers
 before their contents, dictionary keys in code-point order. A path is the
@@ -71,16 +76,22 @@ WORDS = ["Count", "Name", "Path", "Enabled", "Ratio", "Blob", "Level", "Port", "
 UNICODE = ["\u00e9t\u00e9", "\u4e16\u754c", "\U0001F30D", "\u00fc\u00df", "\u0416", "\u2603"]
 
 
-def random_text(rng, allow_empty=True):
+def random_text(rng, zeros, allow_empty=True):
+    """Random text; with `zeros`, a quarter of it holds U+0000 somewhere."""
     kind = rng.random()
     if kind < 0.1 and allow_empty:
-        return ""
-    if kind < 0.6:
-        return rng.choice(WORDS) + str(rng.randrange(1000))
-    if kind < 0.8:
-        return "".join(rng.choice(UNICODE) for _ in range(rng.randrange(1, 6)))
-    # Long text: lengths around the 15 that the marker holds.
-    return "".join(chr(rng.randrange(0x20, 0x7F)) for _ in range(rng.randrange(10, 40)))
+        text = ""
+    elif kind < 0.6:
+        text = rng.choice(WORDS) + str(rng.randrange(1000))
+    elif kind < 0.8:
+        text = "".join(rng.choice(UNICODE) for _ in range(rng.randrange(1, 6)))
+    else:
+        # Long text: lengths around the 15 that the marker holds.
+        text = "".join(chr(rng.randrange(0x20, 0x7F)) for _ in range(rng.randrange(10, 40)))
+    if zeros and rng.random() < 0.25:
+        cut = rng.randrange(len(text) + 1)
+        text = text[:cut] + "\u0000" + text[cut:]
+    return text
 
 
 def random_int(rng):
@@ -98,12 +109,13 @@ def random_date(rng):
     return EPOCH + datetime.timedelta(microseconds=microseconds)
 
 
-def random_value(rng, depth):
+def random_value(rng, depth, zeros):
     choice = rng.random()
     if depth < 4 and choice < 0.1:
-        return random_dict(rng, depth + 1)
+        return random_dict(rng, depth + 1, zeros)
     if depth < 4 and choice < 0.16:
-        return [random_value(rng, depth + 1) for _ in range(rng.choice([0, 1, 3, 14, 15, 16]))]
+        return [random_value(rng, depth + 1, zeros)
+                for _ in range(rng.choice([0, 1, 3, 14, 15, 16]))]
     choice = rng.random()
     if choice < 0.2:
         return random_int(rng)
@@ -113,7 +125,7 @@ def random_value(rng, depth):
     if choice < 0.4:
         return rng.random() < 0.5
     if choice < 0.65:
-        return random_text(rng)
+        return random_text(rng, zeros)
     if choice < 0.8:
         return bytes(rng.randrange(256) for _ in range(rng.choice([0, 1, 14, 15, 16, 300])))
     if choice < 0.9:
@@ -121,8 +133,8 @@ def random_value(rng, depth):
     return plistlib.UID(rng.randrange(1 << rng.choice([8, 16, 32, 64])))
 
 
-def random_dict(rng, depth):
-    return {random_text(rng): random_value(rng, depth)
+def random_dict(rng, depth, zeros):
+    return {random_text(rng, zeros): random_value(rng, depth, zeros)
             for _ in range(rng.choice([0, 1, 2, 5, 14, 15, 16, 20]))}
 
 
@@ -274,7 +286,8 @@ def generate(directory, count, seed):
     os.makedirs(directory, exist_ok=True)
     files = {}
     for i in range(count):
-        tree = random_dict(rng, 1)
+        # Every fourth file's keys and strings may hold U+0000.
+        tree = random_dict(rng, 1, i % 4 == 3)
         if i % 3 == 0:
             data = plistlib.dumps(tree, fmt=plistlib.FMT_BINARY, sort_keys=rng.random() < 0.5)
         else:
@@ -311,12 +324,32 @@ def dump(directory):
             out.write(text)
 
 
+ZERO_SAMPLES = {
+    "ascii_value": {"k": "a\u0000b"},
+    "ascii_key": {"nul\u0000key": "v"},
+    "only_zero": {"\u0000": "\u0000"},
+    "utf16_value": {"k": "\u00e9\u0000\U0001F30D"},
+    "utf16_key": {"\u4e16\u0000": {"inner\u0000": ["x\u0000", "\u0000\u00e9", b"\x00"]}},
+    "long": {"long\u0000": ["\u0000" * 40 + "x", {"\u0000" * 20: "\u00e9\u0000" * 20}]},
+}
+
+
+def zero_samples(directory):
+    os.makedirs(directory, exist_ok=True)
+    for name, tree in ZERO_SAMPLES.items():
+        with open(os.path.join(directory, "z_%s.plist" % name), "wb") as out:
+            out.write(plistlib.dumps(tree, fmt=plistlib.FMT_BINARY))
+
+
 def main(argv):
     if len(argv) == 5 and argv[1] == "generate":
         generate(argv[2], int(argv[3]), int(argv[4]))
         return 0
     if len(argv) == 3 and argv[1] == "dump":
         dump(argv[2])
+        return 0
+    if len(argv) == 3 and argv[1] == "zero-samples":
+        zero_samples(argv[2])
         return 0
     sys.stderr.write(__doc__)
     return 2

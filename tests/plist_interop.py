@@ -5,8 +5,13 @@ Python's plistlib is an implementation of property lists independent of
 libplist, so files that it writes must read correctly in the store, and
 files that the store writes must read correctly here.
 
-    plist_interop.py write-fixture binary|xml PATH
-        Writes the reference fixture (every kind of entry) to PATH.
+    plist_interop.py write-fixture binary|xml|binary-zero PATH
+        Writes the reference fixture (every kind of entry) to PATH;
+        binary-zero adds keys and strings holding U+0000 (ZERO_ENTRIES),
+        which only the binary format carries.
+    plist_interop.py add-zero-entry PATH
+        Adds Settings/Product/"added\0elsewhere" = "x\0y" to the binary
+        property list at PATH, as another program changing the file would.
     plist_interop.py dump [--escaped] PATH
         Prints every entry of the property list at PATH, one per line:
         key path, type, value (sorted keys, so the output is canonical).
@@ -62,6 +67,15 @@ def fixture(binary):
     }
 
 
+# Entries whose keys or strings hold U+0000, in ASCII and UTF-16 objects.
+ZERO_ENTRIES = {
+    "nul_ascii": "a\u0000b",
+    "nul_unicode": "\u00e9\u0000\u4e16",
+    "key\u0000with zero": "value under a key with U+0000",
+    "\u00e9\u0000dict": {"inner\u0000": "\u0000"},
+}
+
+
 def escaped(text):
     return "".join(c if " " <= c <= "~" and c != "\\" else "\\x{%X}" % ord(c) for c in text)
 
@@ -101,11 +115,21 @@ def describe(value, path, lines, exact=False):
 
 
 def main(argv):
-    if len(argv) == 4 and argv[1] == "write-fixture" and argv[2] in ("binary", "xml"):
-        binary = argv[2] == "binary"
+    if len(argv) == 4 and argv[1] == "write-fixture" and argv[2] in ("binary", "xml",
+                                                                       "binary-zero"):
+        binary = argv[2] != "xml"
+        root = fixture(binary)
+        if argv[2] == "binary-zero":
+            root["Settings"]["Product"].update(ZERO_ENTRIES)
         with open(argv[3], "wb") as out:
-            plistlib.dump(fixture(binary), out,
-                          fmt=plistlib.FMT_BINARY if binary else plistlib.FMT_XML)
+            plistlib.dump(root, out, fmt=plistlib.FMT_BINARY if binary else plistlib.FMT_XML)
+        return 0
+    if len(argv) == 3 and argv[1] == "add-zero-entry":
+        with open(argv[2], "rb") as source:
+            root = plistlib.load(source)
+        root["Settings"]["Product"]["added\u0000elsewhere"] = "x\u0000y"
+        with open(argv[2], "wb") as out:
+            plistlib.dump(root, out, fmt=plistlib.FMT_BINARY)
         return 0
     if len(argv) in (3, 4) and argv[1] == "dump" and (len(argv) == 3 or argv[2] == "--escaped"):
         with open(argv[-1], "rb") as source:

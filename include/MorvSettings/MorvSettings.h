@@ -47,6 +47,14 @@
 // leaves it empty). Nothing is logged or thrown. Names and UTF-8 values
 // must be valid UTF-8 (else false); like C strings, they end at their first
 // zero character.
+//
+// Keys and strings holding U+0000, which files that other programs wrote
+// may have, are kept: the file is read and written back with them whole.
+// Through this interface, whose names and values are C strings, such an
+// entry shows as a C string would: a string value fetches as its text up
+// to the U+0000, and a name holding U+0000 is neither listed nor counted by
+// GetValueNames, GetChildNames and their counts (no name given here can
+// reach it). ReadSettingsTree (MorvSettingsValue.h) shows them whole.
 
 #ifndef MORVSETTINGS_MORVSETTINGS_H
 #define MORVSETTINGS_MORVSETTINGS_H
@@ -90,7 +98,8 @@ class IMorvSettings : public mvtl::IRefCounted {
   virtual bool GetName(std::wstring& name) = 0;
 
   // The number and the names of the child keys (entries that are
-  // dictionaries). Scopes 2, 5 and 8 include the shared file's. The narrow
+  // dictionaries), names holding U+0000 left out (see the top of this
+  // file). Scopes 2, 5 and 8 include the shared file's. The narrow
   // GetChildNames empties `names` before it opens the node (a failure
   // leaves it empty); the wide one changes `names` only on success.
   virtual bool GetChildCount(unsigned long& count) = 0;
@@ -111,7 +120,8 @@ class IMorvSettings : public mvtl::IRefCounted {
   virtual bool GetChild(std::wstring const& name, IMorvSettings** child) = 0;
 
   // The number and the names of the values (entries that are not
-  // dictionaries). Scopes 2, 5 and 8 include the shared file's. The narrow
+  // dictionaries), names holding U+0000 left out (see the top of this
+  // file). Scopes 2, 5 and 8 include the shared file's. The narrow
   // GetValueNames empties `names` before it opens the node (a failure
   // leaves it empty); the wide one changes `names` only on success.
   virtual bool GetValueCount(unsigned long& count) = 0;
@@ -161,7 +171,9 @@ class IMorvSettings : public mvtl::IRefCounted {
   // buffers only data. Int32/Uint32 take the low 32 bits of the stored 64
   // (no range check); Uint64 and Int64 the 64 bits as stored. Scopes 2, 5
   // and 8 read the shared file when the per-user file has no usable entry.
-  // False when no entry is usable; `value` is then left as it was.
+  // False when no entry is usable; `value` is then left as it was. A
+  // string entry holding U+0000 fetches as its text up to the U+0000 (as
+  // UTF-8 and wide alike; numbers read from it stop there too).
   virtual bool FetchInteger(std::string const& name, long long& value) = 0;
   virtual bool FetchInteger(std::wstring const& name, long long& value) = 0;
   virtual bool FetchInt32(std::string const& name, int& value) = 0;

@@ -149,7 +149,7 @@ enum MORVFILESTATE {
   MORVFILE_NOT_A_DICTIONARY,     // a property list without a dictionary at its root
   MORVFILE_TOO_LARGE,            // larger than 64 MiB, or expanding far beyond its size
   MORVFILE_TOO_DEEP,             // nested deeper than 128 levels
-  MORVFILE_BAD_TEXT,             // holding text that is not well-formed UTF-8
+  MORVFILE_BAD_TEXT,             // holding a key or string that is not well-formed text
   MORVFILE_NOT_A_FILE,           // a folder, a device, a pipe...
   MORVFILE_NO_PERMISSION,        // this process may not read it
   MORVFILE_UNREADABLE            // reading it failed otherwise
@@ -176,7 +176,9 @@ enum MORVPLISTFORMAT {
 // the file holds it, kinds that no operation reads included. Entries that
 // the node reads from the shared file as fallback are not part of it. On
 // success `bytes` receives the property list. False, with `bytes`
-// untouched, when the node does not open or has no dictionary of its own.
+// untouched, when the node does not open or has no dictionary of its own,
+// and for MORVPLISTFORMAT_XML when a key or string below the node holds
+// U+0000 (which XML cannot carry; the binary format can).
 MORVSETTINGS_API bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format,
                                      std::string& bytes);
 

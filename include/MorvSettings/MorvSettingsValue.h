@@ -22,12 +22,13 @@ struct SettingsEntry;
 //   UNSIGNED_INTEGER  integer: the 64 bits of a value from 2^63 to 2^64 - 1
 //   REAL              real
 //   BOOLEAN           boolean
-//   STRING            text (UTF-8)
+//   STRING            text (well-formed UTF-8; U+0000 may be part of it)
 //   DATA              data
 //   DATE              real: seconds after 2001-01-01T00:00:00Z
 //   UID               uid
 //   ARRAY, SET        items (a set's order means nothing)
-//   DICTIONARY        entries, in key order (bytewise), each key once
+//   DICTIONARY        entries, in key order (bytewise), each key once (keys
+//                     are well-formed UTF-8, and may hold U+0000 too)
 //   NONE              nothing (no entry)
 struct SettingsValue {
   MORVVALUEKIND kind = MORVVALUEKIND_NONE;
@@ -52,18 +53,22 @@ MORVSETTINGS_API bool SameSettingsValue(const SettingsValue& a, const SettingsVa
 // The node's entries as a DICTIONARY value: its own dictionary, or with
 // `withFallback`, for the USER_WITH_SHARED scopes, what its fetches see (its own
 // entries over the shared file's, dictionaries of both merged the same
-// way). Opens the node if needed. False, with `tree` untouched, when the
-// node is not this library's or does not open.
+// way). Every key and string is whole, U+0000 and what follows it included
+// (unlike the C-string names and values of MorvSettings.h). Opens the node
+// if needed. False, with `tree` untouched, when the node is not this
+// library's or does not open.
 MORVSETTINGS_API bool ReadSettingsTree(IMorvSettings* node, bool withFallback, SettingsValue& tree);
 
 // Merges the DICTIONARY value `tree` into the node's own dictionary, as
 // ImportSettings merges a property list: dictionaries into the child keys
 // of their names, every other entry replacing the entry of its name,
 // entries it does not name kept. The change is written when the node
-// closes (or by SaveSettings). MORVIMPORT_NOT_A_SETTINGS_FILE when `tree`
-// is not a dictionary or holds what a settings file cannot (text that is
-// not well-formed UTF-8 or holds U+0000, NONE values, a DICTIONARY with a
-// key twice); MORVIMPORT_TOO_DEEP, MORVIMPORT_NO_NODE as for ImportSettings.
+// closes (or by SaveSettings). Keys and strings may hold U+0000: the tree
+// goes in whole, as ReadSettingsTree gives it. MORVIMPORT_NOT_A_SETTINGS_FILE
+// when `tree` is not a dictionary or holds what a settings file cannot
+// (a key or string that is not well-formed UTF-8, NONE values, a
+// DICTIONARY with a key twice); MORVIMPORT_TOO_DEEP, MORVIMPORT_NO_NODE as
+// for ImportSettings.
 // On any result but MORVIMPORT_OK nothing has changed.
 MORVSETTINGS_API MORVIMPORTRESULT WriteSettingsTree(IMorvSettings* node, const SettingsValue& tree);
 

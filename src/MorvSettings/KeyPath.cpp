@@ -2,7 +2,7 @@
 
 #include "KeyPath.h"
 
-#include "format/PListText.h"
+#include "SettingsText.h"
 
 namespace mvcs {
 
@@ -18,6 +18,6 @@ std::vector<std::string> tokenize(const std::string& text, const std::string& se
   return pieces;
 }
 
-const morv_common::KeyPathRule kWatchedKeyPath = {true, IsTreeText};
+const morv_common::KeyPathRule kWatchedKeyPath = {true, IsCStringText};
 
 }  // namespace mvcs

@@ -26,7 +26,7 @@ std::vector<std::string> tokenize(const std::string& text, const std::string& se
 
 // The rule of a watcher's key path (SettingsWatcher): "" for the watched
 // dictionary itself, otherwise names between single "/", no "\", and the
-// whole of the store's text (well-formed UTF-8 without U+0000).
+// whole of a name given to the store (well-formed UTF-8 without U+0000).
 extern const morv_common::KeyPathRule kWatchedKeyPath;
 
 // The dictionary at components [0, count) of `path` below `root` (the root

@@ -34,12 +34,17 @@ bool HasReadWriteFile(MORVSETTINGSTYPE scope) {
 }
 
 // Adds the names of the entries of `dictionary` that are (or are not)
-// dictionaries.
+// dictionaries. Names holding U+0000 (which files from other programs may
+// have) are left out: a name given back to the store ends at its first
+// zero character, so such an entry cannot be reached by name.
 void CollectNames(const PListDictionary* dictionary, bool dictionaries,
                   std::set<std::string>& names) {
   if (dictionary == nullptr) return;
   for (const auto& entry : dictionary->GetEntries()) {
-    if ((AsDictionary(entry.second) != nullptr) == dictionaries) names.insert(entry.first);
+    if ((AsDictionary(entry.second) != nullptr) == dictionaries &&
+        entry.first.find('\0') == std::string::npos) {
+      names.insert(entry.first);
+    }
   }
 }
 

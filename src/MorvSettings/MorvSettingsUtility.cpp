@@ -104,7 +104,7 @@ const char* DescribeSettingsFileState(MORVFILESTATE state) {
     case MORVFILE_TOO_DEEP:
       return "nested too deep (over 128 levels)";
     case MORVFILE_BAD_TEXT:
-      return "holding text that is not well-formed UTF-8";
+      return "holding a key or string that is not well-formed text";
     case MORVFILE_NOT_A_FILE:
       return "not a regular file";
     case MORVFILE_NO_PERMISSION:

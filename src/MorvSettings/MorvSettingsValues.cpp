@@ -118,11 +118,14 @@ bool FetchBoolean(PListDictionary* dictionary, const std::string& name, bool& ou
   return ReadNumber(dictionary, name, out, ToBoolean());
 }
 
+// A string that holds U+0000 (from a file that another program wrote)
+// reads as its text up to there, as a C string would: the same text that
+// storing the whole string would keep, narrow and wide alike.
 bool FetchUTF8String(PListDictionary* dictionary, const std::string& name, std::string& out) {
   const PListValue* entry = Lookup(dictionary, name);
   const std::string* text = entry != nullptr ? std::get_if<std::string>(entry) : nullptr;
   if (text == nullptr) return false;
-  out = *text;
+  out = CStringPart(*text);
   return true;
 }
 

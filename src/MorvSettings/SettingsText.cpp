@@ -62,12 +62,17 @@ std::string DecimalPrefix(const std::string& text) {
 }  // namespace
 
 bool StoredText(const std::string& text, std::string& stored) {
-  const std::size_t nul = text.find('\0');
-  std::string part = nul == std::string::npos ? text : text.substr(0, nul);
+  std::string part = CStringPart(text);
   if (!IsWellFormedUTF8(part)) return false;
   stored.swap(part);
   return true;
 }
+
+bool IsCStringText(const std::string& text) {
+  return text.find('\0') == std::string::npos && IsWellFormedUTF8(text);
+}
+
+std::string CStringPart(const std::string& text) { return text.substr(0, text.find('\0')); }
 
 long long TextToInteger(const std::string& text) {
   std::size_t i = SkipSpace(text);

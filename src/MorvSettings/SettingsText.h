@@ -18,6 +18,15 @@ namespace mvcs {
 // False when that part is not well-formed UTF-8.
 bool StoredText(const std::string& text, std::string& stored);
 
+// Whether `text` is whole as a C string: well-formed UTF-8 without U+0000.
+// Names that programs give the store are such text; a file's tree may hold
+// any well-formed text (IsTreeText), U+0000 included.
+bool IsCStringText(const std::string& text);
+
+// The text of `text` up to its first U+0000: what a program that takes
+// strings as C strings sees of it (all of it when it holds none).
+std::string CStringPart(const std::string& text);
+
 // White space, an optional sign, decimal digits; stops at the first other
 // character. No digits gives 0; overflow saturates at the 64-bit limits.
 long long TextToInteger(const std::string& text);

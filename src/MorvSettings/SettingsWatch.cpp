@@ -17,10 +17,10 @@
 #include "MorvSettingsNode.h"
 #include "SettingsExchange.h"
 #include "SettingsFiles.h"
+#include "SettingsText.h"
 #include "StoreLock.h"
 #include "format/PListFormat.h"
 #include "format/PListLimits.h"
-#include "format/PListText.h"
 
 namespace mvcs {
 
@@ -162,7 +162,7 @@ SettingsWatcher::SettingsWatcher(const std::string& productId, bool installer,
     : m_state(new State) {
   KeyPath below;
   if (productId.empty() || productId.find_first_of("/\\") != std::string::npos ||
-      !IsTreeText(productId) ||
+      !IsCStringText(productId) ||
       morv_common::SplitKeyPath(keyPath, kWatchedKeyPath, below) !=
           morv_common::KeyPathError::kNone) {
     return;

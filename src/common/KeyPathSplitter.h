@@ -33,7 +33,7 @@ struct KeyPathRule {
   // kEmpty.
   bool allowEmpty;
   // The text check of the whole path. Watchers take the store's rule for
-  // names (well-formed UTF-8 without U+0000, IsTreeText); the tool takes
+  // names (well-formed UTF-8 without U+0000, IsCStringText); the tool takes
   // the public decoders' rule (mvcs::IsUTF8) and leaves the rest to the
   // store, which refuses what it cannot hold with its own message.
   bool (*isText)(const std::string& text);

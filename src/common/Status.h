@@ -36,7 +36,9 @@ class Status {
     kNotADictionary,    // a property list without a dictionary at its root
     kTooLarge,          // over the size limit, or a tree far larger than its bytes
     kTooDeep,           // containers nested deeper than the limit
-    kBadText,           // a key or string that is not well-formed UTF-8, or holds U+0000
+    kBadText,           // a key or string that is not well-formed text (ill-formed
+                        // UTF-8, an unpaired UTF-16 surrogate, a byte above 0x7F
+                        // in an ASCII string)
   };
 
   // The step that failed.
@@ -158,7 +160,7 @@ inline const char* Status::Describe(Code code) {
     case Code::kTooDeep:
       return "nested too deep";
     case Code::kBadText:
-      return "holding text that is not well-formed UTF-8";
+      return "holding a key or string that is not well-formed text";
   }
   return "input/output error";
 }

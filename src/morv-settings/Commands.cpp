@@ -414,8 +414,8 @@ void ImportCommand(const SettingsTarget& target, const std::string& file, bool j
       break;
     case mvcs::MORVIMPORT_NOT_A_SETTINGS_FILE:
       throw Failure(source +
-                    (json ? std::string(" holds what a settings file cannot (a key twice, or "
-                                        "text with U+0000)")
+                    (json ? std::string(" holds what a settings file cannot (text that is "
+                                        "not well-formed UTF-8)")
                           : std::string(" is not a property list with a dictionary at its root "
                                         "that the settings store can read")) +
                     "; nothing was changed");

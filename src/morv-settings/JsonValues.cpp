@@ -4,9 +4,10 @@
 
 #include <time.h>
 
+#include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -17,7 +18,99 @@ namespace morv_tool {
 namespace {
 
 // Seconds from 1970-01-01 to 2001-01-01, the dates' reference.
-constexpr double kReferenceDate = 978307200.0;
+constexpr long long kReferenceDate = 978307200;
+
+// The dates of the calendar form: 0001-01-01T00:00:00Z up to (not
+// including) 10000-01-01T00:00:00Z, in seconds after 2001-01-01.
+constexpr double kFirstCalendarDate = -63113904000.0;
+constexpr double kEndOfCalendarDates = 252423993600.0;
+
+// The most fraction digits a calendar date is written with. A date a second
+// or more from 2001-01-01 never needs more than 16; only dates less than a
+// thousandth of a second from it may, and they take the seconds' form.
+constexpr int kMaxDateFractionDigits = 20;
+
+// The bits of a double's NaN that {"$real": "nan"} stands for.
+constexpr std::uint64_t kDefaultNan = 0x7FF8000000000000ull;
+
+std::uint64_t BitsOf(double value) {
+  std::uint64_t bits;
+  std::memcpy(&bits, &value, sizeof(bits));
+  return bits;
+}
+
+bool SameBits(double a, double b) { return BitsOf(a) == BitsOf(b); }
+
+// 10^n - `digits` as n digits, for n digits that are not all 0: the
+// fraction that, added to `digits`' own, makes one.
+std::string TenComplement(std::string digits) {
+  std::size_t last = digits.find_last_not_of('0');
+  digits[last] = static_cast<char>('0' + 10 - (digits[last] - '0'));
+  while (last-- > 0) digits[last] = static_cast<char>('0' + 9 - (digits[last] - '0'));
+  return digits;
+}
+
+// The decimal text of `whole` seconds plus the fraction 0.`digits`, where
+// `whole` may be negative: -1 and "25" make "-0.75".
+std::string SecondsText(long long whole, const std::string& digits) {
+  if (digits.find_first_not_of('0') == std::string::npos) return std::to_string(whole);
+  if (whole >= 0) return std::to_string(whole) + "." + digits;
+  return "-" + std::to_string(-(whole + 1)) + "." + TenComplement(digits);
+}
+
+// `seconds` rounded to `digits` decimals, as the calendar date
+// "YYYY-MM-DDTHH:MM:SS[.fraction]Z"; "" when that falls outside the years
+// 1 to 9999.
+std::string CalendarForm(double seconds, int digits) {
+  // printf rounds the exact value of the double correctly.
+  char decimal[80];
+  std::snprintf(decimal, sizeof(decimal), "%.*f", digits, seconds);
+  const std::string text = decimal;
+  const bool negative = text[0] == '-';
+  const std::size_t point = text.find('.');
+  long long whole = std::stoll(text.substr(negative ? 1 : 0, point));
+  std::string fraction = point == std::string::npos ? std::string() : text.substr(point + 1);
+  fraction.erase(fraction.find_last_not_of('0') + 1);
+  if (negative) {
+    // -12.25 is 13 whole seconds before 2001, plus 0.75.
+    whole = fraction.empty() ? -whole : -(whole + 1);
+    if (!fraction.empty()) fraction = TenComplement(fraction);
+  }
+  const time_t unix = static_cast<time_t>(whole + kReferenceDate);
+  struct tm parts;
+  if (gmtime_r(&unix, &parts) == nullptr || parts.tm_year + 1900 < 1 ||
+      parts.tm_year + 1900 > 9999) {
+    return std::string();
+  }
+  char date[40];
+  std::snprintf(date, sizeof(date), "%04d-%02d-%02dT%02d:%02d:%02d", parts.tm_year + 1900,
+                parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+  return std::string(date) + (fraction.empty() ? "" : "." + fraction) + "Z";
+}
+
+// The text of a NaN in {"$real": ...}: "nan" for the usual one, otherwise
+// "nan:" and the 16 hexadecimal digits of its bits (sign and payload kept).
+std::string NanText(double nan) {
+  const std::uint64_t bits = BitsOf(nan);
+  if (bits == kDefaultNan) return "nan";
+  char text[24];
+  std::snprintf(text, sizeof(text), "nan:%016llx", static_cast<unsigned long long>(bits));
+  return text;
+}
+
+// The NaN that `text` names ("nan", "nan:" and 16 hexadecimal digits of a
+// NaN's bits); false for any other text.
+bool ParseNan(const std::string& text, double& nan) {
+  std::uint64_t bits = kDefaultNan;
+  if (text != "nan") {
+    if (text.size() != 20 || text.compare(0, 4, "nan:") != 0) return false;
+    const char* end = text.data() + text.size();
+    const std::from_chars_result result = std::from_chars(text.data() + 4, end, bits, 16);
+    if (result.ptr != end) return false;
+  }
+  std::memcpy(&nan, &bits, sizeof(nan));
+  return std::isnan(nan);
+}
 
 const char kBase64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
@@ -135,14 +228,14 @@ bool ParseMarker(const std::string& name, const nlohmann::json& inner, mvcs::Set
   }
   if (name == "$real") {
     const std::string text = inner.is_string() ? inner.get<std::string>() : std::string();
-    if (text == "nan") {
-      value.real = std::numeric_limits<double>::quiet_NaN();
+    if (ParseNan(text, value.real)) {
+      // A NaN, with its sign and payload.
     } else if (text == "inf") {
       value.real = std::numeric_limits<double>::infinity();
     } else if (text == "-inf") {
       value.real = -std::numeric_limits<double>::infinity();
     } else {
-      return Fail(error, where, "$real holds none of nan, inf, -inf");
+      return Fail(error, where, "$real holds none of nan, nan:<16 hex digits>, inf, -inf");
     }
     value.kind = mvcs::MORVVALUEKIND_REAL;
     return true;
@@ -223,7 +316,7 @@ struct TypedJson {
   nlohmann::json operator()(const std::string& v) const { return v; }
   nlohmann::json operator()(const Bytes& v) const { return Marker("$data", Base64(v)); }
   static nlohmann::json Real(double v) {
-    if (std::isnan(v)) return Marker("$real", "nan");
+    if (std::isnan(v)) return Marker("$real", NanText(v));
     if (std::isinf(v)) return Marker("$real", v > 0 ? "inf" : "-inf");
     return v;
   }
@@ -232,28 +325,19 @@ struct TypedJson {
 }  // namespace
 
 std::string FormatDate(double seconds) {
-  // Years 1 to 9999 only: beyond, ISO 8601 dates need extra digits.
-  if (!(seconds >= -63113904000.0 && seconds < 252423993600.0)) return std::string();
-  const double whole = std::floor(seconds);
-  const time_t unix = static_cast<time_t>(whole + kReferenceDate);
-  struct tm parts;
-  char text[80];
-  if (gmtime_r(&unix, &parts) == nullptr) return std::string();
-  std::snprintf(text, sizeof(text), "%04d-%02d-%02dT%02d:%02d:%02d", parts.tm_year + 1900,
-                parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
-  std::string result = text;
-  const double fraction = seconds - whole;
-  if (fraction > 0) {
-    // Seventeen significant digits read back the same double: as many
-    // decimals as that takes after the fraction's leading zeros.
-    const int zeros = static_cast<int>(-std::floor(std::log10(fraction)));
-    char digits[400];
-    std::snprintf(digits, sizeof(digits), "%.*f", 17 + (zeros > 0 ? zeros : 0), fraction);
-    std::string fixed = digits;
-    while (fixed.back() == '0') fixed.pop_back();
-    result += fixed.substr(fixed.find('.'));
+  // Years 1 to 9999 only: beyond, ISO 8601 dates need extra digits. -0.0
+  // has no calendar form of its own (it would read back as 0.0).
+  if (!(seconds >= kFirstCalendarDate && seconds < kEndOfCalendarDates) ||
+      (seconds == 0 && std::signbit(seconds))) {
+    return std::string();
   }
-  return result + "Z";
+  // The fewest fraction digits that read back to the same bits.
+  for (int digits = 0; digits <= kMaxDateFractionDigits; ++digits) {
+    const std::string text = CalendarForm(seconds, digits);
+    double back = 0;
+    if (!text.empty() && ParseDate(text, back) && SameBits(back, seconds)) return text;
+  }
+  return std::string();
 }
 
 bool ParseDate(const std::string& text, double& seconds) {
@@ -264,13 +348,13 @@ bool ParseDate(const std::string& text, double& seconds) {
     return false;
   }
   std::string rest = text.substr(static_cast<std::size_t>(used));
-  double fraction = 0;
+  std::string fraction;
   if (!rest.empty() && rest[0] == '.') {
-    std::size_t digits = 1;
-    while (digits < rest.size() && rest[digits] >= '0' && rest[digits] <= '9') ++digits;
-    if (digits == 1) return false;
-    fraction = std::strtod(("0" + rest.substr(0, digits)).c_str(), nullptr);
-    rest = rest.substr(digits);
+    std::size_t end = 1;
+    while (end < rest.size() && rest[end] >= '0' && rest[end] <= '9') ++end;
+    if (end == 1) return false;
+    fraction = rest.substr(1, end - 1);
+    rest = rest.substr(end);
   }
   if (rest != "Z" || month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 ||
       second > 60) {
@@ -283,9 +367,12 @@ bool ParseDate(const std::string& text, double& seconds) {
   parts.tm_hour = hour;
   parts.tm_min = minute;
   parts.tm_sec = second;
-  const time_t unix = timegm(&parts);
-  seconds = (static_cast<double>(unix) - kReferenceDate) + fraction;
-  return true;
+  const long long whole = static_cast<long long>(timegm(&parts)) - kReferenceDate;
+  // The whole seconds plus the fraction, as one decimal number, rounded to
+  // a double once: exact up to that rounding, before 2001 too.
+  const std::string decimal = SecondsText(whole, fraction);
+  const char* end = decimal.data() + decimal.size();
+  return std::from_chars(decimal.data(), end, seconds).ptr == end;
 }
 
 nlohmann::json ToJson(const mvcs::SettingsValue& value) {

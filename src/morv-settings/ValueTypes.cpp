@@ -110,7 +110,7 @@ bool ParseString(const std::string& text, Value& value, std::string& error) {
     return false;
   }
   if (text.find('\0') != std::string::npos) {
-    error = "holds a zero character, which the settings store cannot keep in a string";
+    error = "holds a zero character, which the settings interface cannot store in a string";
     return false;
   }
   value = text;

@@ -48,7 +48,9 @@ std::string Shown(const mvcs::SettingsValue& value) {
       text = FormatQuoted(Value(Bytes(value.data)));
       break;
     case mvcs::MORVVALUEKIND_DATE:
+      // The calendar form, or the JSON of a date that has none.
       text = FormatDate(value.real);
+      if (text.empty()) text = ToJson(value).dump();
       break;
     default:
       text = ToJson(value).dump();  // arrays, sets, UIDs

@@ -228,4 +228,33 @@ inline Options LibplistOptions() {
 
 }  // namespace listing
 
+namespace mvcs {
+
+// Whether a key or string of the tree, at any depth, holds U+0000 (which
+// the binary format carries and XML cannot).
+inline bool HoldsZeroText(const PListDictionary& root);
+
+inline bool ValueHoldsZeroText(const PListValue& value) {
+  if (const PListDictionary* dictionary = AsDictionary(value)) return HoldsZeroText(*dictionary);
+  if (const PListArrayRef* array = std::get_if<PListArrayRef>(&value)) {
+    for (const PListValue& item : (*array)->items) {
+      if (ValueHoldsZeroText(item)) return true;
+    }
+    return false;
+  }
+  const std::string* text = std::get_if<std::string>(&value);
+  return text != nullptr && text->find('\0') != std::string::npos;
+}
+
+inline bool HoldsZeroText(const PListDictionary& root) {
+  for (const auto& entry : root.GetEntries()) {
+    if (entry.first.find('\0') != std::string::npos || ValueHoldsZeroText(entry.second)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace mvcs
+
 #endif  // MORV_TESTS_PLISTLISTING_H

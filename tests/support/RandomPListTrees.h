@@ -26,10 +26,11 @@ using mvcs::PListValue;
 typedef mvtl::RefCountedPtr<PListDictionary> Tree;
 
 // Makes trees: the same sequence for the same seed. `sets`: whether some
-// arrays are sets.
+// arrays are sets; `zeros`: whether keys and strings may hold U+0000.
 class RandomTrees {
  public:
-  explicit RandomTrees(unsigned seed, bool sets = true) : m_random(seed), m_sets(sets) {}
+  explicit RandomTrees(unsigned seed, bool sets = true, bool zeros = false)
+      : m_random(seed), m_sets(sets), m_zeros(zeros) {}
 
   Tree Make() {
     Tree tree(new mvcs::PListDictionary);
@@ -48,6 +49,13 @@ class RandomTrees {
     std::string text = kWords[Pick(8)];
     if (Pick(3) == 0) text += std::to_string(Pick(1000));
     if (Pick(10) == 0) text += std::string(Pick(40), 'x');
+    // U+0000 between any two characters of a quarter of the keys and
+    // strings.
+    if (m_zeros && Pick(4) == 0) {
+      std::size_t at = Pick(text.size() + 1);
+      while (at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) ++at;
+      text.insert(at, 1, '\0');
+    }
     return text;
   }
 
@@ -119,6 +127,7 @@ class RandomTrees {
 
   std::mt19937 m_random;
   bool m_sets;
+  bool m_zeros;
 };
 
 }  // namespace randomtrees

@@ -221,7 +221,7 @@ class Reader {
     const char* body = reinterpret_cast<const char*>(object.body);
     if (object.type == kAsciiString) {
       if (!Spend(kNodeCost + count)) return false;
-      // ASCII strings hold bytes 1 to 0x7F only.
+      // ASCII strings hold bytes 0 to 0x7F only.
       if (!IsAsciiText(body, count)) return Fail(Code::kBadText);
       text.assign(body, count);
       return true;

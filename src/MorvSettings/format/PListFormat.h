@@ -32,8 +32,10 @@ namespace mvcs {
 //   kTooLarge          more than kMaxSettingsFileSize, or a tree that would
 //                      be far larger than its bytes (objects shared over and
 //                      over)
-//   kBadText           a key or string that is not well-formed text, or
-//                      holds U+0000
+//   kBadText           a key or string that is not well-formed text:
+//                      ill-formed UTF-8, an unpaired UTF-16 surrogate, a
+//                      byte above 0x7F in an ASCII string (U+0000 is text
+//                      like any other)
 Status ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDictionary>& root);
 
 // Serialises the tree in the binary format, version 1.0. A refusal (step
@@ -43,7 +45,9 @@ Status ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDict
 Status WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes,
                                std::size_t expectedSize = 0);
 
-// The same in the XML format, version 1.0 (for exporting settings).
+// The same in the XML format, version 1.0 (for exporting settings). XML
+// cannot carry U+0000: a tree with a key or string holding one is refused
+// (kBadText, step kSerialise, `bytes` untouched).
 Status WriteXmlPropertyList(const PListDictionary& root, std::string& bytes);
 
 // How deep the tree's containers nest, the root counted as 1.

@@ -46,34 +46,17 @@ bool IsWellFormedUTF8(const char* text, std::size_t size) {
   return true;
 }
 
-bool IsTreeText(const char* text, std::size_t size) {
-  return std::memchr(text, 0, size) == nullptr && IsWellFormedUTF8(text, size);
-}
-
-namespace {
-
-const std::uint64_t kHighBits = 0x8080808080808080ull;
-const std::uint64_t kLowBits = 0x0101010101010101ull;
-
-// Whether the eight bytes of `word` are all 1 to 0x7F: no high bit, and no
-// zero byte (a zero byte is the one for which subtracting 1 borrows into
-// a high bit that the byte did not have).
-bool IsAsciiTextWord(std::uint64_t word) {
-  return ((word | ((word - kLowBits) & ~word)) & kHighBits) == 0;
-}
-
-}  // namespace
-
 bool IsAsciiText(const char* text, std::size_t size) {
+  // Eight bytes at a time: ASCII is no byte with its high bit set.
+  const std::uint64_t kHighBits = 0x8080808080808080ull;
   std::size_t i = 0;
   for (; i + 8 <= size; i += 8) {
     std::uint64_t word;
     std::memcpy(&word, text + i, 8);
-    if (!IsAsciiTextWord(word)) return false;
+    if ((word & kHighBits) != 0) return false;
   }
   for (; i < size; ++i) {
-    const unsigned char byte = static_cast<unsigned char>(text[i]);
-    if (byte == 0 || byte >= 0x80) return false;
+    if (static_cast<unsigned char>(text[i]) >= 0x80) return false;
   }
   return true;
 }
@@ -81,7 +64,7 @@ bool IsAsciiText(const char* text, std::size_t size) {
 bool AppendUTF16BigEndianAsUTF8(const unsigned char* bytes, std::size_t units, std::string& out) {
   for (std::size_t i = 0; i < units; ++i) {
     std::uint32_t code = static_cast<std::uint32_t>(bytes[2 * i]) << 8 | bytes[2 * i + 1];
-    if (code == 0 || (code >= 0xDC00 && code <= 0xDFFF)) return false;
+    if (code >= 0xDC00 && code <= 0xDFFF) return false;
     if (code >= 0xD800 && code <= 0xDBFF) {
       if (i + 1 >= units) return false;
       const std::uint32_t low =
