@@ -592,6 +592,23 @@ TEST_F(SettingsTool, ExportWritesAPropertyListThatPlistlibReads) {
   EXPECT_EQ(plistlib::Dump(m_root + "/p.bin"), plistlib::Dump(m_root + "/p.xml"));
 }
 
+// XML 1.0 cannot carry every character a string may hold: the XML export
+// fails, naming the entry, and writes nothing; the binary export carries it.
+TEST_F(SettingsTool, AnXmlExportNamesTheEntryThatXmlCannotCarry) {
+  WriteSample();
+  Ok({"write", "P", "Server/Title", "string",
+      "a\x01"
+      "b"});
+  Fails({"export", "P", m_root + "/p.xml"}, 1,
+        "cannot export the settings of product \"P\" " + Files() +
+            ": the string at \"Server/Title\" holds U+0001, which XML cannot carry");
+  EXPECT_FALSE(sandbox::Exists(m_root + "/p.xml"));
+  Ok({"export", "P", "--format", "binary", m_root + "/p.bin"});
+  const std::vector<std::string> dump = plistlib::Dump(m_root + "/p.bin");
+  ASSERT_EQ(dump.size(), 7u);
+  EXPECT_EQ(dump[6], "/Server/Title\tstr\t'a\\x01b'");
+}
+
 TEST_F(SettingsTool, ExportToStandardOutput) {
   WriteSample();
   Ok({"export", "P", "p.xml"});  // relative to the working folder

@@ -177,10 +177,19 @@ enum MORVPLISTFORMAT {
 // the node reads from the shared file as fallback are not part of it. On
 // success `bytes` receives the property list. False, with `bytes`
 // untouched, when the node does not open or has no dictionary of its own,
-// and for MORVPLISTFORMAT_XML when a key or string below the node holds
-// U+0000 (which XML cannot carry; the binary format can).
+// and for MORVPLISTFORMAT_XML when an entry below the node is one that XML
+// 1.0 cannot carry (the binary format carries them all): a key or string
+// holding U+0000..U+0008, U+000B, U+000C, U+000E..U+001F, U+FFFE or U+FFFF,
+// or a date outside the years 1 to 9999. (A NaN real is written as "nan":
+// its payload is lost.)
 MORVSETTINGS_API bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format,
                                      std::string& bytes);
+
+// The same; on failure `reason` receives why, in words, naming the entry
+// that XML cannot carry by its key path below the node (for example: the
+// string at "Server/Name" holds U+0001, which XML cannot carry).
+MORVSETTINGS_API bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format,
+                                     std::string& bytes, std::string& reason);
 
 enum MORVIMPORTRESULT {
   MORVIMPORT_OK = 0,

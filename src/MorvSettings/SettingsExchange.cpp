@@ -276,14 +276,24 @@ MORVIMPORTRESULT WriteSettingsTree(IMorvSettings* node, const SettingsValue& tre
   return MergeIntoNode(OwnNode(node), *AsDictionary(incoming));
 }
 
-bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format, std::string& bytes) {
+bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format, std::string& bytes,
+                    std::string& reason) {
   StoreLock lock;
   const PListDictionary* dictionary = OwnDictionary(OwnNode(node));
-  if (dictionary == nullptr) return false;
+  if (dictionary == nullptr) {
+    reason = "the node does not open or has no dictionary of its own";
+    return false;
+  }
   const Status written = format == MORVPLISTFORMAT_XML
                              ? WriteXmlPropertyList(*dictionary, bytes)
                              : WriteBinaryPropertyList(*dictionary, bytes);
+  if (!written.ok()) reason = written.Reason();
   return written.ok();
+}
+
+bool ExportSettings(IMorvSettings* node, MORVPLISTFORMAT format, std::string& bytes) {
+  std::string reason;
+  return ExportSettings(node, format, bytes, reason);
 }
 
 MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std::string& bytes) {

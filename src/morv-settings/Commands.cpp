@@ -382,8 +382,10 @@ void ExportCommand(const SettingsTarget& target, const std::string& format,
   std::string bytes;
   const mvcs::MORVPLISTFORMAT kind =
       format == "binary" ? mvcs::MORVPLISTFORMAT_BINARY : mvcs::MORVPLISTFORMAT_XML;
-  if (!mvcs::ExportSettings(node.Get(), kind, bytes)) {
-    throw Failure("cannot export " + target.Describe() + " " + target.DescribeFiles());
+  std::string reason;
+  if (!mvcs::ExportSettings(node.Get(), kind, bytes, reason)) {
+    throw Failure("cannot export " + target.Describe() + " " + target.DescribeFiles() + ": " +
+                  reason);
   }
   WriteOutput(file.empty() ? std::string("-") : file, bytes);
 }
