@@ -506,6 +506,43 @@ TEST_F(SettingsUtility, ExportThenImportReproducesEveryKindOfEntry) {
   EXPECT_EQ(again, exported);
 }
 
+// Every kind of entry, with the values at the edges of what XML carries
+// (dates of years 1 to 9999, infinities, NaN, -0.0, denormals, CR, text
+// that needs escaping, both ends of the integers), exported as XML and
+// imported elsewhere, reads back as the same tree; but a UID, which XML
+// has no form of, comes back as the dictionary that stands for it there.
+TEST_F(SettingsUtility, EveryKindReadsBackEqualThroughAnXmlExport) {
+  sandbox::WriteFile(UserFile("Product"), "");
+  ASSERT_EQ(plistlib::WriteFixture("binary-edges", UserFile("Product")), 0);
+  Node source = Open("Settings/Product", mvcs::MORVSETTINGSTYPE_USER);
+  ASSERT_TRUE(source);
+  std::string exported, reason;
+  ASSERT_TRUE(mvcs::ExportSettings(source.Get(), mvcs::MORVPLISTFORMAT_XML, exported, reason))
+      << reason;
+  Node target = Product("Copy");
+  ASSERT_EQ(mvcs::ImportSettings(target.Get(), exported), mvcs::MORVIMPORT_OK);
+  mvcs::SettingsValue before, after;
+  ASSERT_TRUE(mvcs::ReadSettingsTree(source.Get(), false, before));
+  ASSERT_TRUE(mvcs::ReadSettingsTree(target.Get(), false, after));
+  ASSERT_EQ(after.entries.size(), before.entries.size());
+  std::size_t compared = 0;
+  for (std::size_t i = 0; i < before.entries.size(); ++i) {
+    const mvcs::SettingsEntry& entry = before.entries[i];
+    const mvcs::SettingsEntry& again = after.entries[i];
+    ASSERT_EQ(again.name, entry.name);
+    if (entry.value.kind == mvcs::MORVVALUEKIND_UID) {
+      ASSERT_EQ(again.value.kind, mvcs::MORVVALUEKIND_DICTIONARY);
+      ASSERT_EQ(again.value.entries.size(), 1u);
+      EXPECT_EQ(again.value.entries[0].name, "CF$UID");
+      EXPECT_EQ(again.value.entries[0].value.integer, static_cast<long long>(entry.value.uid));
+    } else {
+      EXPECT_TRUE(mvcs::SameSettingsValue(entry.value, again.value)) << entry.name;
+      ++compared;
+    }
+  }
+  EXPECT_GE(compared, 30u);
+}
+
 // XML has no form of U+0000: a node whose keys or strings hold it exports
 // as a binary property list only, which imports to the same entries.
 TEST_F(SettingsUtility, EntriesHoldingZeroExportAsBinaryOnly) {

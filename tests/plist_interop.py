@@ -5,10 +5,11 @@ Python's plistlib is an implementation of property lists independent of
 libplist, so files that it writes must read correctly in the store, and
 files that the store writes must read correctly here.
 
-    plist_interop.py write-fixture binary|xml|binary-zero PATH
+    plist_interop.py write-fixture binary|xml|binary-zero|binary-edges PATH
         Writes the reference fixture (every kind of entry) to PATH;
         binary-zero adds keys and strings holding U+0000 (ZERO_ENTRIES),
-        which only the binary format carries.
+        which only the binary format carries; binary-edges adds the edge
+        values that XML carries too (EDGE_ENTRIES).
     plist_interop.py add-zero-entry PATH
         Adds Settings/Product/"added\0elsewhere" = "x\0y" to the binary
         property list at PATH, as another program changing the file would.
@@ -76,6 +77,22 @@ ZERO_ENTRIES = {
 }
 
 
+# Values at the edges of what XML carries: dates of any year (whole
+# seconds), the special reals, text that needs escaping, integers at both
+# ends.
+EDGE_ENTRIES = {
+    "dates": [datetime.datetime(1, 1, 1), datetime.datetime(1869, 1, 3, 4, 5, 6),
+              datetime.datetime(1932, 12, 13, 20, 45, 51), datetime.datetime(2069, 1, 19, 3, 14, 8),
+              datetime.datetime(2199, 8, 20), datetime.datetime(9999, 12, 31, 23, 59, 59)],
+    "reals": [float("inf"), float("-inf"), float("nan"), -0.0, 5e-324, 1.7976931348623157e308,
+              0.1, -2.5e-310],
+    "text": "cr\rcrlf\r\nlf\ntab\t&amp; <tag> ]]> \u0085\u2028\u00a0\ufffd\U0001F30D\u007f",
+    "\r key with CR & <angle>": "x",
+    "integers": [0, -1, 2**63 - 1, -(2**63), 2**63, 2**64 - 1],
+    "empty": [[], {}, b"", ""],
+}
+
+
 def escaped(text):
     return "".join(c if " " <= c <= "~" and c != "\\" else "\\x{%X}" % ord(c) for c in text)
 
@@ -116,11 +133,14 @@ def describe(value, path, lines, exact=False):
 
 def main(argv):
     if len(argv) == 4 and argv[1] == "write-fixture" and argv[2] in ("binary", "xml",
-                                                                       "binary-zero"):
+                                                                       "binary-zero",
+                                                                       "binary-edges"):
         binary = argv[2] != "xml"
         root = fixture(binary)
         if argv[2] == "binary-zero":
             root["Settings"]["Product"].update(ZERO_ENTRIES)
+        if argv[2] == "binary-edges":
+            root["Settings"]["Product"].update(EDGE_ENTRIES)
         with open(argv[3], "wb") as out:
             plistlib.dump(root, out, fmt=plistlib.FMT_BINARY if binary else plistlib.FMT_XML)
         return 0
