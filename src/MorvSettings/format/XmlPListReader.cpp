@@ -24,6 +24,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -108,28 +109,16 @@ class TreeBuilder {
           if (m_hasKey && !m_key.empty()) return Fail(Code::kNotAPropertyList);
           m_open.pop_back();
         } else if (std::strcmp(name, "data") == 0) {
-          PListData data;
-          if (!DecodeBase64(m_text, data)) return Fail(Code::kNotAPropertyList);
-          Charge(data.size());
-          Add(std::move(data));
-          m_text.clear();
+          AddParsed(DecodeBase64);
         } else if (std::strcmp(name, "date") == 0) {
-          PListDate date;
-          if (!ParseXmlDate(m_text, date)) return Fail(Code::kNotAPropertyList);
-          Add(date);
-          m_text.clear();
+          AddParsed(ParseXmlDate);
         }
         return;
       case 'f':
         if (std::strcmp(name, "false") == 0) Add(false);
         return;
       case 'i':
-        if (std::strcmp(name, "integer") == 0) {
-          PListInteger integer;
-          if (!ParseXmlInteger(m_text, integer)) return Fail(Code::kNotAPropertyList);
-          Add(integer);
-          m_text.clear();
-        }
+        if (std::strcmp(name, "integer") == 0) AddParsed(ParseXmlInteger);
         return;
       case 'k':
         if (std::strcmp(name, "key") == 0) {
@@ -144,12 +133,7 @@ class TreeBuilder {
         }
         return;
       case 'r':
-        if (std::strcmp(name, "real") == 0) {
-          PListReal real;
-          if (!ParseXmlReal(m_text, real)) return Fail(Code::kNotAPropertyList);
-          Add(real);
-          m_text.clear();
-        }
+        if (std::strcmp(name, "real") == 0) AddParsed(ParseXmlReal);
         return;
       case 's':
         if (std::strcmp(name, "string") == 0) {
@@ -185,6 +169,17 @@ class TreeBuilder {
     if (m_open.size() < kMaxNesting) return true;
     Fail(Code::kTooDeep);
     return false;
+  }
+
+  // Adds the value that `parse` reads from the text collected; the file is
+  // refused when it reads none.
+  template <typename Value>
+  void AddParsed(bool (*parse)(const std::string&, Value&)) {
+    Value value{};
+    if (!parse(m_text, value)) return Fail(Code::kNotAPropertyList);
+    if constexpr (std::is_same_v<Value, PListData>) Charge(value.size());
+    Add(std::move(value));
+    m_text.clear();
   }
 
   // Counts `bytes` of text or data against the tree's budget.
