@@ -16,6 +16,7 @@
 #include "MorvSettings/MorvSettings.h"
 #include "MorvSettings/MorvSettingsSimple.h"
 #include "MorvSettings/MorvSettingsUtility.h"
+#include "MorvSettings/MorvSettingsWatch.h"
 #include "SettingsFixtures.h"
 #include "SettingsSandbox.h"
 
@@ -134,6 +135,44 @@ TEST_F(SettingsThreads, OneOpenNodeSharedByEveryThread) {
   double half = 0;
   EXPECT_TRUE(child->FetchDouble(Name(3, 7), half));
   EXPECT_EQ(half, 3.5);
+}
+
+// Fetches on one open node, which hold the store shared, beside one
+// thread that stores, saves and refreshes the same node: every fetch sees
+// a value stored before it and never an older one than it saw before.
+TEST_F(SettingsThreads, FetchesBesideStoresSavesAndRefreshesOnOneNode) {
+  Node node = fixtures::Open("Settings/Readers", mvcs::MORVSETTINGSTYPE_USER_CREATE);
+  ASSERT_NE(node.Get(), nullptr);
+  ASSERT_TRUE(node->StoreInteger(std::string("Counter"), 0));
+  constexpr int kStores = 400;
+  std::atomic<bool> done{false};
+  std::atomic<int> failures{0};
+  std::vector<std::thread> readers;
+  for (int t = 0; t < 3; ++t) {
+    readers.emplace_back([&] {
+      long long seen = 0;
+      while (!done) {
+        long long value = -1;
+        if (!node->FetchInteger(std::string("Counter"), value) || value < seen || value > kStores) {
+          ++failures;
+        }
+        seen = value;
+        std::string missing;
+        if (node->FetchUTF8String(std::string("Missing"), missing)) ++failures;
+      }
+    });
+  }
+  for (int i = 1; i <= kStores; ++i) {
+    failures += !node->StoreInteger(std::string("Counter"), i);
+    if (i % 40 == 0) failures += !mvcs::SaveSettings(node.Get()).IsOk();
+    if (i % 100 == 0) failures += !mvcs::RefreshSettings(node.Get());
+  }
+  done = true;
+  for (std::thread& reader : readers) reader.join();
+  EXPECT_EQ(failures, 0);
+  long long last = -1;
+  EXPECT_TRUE(node->FetchInteger(std::string("Counter"), last));
+  EXPECT_EQ(last, kStores);
 }
 
 TEST_F(SettingsThreads, CreatingDeletingAndReleasingNodesAtOnce) {

@@ -191,6 +191,10 @@ bool MorvSettings::HasNeededKeys() const {
   }
 }
 
+bool MorvSettings::KeyLocation::IsCurrent(const PList* file) const {
+  return !m_found || file == nullptr || m_generation == file->GetGeneration();
+}
+
 PListDictionary* MorvSettings::KeyLocation::Find(PList* file, const KeyPath& path) const {
   if (!m_found || file == nullptr) return nullptr;
   if (m_generation != file->GetGeneration()) {
@@ -413,6 +417,22 @@ bool MorvSettings::HasLostReadWriteKey() const {
                            : InSet(m_scope, kSharedSet)      ? &m_sharedKey
                                                              : nullptr;
   return key != nullptr && key->IsFound() && GetReadWriteKey() == nullptr;
+}
+
+bool MorvSettings::FindKeysToRead(PListDictionary*& key, PListDictionary*& fallback) const {
+  // Not open, or keys to look up again: Open has work to do.
+  if (!m_userKey.IsFound() && !m_sharedKey.IsFound()) return false;
+  if (!m_userKey.IsCurrent(m_userFile.Get()) || !m_sharedKey.IsCurrent(m_sharedFile.Get())) {
+    return false;
+  }
+  // A key that another process removed: Reopen decides what the node is.
+  if ((m_userKey.IsFound() && GetUserKey() == nullptr) ||
+      (m_sharedKey.IsFound() && GetSharedKey() == nullptr)) {
+    return false;
+  }
+  key = GetReadWriteKey();
+  fallback = GetReadKeyFallback();
+  return true;
 }
 
 PListDictionary* MorvSettings::GetReadKeyFallback() const {

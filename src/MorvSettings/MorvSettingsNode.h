@@ -56,6 +56,13 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
   PListDictionary* GetReadWriteKey() const;
   PListDictionary* GetReadKeyFallback() const;
 
+  // For a fetch under a shared hold of the store lock: when the node is
+  // open and its keys are where its open found them (nothing for Open to
+  // do), sets the read-write key and the fallback (as the two above) and
+  // returns true, changing nothing. False when the fetch must take the
+  // store lock alone.
+  bool FindKeysToRead(PListDictionary*& key, PListDictionary*& fallback) const;
+
   // Whether the node's open found its read-write key and another process
   // has removed it since (see Open).
   bool HasLostReadWriteKey() const;
@@ -170,6 +177,9 @@ class MorvSettings : public RefCountedObject<IMorvSettings> {
     // or it is gone from the tree.
     PListDictionary* Find(PList* file, const KeyPath& path) const;
     bool IsFound() const { return m_found; }
+    // Whether Find(file, ...) answers from what it remembers (and so
+    // changes nothing): no key, or the tree's generation unchanged.
+    bool IsCurrent(const PList* file) const;
     void SetFound(bool found) {
       m_found = found;
       m_generation = 0;

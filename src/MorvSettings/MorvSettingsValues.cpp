@@ -160,6 +160,18 @@ bool MorvSettings::StoreValue(const std::string& name, PListValue value) {
 
 template <class T, class Reader>
 bool MorvSettings::FetchValue(const std::string& name, T& value, Reader read) {
+  {
+    // The common case, an open node whose keys are where they were, reads
+    // under a shared hold: the fetches of many threads go on at once.
+    StoreReadLock shared;
+    PListDictionary* primary = nullptr;
+    PListDictionary* fallback = nullptr;
+    if (FindKeysToRead(primary, fallback)) {
+      std::string key;
+      if (name.empty() || !StoredText(name, key)) return false;
+      return read(primary, key, value) || read(fallback, key, value);
+    }
+  }
   StoreLock lock;
   std::string key;
   if (name.empty() || !StoredText(name, key) || !Open()) return false;

@@ -2,12 +2,27 @@
 
 #include "StoreLock.h"
 
+#include <cstdio>
+#include <cstdlib>
+
 namespace mvcs {
+
+namespace {
+
+// How deep the calling thread holds the store mutex shared.
+thread_local unsigned t_sharedDepth = 0;
+
+}  // namespace
 
 void StoreMutex::lock() {
   if (HeldByThisThread()) {
     ++m_depth;
     return;
+  }
+  if (t_sharedDepth != 0) {
+    // A reader taking the store alone would wait for itself forever.
+    std::fputs("MorvSettings: the store lock was taken alone under a shared hold\n", stderr);
+    std::abort();
   }
   m_mutex.lock();
   m_owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
@@ -18,6 +33,22 @@ void StoreMutex::unlock() {
   if (--m_depth != 0) return;
   m_owner.store(std::thread::id(), std::memory_order_relaxed);
   m_mutex.unlock();
+}
+
+void StoreMutex::lock_shared() {
+  if (HeldByThisThread()) {
+    ++m_depth;
+  } else if (t_sharedDepth++ == 0) {
+    m_mutex.lock_shared();
+  }
+}
+
+void StoreMutex::unlock_shared() {
+  if (HeldByThisThread()) {
+    unlock();
+  } else if (--t_sharedDepth == 0) {
+    m_mutex.unlock_shared();
+  }
 }
 
 bool StoreMutex::HeldByThisThread() const {

@@ -5,6 +5,12 @@
 // other operations (a wide overload calling the narrow one, a release that
 // closes and saves) take it again, which a recursive mutex allows.
 //
+// A fetch on an open node that changes nothing (its keys are where they
+// were) holds it shared instead (StoreReadLock): fetches of many threads go
+// on at once, and every operation that changes anything holds it alone. A
+// thread that holds it shared reads only: it never takes it alone (that
+// would wait for itself), and it reaches no file.
+//
 // It is never held across a file-system call: code that reads or writes a
 // file lets go of it for that time (StoreUnlock), so that a thread waiting
 // for another process's file lock, a slow disk or an fsync never holds up
@@ -15,6 +21,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <shared_mutex>
 #include <thread>
 
 namespace mvcs {
@@ -26,6 +33,12 @@ class StoreMutex {
   void lock();
   void unlock();
 
+  // A shared hold, for reading: many threads may hold it so at once, none
+  // while another holds it alone. Recursive too; a thread that holds it
+  // alone takes it again alone.
+  void lock_shared();
+  void unlock_shared();
+
   // Whether the calling thread holds it.
   bool HeldByThisThread() const;
 
@@ -35,7 +48,7 @@ class StoreMutex {
   void Reacquire(unsigned levels);
 
  private:
-  std::mutex m_mutex;
+  std::shared_mutex m_mutex;
   std::atomic<std::thread::id> m_owner{std::thread::id()};
   unsigned m_depth = 0;  // only the owner reads or writes it
 };
@@ -51,6 +64,15 @@ class StoreLock {
   ~StoreLock() { GetStoreMutex().unlock(); }
   StoreLock(const StoreLock&) = delete;
   StoreLock& operator=(const StoreLock&) = delete;
+};
+
+// Holds the store mutex shared for its lifetime (see StoreMutex::lock_shared).
+class StoreReadLock {
+ public:
+  StoreReadLock() { GetStoreMutex().lock_shared(); }
+  ~StoreReadLock() { GetStoreMutex().unlock_shared(); }
+  StoreReadLock(const StoreReadLock&) = delete;
+  StoreReadLock& operator=(const StoreReadLock&) = delete;
 };
 
 // Lets go of the store mutex completely for its lifetime (if the calling
