@@ -15,7 +15,8 @@
 //                  made outside the timing)
 //   FetchOpenNode  one fetch on a node that is already open
 //   FetchOpenNodeThreads  the same from 1, 2, 4 and 8 threads at once, all
-//                  on one node (time per fetch per thread)
+//                  on one node (wall-clock time; items/s is the fetches
+//                  per second of all threads together)
 //   ProcessesStoring  N processes (N = 1, 2, 4, 8) each making 40 one-call
 //                  stores into one product at once; items/s is the stores
 //                  per second of all of them together
