@@ -20,7 +20,9 @@
 // MorvSettingsSimple.h and the functions of MorvSettingsUtility.h) may be
 // called from any number of threads at once, on the same or different nodes and
 // files: one lock serialises the process's in-memory store state, so each call
-// is atomic with respect to the others. That lock is never held while a file is
+// is atomic with respect to the others. Fetches on an open node hold that lock
+// shared, so the fetches of many threads never wait for one another (only for
+// a call that changes something). That lock is never held while a file is
 // read, locked, written or flushed: a thread whose save waits for another
 // process's file lock, or for the disk, holds up no other thread, neither one
 // working on other files nor one fetching from or storing to the file being
