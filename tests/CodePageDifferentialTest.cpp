@@ -333,6 +333,18 @@ TEST(CodePageDifferential, IllFormedCodePageBytesAreIcuAlone) {
   ExpectSameFromCodePage("UTF-16BE", Bytes({0xDC, 0x00, 0xD8, 0x00}));
   ExpectSameFromCodePage("UTF-16BE", Bytes({0xD8, 0x3D, 0xDE, 0x00, 0x00}));  // odd byte
   ExpectSameFromCodePage("UTF-16", Bytes({0xFF, 0xFE}));  // a byte order mark alone
+  // CESU-8, UTF-7 and SCSU hand unpaired surrogates on as they are: alone,
+  // and inside and at the end of text long enough for the vector steps.
+  const std::string padding(40, 'a');
+  for (const std::string& lone : {Bytes({0xED, 0xA0, 0xBD}), Bytes({0xED, 0xB8, 0x80}),
+                                  Bytes({0xED, 0xB8, 0x80, 0xED, 0xA0, 0xBD})}) {
+    for (const std::string& text : {lone, padding + lone + padding, padding + lone}) {
+      ExpectSameFromCodePage("CESU-8", text);
+    }
+  }
+  ExpectSameFromCodePage("UTF-7", padding + "+2D0-" + padding);
+  ExpectSameFromCodePage("UTF-7", padding + "+3gA-");
+  ExpectSameFromCodePage("SCSU", padding + Bytes({0x0F, 0xD8, 0x3D, 0x00, 0x42}) + padding);
 }
 
 TEST(CodePageDifferential, MoreUnitsThanBytesAreIcuAlone) {

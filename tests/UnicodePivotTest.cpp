@@ -90,7 +90,7 @@ void ExpectAgreesWithTable(const std::string& text) {
   if (wellFormed) ExpectDecodes(text, expected);
 }
 
-TEST(UnicodePivot, EverySequenceOfUpToTwoBytes) {
+TEST(CodePagePivot, EverySequenceOfUpToTwoBytes) {
   for (unsigned a = 0; a < 256; ++a) {
     ExpectAgreesWithTable(std::string(1, static_cast<char>(a)));
     for (unsigned b = 0; b < 256; ++b) {
@@ -100,7 +100,7 @@ TEST(UnicodePivot, EverySequenceOfUpToTwoBytes) {
   }
 }
 
-TEST(UnicodePivot, EveryLeadWithTheTellingLaterBytes) {
+TEST(CodePagePivot, EveryLeadWithTheTellingLaterBytes) {
   // Second bytes cover every value; later bytes the edges of each range.
   const unsigned later[] = {0x00, 0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0, 0xC2, 0xF4};
   for (unsigned lead = 0xC0; lead < 0x100; ++lead) {
@@ -120,7 +120,7 @@ TEST(UnicodePivot, EveryLeadWithTheTellingLaterBytes) {
   }
 }
 
-TEST(UnicodePivot, SequenceTheLenientRulesAcceptIsNotWellFormed) {
+TEST(CodePagePivot, SequenceTheLenientRulesAcceptIsNotWellFormed) {
   std::size_t units = 0;
   for (const std::string& text : {std::string("\xED\x41\x80"), std::string("\xF4\x41\x80\x80"),
                                   corpus::Accented(500) + "\xED\x41\x80" + corpus::Ascii(500)}) {
@@ -128,7 +128,7 @@ TEST(UnicodePivot, SequenceTheLenientRulesAcceptIsNotWellFormed) {
   }
 }
 
-TEST(UnicodePivot, SampleTextsAtEveryAlignmentDecodeAsTheTableSays) {
+TEST(CodePagePivot, SampleTextsAtEveryAlignmentDecodeAsTheTableSays) {
   for (const std::string& text :
        {corpus::Ascii(2000), corpus::Accented(2000), corpus::Cjk(2000), corpus::Emoji(2000)}) {
     for (std::size_t start = 0; start < 20; ++start) {
@@ -143,7 +143,7 @@ TEST(UnicodePivot, SampleTextsAtEveryAlignmentDecodeAsTheTableSays) {
   }
 }
 
-TEST(UnicodePivot, RandomWellFormedTextDecodesAsTheTableSays) {
+TEST(CodePagePivot, RandomWellFormedTextDecodesAsTheTableSays) {
   std::mt19937 random(5);
   const std::vector<std::string> pieces = {"a",
                                            "abcdefghijklmnopqrstuvwxyz",
@@ -165,7 +165,7 @@ TEST(UnicodePivot, RandomWellFormedTextDecodesAsTheTableSays) {
   }
 }
 
-TEST(UnicodePivot, DecodingIsWhatICUsUTF8ConverterGives) {
+TEST(CodePagePivot, DecodingIsWhatICUsUTF8ConverterGives) {
   mvcs::UCNVLibrary* library = mvcs::UCNVLibrary::instance();
   ASSERT_TRUE(library->OpensUTF8());
   for (const std::string& text : {corpus::Accented(5000), corpus::Cjk(5000), corpus::Emoji(5000),
@@ -192,12 +192,17 @@ bool Encode(const std::u16string& units, std::string* bytes) {
   std::size_t size = 0;
   if (!mvcs::pivot::MeasureWellFormedUTF16(u, units.size(), &size)) return false;
   bytes->assign(size + mvcs::pivot::kEncodeSlack, '\0');
-  mvcs::pivot::EncodeWellFormedUTF16(u, units.size(), &(*bytes)[0]);
+  EXPECT_EQ(mvcs::pivot::EncodeWellFormedUTF16(u, units.size(), &(*bytes)[0]),
+            bytes->data() + size);
+  std::string scalar(size, '\0');
+  EXPECT_EQ(mvcs::pivot::EncodeWellFormedUTF16Scalar(u, units.size(), &scalar[0]),
+            scalar.data() + size);
   bytes->resize(size);
+  EXPECT_EQ(*bytes, scalar);
   return true;
 }
 
-TEST(UnicodePivot, WellFormedUTF16EncodesAsTheStandardSays) {
+TEST(CodePagePivot, WellFormedUTF16EncodesAsTheStandardSays) {
   std::string bytes;
   ASSERT_TRUE(Encode(u"a\u00E9\u65E5\U0001F600\U0010FFFF", &bytes));
   EXPECT_EQ(bytes, "a\xC3\xA9\xE6\x97\xA5\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF");
@@ -215,7 +220,71 @@ TEST(UnicodePivot, WellFormedUTF16EncodesAsTheStandardSays) {
   EXPECT_EQ(bytes, expected);
 }
 
-TEST(UnicodePivot, UnpairedSurrogatesAreNotWellFormed) {
+// The standard's UTF-16 and UTF-8 forms of a code point, appended.
+void AppendForms(char32_t c, std::u16string* units, std::string* bytes) {
+  if (c >= 0x10000) {
+    units->push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+    units->push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+  } else {
+    units->push_back(static_cast<char16_t>(c));
+  }
+  if (c < 0x80) {
+    bytes->push_back(static_cast<char>(c));
+  } else if (c < 0x800) {
+    bytes->push_back(static_cast<char>(0xC0 | c >> 6));
+    bytes->push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  } else if (c < 0x10000) {
+    bytes->push_back(static_cast<char>(0xE0 | c >> 12));
+    bytes->push_back(static_cast<char>(0x80 | (c >> 6 & 0x3F)));
+    bytes->push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  } else {
+    bytes->push_back(static_cast<char>(0xF0 | c >> 18));
+    bytes->push_back(static_cast<char>(0x80 | (c >> 12 & 0x3F)));
+    bytes->push_back(static_cast<char>(0x80 | (c >> 6 & 0x3F)));
+    bytes->push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  }
+}
+
+TEST(CodePagePivot, RandomWellFormedUTF16EncodesAsTheStandardSays) {
+  // Runs of one kind and mixtures, so that every vector step meets every
+  // character length in every lane.
+  const char32_t edges[] = {0x00,   0x41,   0x7F,   0x80,   0xE9,    0x7FF,   0x800,   0x65E5,
+                            0xD7FF, 0xE000, 0xFFFD, 0xFFFF, 0x10000, 0x1F600, 0xFFFFF, 0x10FFFF};
+  std::mt19937 random(11);
+  for (int i = 0; i < 3000; ++i) {
+    std::u16string units;
+    std::string expected, bytes;
+    const unsigned kinds = random() % 16 + 1;  // how many of the edges this text draws
+    const unsigned count = random() % 70 + 1;
+    for (unsigned k = 0; k < count; ++k) AppendForms(edges[random() % kinds], &units, &expected);
+    ASSERT_TRUE(Encode(units, &bytes));
+    EXPECT_EQ(bytes, expected);
+  }
+}
+
+TEST(CodePagePivot, EncodingIsWhatICUsUTF8ConverterGives) {
+  mvcs::UCNVLibrary* library = mvcs::UCNVLibrary::instance();
+  for (const std::string& text : {corpus::Accented(5000), corpus::Cjk(5000), corpus::Emoji(5000)}) {
+    std::u16string units;
+    ASSERT_TRUE(StrictDecode(text, &units));
+    UErrorCode error = U_ZERO_ERROR;
+    UConverter* converter = library->UCNV_open("utf8", &error);
+    ASSERT_NE(converter, nullptr);
+    std::vector<char> icu(4 * units.size());
+    char* target = icu.data();
+    const unsigned short* source = reinterpret_cast<const unsigned short*>(units.data());
+    library->UCNV_fromUnicode(converter, &target, icu.data() + icu.size(), &source,
+                              source + units.size(), nullptr, 1, &error);
+    library->UCNV_close(converter);
+    EXPECT_EQ(error, U_ZERO_ERROR);
+    std::string bytes;
+    ASSERT_TRUE(Encode(units, &bytes));
+    EXPECT_EQ(bytes, std::string(icu.data(), target));
+    EXPECT_EQ(bytes, text);
+  }
+}
+
+TEST(CodePagePivot, UnpairedSurrogatesAreNotWellFormed) {
   std::string bytes;
   const char16_t high = 0xD83D, low = 0xDE00;
   for (const std::u16string& units :

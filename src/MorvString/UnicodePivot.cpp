@@ -2,10 +2,10 @@
 // well-formed input (see UnicodePivot.h).
 //
 // The UTF-8 check is the whole-string validator of UTFKernels.h plus one
-// pass for the single sequence its lenient rules accept beyond RFC 3629;
-// the decoder is this file's own. The UTF-16 side measures and encodes with
-// the kernel's scanner and encoder, which read well-formed UTF-16 exactly as
-// the standard does.
+// pass for the single sequence its lenient rules accept beyond RFC 3629.
+// The decoder, the UTF-16 check and the encoder are this file's own: they
+// need not handle what is not well-formed, which keeps their vector steps
+// short (SSSE3, chosen at run time; one character at a time elsewhere).
 
 #include "UnicodePivot.h"
 
@@ -20,8 +20,6 @@
 
 namespace mvcs {
 namespace pivot {
-
-static_assert(kEncodeSlack >= fast_utf::kSlack, "the encoder's slack");
 
 namespace {
 
@@ -52,6 +50,31 @@ inline void DecodeOne(const unsigned char* p, std::size_t* i, unsigned short** o
   *out = o;
 }
 
+// Encoding one character of well-formed UTF-16 at u[*i] (both units of a
+// pair) as UTF-8.
+inline void EncodeOne(const unsigned short* u, std::size_t* i, char** out) {
+  std::uint32_t c = u[*i];
+  char* o = *out;
+  if (c < 0x80) {
+    *o++ = static_cast<char>(c);
+  } else if (c < 0x800) {
+    *o++ = static_cast<char>(0xC0 | c >> 6);
+    *o++ = static_cast<char>(0x80 | (c & 0x3F));
+  } else if ((c & 0xF800) != 0xD800) {
+    *o++ = static_cast<char>(0xE0 | c >> 12);
+    *o++ = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+    *o++ = static_cast<char>(0x80 | (c & 0x3F));
+  } else {
+    c = 0x10000 + ((c - 0xD800) << 10) + (u[++*i] - 0xDC00);
+    *o++ = static_cast<char>(0xF0 | c >> 18);
+    *o++ = static_cast<char>(0x80 | (c >> 12 & 0x3F));
+    *o++ = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+    *o++ = static_cast<char>(0x80 | (c & 0x3F));
+  }
+  ++*i;
+  *out = o;
+}
+
 inline bool IsContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
 // Decodes the characters that start in [*i, until), after skipping the
@@ -74,31 +97,43 @@ inline __m128i FourByteLeads(__m128i v) {
   return _mm_cmpeq_epi8(_mm_and_si128(v, top), top);
 }
 
-// For every 8-bit mask of the lanes that start a character, the byte
-// shuffle that moves those 16-bit lanes, in order, to the front.
-struct Compaction {
+// Byte shuffles that pack, in order, the first length(key, lane) bytes of
+// each of the 16 / kWidth lanes of a vector, for every 8-bit key; and how
+// many bytes that is. The rest of the vector is zeroed.
+struct Packing {
   unsigned char shuffle[256][16];
   unsigned char count[256];
 };
 
-constexpr Compaction MakeCompaction() {
-  Compaction table{};
-  for (unsigned mask = 0; mask < 256; ++mask) {
+template <unsigned kWidth, class Length>
+constexpr Packing MakePacking(Length length) {
+  Packing table{};
+  for (unsigned key = 0; key < 256; ++key) {
     unsigned k = 0;
-    for (unsigned lane = 0; lane < 8; ++lane) {
-      if (mask & (1u << lane)) {
-        table.shuffle[mask][2 * k] = static_cast<unsigned char>(2 * lane);
-        table.shuffle[mask][2 * k + 1] = static_cast<unsigned char>(2 * lane + 1);
-        ++k;
+    for (unsigned lane = 0; lane < 16 / kWidth; ++lane) {
+      for (unsigned b = 0; b < length(key, lane); ++b) {
+        table.shuffle[key][k++] = static_cast<unsigned char>(kWidth * lane + b);
       }
     }
-    for (unsigned j = 2 * k; j < 16; ++j) table.shuffle[mask][j] = 0x80;  // zero
-    table.count[mask] = static_cast<unsigned char>(k);
+    table.count[key] = static_cast<unsigned char>(k);
+    while (k < 16) table.shuffle[key][k++] = 0x80;
   }
   return table;
 }
 
-constexpr Compaction kCompaction = MakeCompaction();
+// Decoding: the 16-bit lanes whose bit is set (where a character starts).
+constexpr Packing kStartingLanes =
+    MakePacking<2>([](unsigned key, unsigned lane) { return (key >> lane & 1) * 2; });
+
+// Encoding below U+0800: one byte in each 16-bit lane, two where its bit is
+// set.
+constexpr Packing kTwoByteLanes =
+    MakePacking<2>([](unsigned key, unsigned lane) { return 1 + (key >> lane & 1); });
+
+// Encoding the BMP: 32-bit lanes of one byte, plus one where bit `lane` is
+// set, plus one more where bit 4 + `lane` is.
+constexpr Packing kThreeByteLanes = MakePacking<4>(
+    [](unsigned key, unsigned lane) { return 1 + (key >> lane & 1) + (key >> (4 + lane) & 1); });
 
 // The UTF-16 unit of the character that starts at each of 8 positions,
 // given the byte there and the two after it as 16-bit lanes (meaningless
@@ -119,8 +154,8 @@ __attribute__((target("ssse3"))) inline __m128i Units8(__m128i b0, __m128i b1, _
 // Writes the units of the lanes in `starts`, in order, and advances *out.
 __attribute__((target("ssse3"))) inline void Compact(__m128i units, unsigned starts,
                                                      unsigned short** out) {
-  Store(*out, _mm_shuffle_epi8(units, Load(kCompaction.shuffle[starts])));
-  *out += kCompaction.count[starts];
+  Store(*out, _mm_shuffle_epi8(units, Load(kStartingLanes.shuffle[starts])));
+  *out += kStartingLanes.count[starts] / 2;  // bytes to units
 }
 
 // Sixteen positions a step: all ASCII are widened at once; with no lead of
@@ -158,6 +193,74 @@ __attribute__((target("ssse3"))) unsigned short* DecodeSSSE3(const unsigned char
     i += 16;
   }
   DecodeStarting(p, n, &i, n, &out);
+  return out;
+}
+
+inline __m128i Select(__m128i mask, __m128i a, __m128i b) {
+  return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b));
+}
+
+// Encodes 4 characters of the BMP, none a surrogate, given as 32-bit lanes.
+__attribute__((target("ssse3"))) inline void EncodeBMP4(__m128i w, char** out) {
+  const __m128i six = _mm_set1_epi32(0x3F), trail = _mm_set1_epi32(0x80);
+  const __m128i two = _mm_cmpgt_epi32(w, _mm_set1_epi32(0x7F));
+  const __m128i three = _mm_cmpgt_epi32(w, _mm_set1_epi32(0x7FF));
+  const __m128i low = _mm_or_si128(_mm_and_si128(w, six), trail);
+  const __m128i middle = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(w, 6), six), trail);
+  const __m128i first =
+      Select(three, _mm_or_si128(_mm_srli_epi32(w, 12), _mm_set1_epi32(0xE0)),
+             Select(two, _mm_or_si128(_mm_srli_epi32(w, 6), _mm_set1_epi32(0xC0)), w));
+  const __m128i second = Select(three, middle, low);
+  const __m128i words =
+      _mm_or_si128(_mm_or_si128(first, _mm_slli_epi32(second, 8)), _mm_slli_epi32(low, 16));
+  const unsigned key = static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(two)) |
+                                             _mm_movemask_ps(_mm_castsi128_ps(three)) << 4);
+  Store(*out, _mm_shuffle_epi8(words, Load(kThreeByteLanes.shuffle[key])));
+  *out += kThreeByteLanes.count[key];
+}
+
+// Eight units a step: all ASCII are narrowed at once; below U+0800 each
+// lane's one or two bytes are packed by one shuffle; other characters of the
+// BMP go four at a time; a step with a surrogate goes one character at a
+// time (a pair may then end one unit past it).
+__attribute__((target("ssse3"))) char* EncodeSSSE3(const unsigned short* u, std::size_t n,
+                                                   char* out) {
+  const __m128i zero = _mm_setzero_si128();
+  std::size_t i = 0;
+  while (i + 8 <= n) {
+    const __m128i v = Load(u + i);
+    const auto none = [&](int bits) {
+      const __m128i masked = _mm_and_si128(v, _mm_set1_epi16(static_cast<short>(bits)));
+      return _mm_movemask_epi8(_mm_cmpeq_epi16(masked, zero)) == 0xFFFF;
+    };
+    if (none(0xFF80)) {
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(v, v));
+      out += 8;
+      i += 8;
+    } else if (none(0xF800)) {
+      const __m128i two = _mm_cmpgt_epi16(v, _mm_set1_epi16(0x7F));
+      const __m128i first =
+          Select(two, _mm_or_si128(_mm_srli_epi16(v, 6), _mm_set1_epi16(0xC0)), v);
+      const __m128i second =
+          _mm_or_si128(_mm_and_si128(v, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80));
+      const unsigned mask =
+          static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(two, zero))) & 0xFF;
+      Store(out, _mm_shuffle_epi8(_mm_or_si128(first, _mm_slli_epi16(second, 8)),
+                                  Load(kTwoByteLanes.shuffle[mask])));
+      out += kTwoByteLanes.count[mask];
+      i += 8;
+    } else if (_mm_movemask_epi8(
+                   _mm_cmpeq_epi16(_mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xF800))),
+                                   _mm_set1_epi16(static_cast<short>(0xD800)))) == 0) {
+      EncodeBMP4(_mm_unpacklo_epi16(v, zero), &out);
+      EncodeBMP4(_mm_unpackhi_epi16(v, zero), &out);
+      i += 8;
+    } else {
+      const std::size_t until = i + 8;
+      while (i < until) EncodeOne(u, &i, &out);
+    }
+  }
+  while (i < n) EncodeOne(u, &i, &out);
   return out;
 }
 
@@ -202,22 +305,46 @@ bool HasLenientSequence(const unsigned char* p, std::size_t n, std::size_t* four
   return false;
 }
 
-// Whether any of the `n` units is a surrogate.
-bool HasSurrogate(const unsigned short* u, std::size_t n) {
-  std::size_t i = 0;
+// The UTF-8 size of `n` units of UTF-16 read as well-formed: one byte a
+// unit, one more from U+0080 and one more from U+0800, where a surrogate
+// counts 3 and so a pair 6, two more than its 4. Sets *surrogates if there
+// are any.
+std::size_t UTF8Size(const unsigned short* u, std::size_t n, bool* surrogates) {
+  std::size_t bytes = n, i = 0, found = 0;
 #if defined(__x86_64__)
-  __m128i found = _mm_setzero_si128();
-  const __m128i top = _mm_set1_epi16(static_cast<short>(0xF800));
-  const __m128i surrogate = _mm_set1_epi16(static_cast<short>(0xD800));
-  for (; i + 8 <= n; i += 8) {
-    found = _mm_or_si128(found, _mm_cmpeq_epi16(_mm_and_si128(Load(u + i), top), surrogate));
+  const __m128i zero = _mm_setzero_si128();
+  while (i + 8 <= n) {
+    // 16-bit counters: `more` adds 1 from 0080 and 1 from 0800, `less`
+    // counts the surrogates; summed before their difference can pass 32767.
+    __m128i more = zero, less = zero;
+    for (int k = 0; k < 8192 && i + 8 <= n; ++k, i += 8) {
+      const __m128i v = Load(u + i);
+      const auto atLeast = [&](int bits) {
+        const __m128i masked = _mm_and_si128(v, _mm_set1_epi16(static_cast<short>(bits)));
+        return _mm_cmpeq_epi16(_mm_cmpeq_epi16(masked, zero), zero);
+      };
+      more = _mm_sub_epi16(_mm_sub_epi16(more, atLeast(0xFF80)), atLeast(0xF800));
+      less = _mm_sub_epi16(
+          less, _mm_cmpeq_epi16(_mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xF800))),
+                                _mm_set1_epi16(static_cast<short>(0xD800))));
+    }
+    const __m128i sums = _mm_madd_epi16(_mm_sub_epi16(more, less), _mm_set1_epi16(1));
+    alignas(16) std::int32_t lanes[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(lanes), sums);
+    bytes += static_cast<std::size_t>(static_cast<std::uint32_t>(lanes[0]) + lanes[1]) +
+             static_cast<std::size_t>(static_cast<std::uint32_t>(lanes[2]) + lanes[3]);
+    found |= _mm_movemask_epi8(_mm_cmpeq_epi16(less, zero)) != 0xFFFF;
   }
-  if (_mm_movemask_epi8(found) != 0) return true;
 #endif
   for (; i < n; ++i) {
-    if ((u[i] & 0xF800) == 0xD800) return true;
+    bytes += (u[i] >= 0x80) + (u[i] >= 0x800);
+    if ((u[i] & 0xF800) == 0xD800) {
+      --bytes;
+      found = 1;
+    }
   }
-  return false;
+  *surrogates = found != 0;
+  return bytes;
 }
 
 }  // namespace
@@ -247,20 +374,29 @@ unsigned short* DecodeWellFormedUTF8(const unsigned char* p, std::size_t n, unsi
 }
 
 bool MeasureWellFormedUTF16(const unsigned short* u, std::size_t n, std::size_t* bytes) {
-  if (HasSurrogate(u, n)) {
-    for (std::size_t i = 0; i < n; ++i) {
-      if ((u[i] & 0xF800) != 0xD800) continue;
-      if (u[i] >= 0xDC00 || i + 1 == n || (u[i + 1] & 0xFC00) != 0xDC00) return false;
-      ++i;  // the pair's low surrogate
-    }
+  bool surrogates = false;
+  *bytes = UTF8Size(u, n, &surrogates);
+  if (!surrogates) return true;
+  for (std::size_t i = 0; i < n; ++i) {
+    if ((u[i] & 0xF800) != 0xD800) continue;
+    if (u[i] >= 0xDC00 || i + 1 == n || (u[i + 1] & 0xFC00) != 0xDC00) return false;
+    ++i;  // the pair's low surrogate
   }
-  bool hasZero = false;
-  *bytes = fast_utf::ActiveKernel().scanUTF16(u, n, &hasZero);
   return true;
 }
 
-void EncodeWellFormedUTF16(const unsigned short* u, std::size_t n, char* out) {
-  fast_utf::ActiveKernel().encodeUTF16(u, n, out);
+char* EncodeWellFormedUTF16Scalar(const unsigned short* u, std::size_t n, char* out) {
+  std::size_t i = 0;
+  while (i < n) EncodeOne(u, &i, &out);
+  return out;
+}
+
+char* EncodeWellFormedUTF16(const unsigned short* u, std::size_t n, char* out) {
+#if defined(__x86_64__)
+  static const bool vector = HasSSSE3();
+  if (vector) return EncodeSSSE3(u, n, out);
+#endif
+  return EncodeWellFormedUTF16Scalar(u, n, out);
 }
 
 }  // namespace pivot

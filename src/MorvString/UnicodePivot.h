@@ -42,10 +42,17 @@ unsigned short* DecodeWellFormedUTF8Scalar(const unsigned char* p, std::size_t n
 // *bytes receives the length of their UTF-8 form.
 bool MeasureWellFormedUTF16(const unsigned short* u, std::size_t n, std::size_t* bytes);
 
+// EncodeWellFormedUTF16 may write up to this many bytes of garbage after
+// the last byte (it stores whole vectors).
+constexpr std::size_t kEncodeSlack = 16;
+
 // Encodes `n` units that MeasureWellFormedUTF16 accepted as UTF-8 into
-// `out`, which has room for the bytes it counted plus kEncodeSlack.
-constexpr std::size_t kEncodeSlack = 4;
-void EncodeWellFormedUTF16(const unsigned short* u, std::size_t n, char* out);
+// `out` (room for the bytes it counted plus kEncodeSlack) and returns the
+// end of what it wrote.
+char* EncodeWellFormedUTF16(const unsigned short* u, std::size_t n, char* out);
+
+// The same encoding one character at a time.
+char* EncodeWellFormedUTF16Scalar(const unsigned short* u, std::size_t n, char* out);
 
 }  // namespace pivot
 }  // namespace mvcs
