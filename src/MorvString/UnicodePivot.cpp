@@ -5,7 +5,7 @@
 // pass for the single sequence its lenient rules accept beyond RFC 3629.
 // The decoder, the UTF-16 check and the encoder are this file's own: they
 // need not handle what is not well-formed, which keeps their vector steps
-// short (SSSE3, chosen at run time; one character at a time elsewhere).
+// short (SSE4.1, chosen at run time; one character at a time elsewhere).
 
 #include "UnicodePivot.h"
 
@@ -15,6 +15,7 @@
 
 #if defined(__x86_64__)
 #include <emmintrin.h>
+#include <smmintrin.h>
 #include <tmmintrin.h>
 #endif
 
@@ -136,24 +137,22 @@ constexpr Packing kThreeByteLanes = MakePacking<4>(
     [](unsigned key, unsigned lane) { return 1 + (key >> lane & 1) + (key >> (4 + lane) & 1); });
 
 // The UTF-16 unit of the character that starts at each of 8 positions,
-// given the byte there and the two after it as 16-bit lanes (meaningless
-// where no character starts, or where one of four bytes does).
-__attribute__((target("ssse3"))) inline __m128i Units8(__m128i b0, __m128i b1, __m128i b2) {
-  const __m128i six = _mm_set1_epi16(0x3F);
-  const __m128i t1 = _mm_and_si128(b1, six), t2 = _mm_and_si128(b2, six);
+// given as 16-bit lanes the byte there and the low six bits of the two
+// after it (meaningless where no character starts, or where one of four
+// bytes does).
+__attribute__((target("sse4.1"))) inline __m128i Units8(__m128i b0, __m128i t1, __m128i t2) {
   const __m128i two = _mm_or_si128(_mm_slli_epi16(_mm_and_si128(b0, _mm_set1_epi16(0x1F)), 6), t1);
   // Shifting the lead left by 12 keeps its low four bits, all that count.
   const __m128i three =
       _mm_or_si128(_mm_or_si128(_mm_slli_epi16(b0, 12), _mm_slli_epi16(t1, 6)), t2);
   const __m128i isThree = _mm_cmpgt_epi16(b0, _mm_set1_epi16(0xDF));
   const __m128i isTwo = _mm_cmpgt_epi16(b0, _mm_set1_epi16(0xBF));
-  const __m128i oneOrTwo = _mm_or_si128(_mm_and_si128(isTwo, two), _mm_andnot_si128(isTwo, b0));
-  return _mm_or_si128(_mm_and_si128(isThree, three), _mm_andnot_si128(isThree, oneOrTwo));
+  return _mm_blendv_epi8(_mm_blendv_epi8(b0, two, isTwo), three, isThree);
 }
 
 // Writes the units of the lanes in `starts`, in order, and advances *out.
-__attribute__((target("ssse3"))) inline void Compact(__m128i units, unsigned starts,
-                                                     unsigned short** out) {
+__attribute__((target("sse4.1"))) inline void Compact(__m128i units, unsigned starts,
+                                                      unsigned short** out) {
   Store(*out, _mm_shuffle_epi8(units, Load(kStartingLanes.shuffle[starts])));
   *out += kStartingLanes.count[starts] / 2;  // bytes to units
 }
@@ -163,8 +162,8 @@ __attribute__((target("ssse3"))) inline void Compact(__m128i units, unsigned sta
 // computed in all lanes and the starting lanes compacted; otherwise one
 // character at a time. Every character that starts before `i` has been
 // decoded, so a step may begin inside one.
-__attribute__((target("ssse3"))) unsigned short* DecodeSSSE3(const unsigned char* p, std::size_t n,
-                                                             unsigned short* out) {
+__attribute__((target("sse4.1"))) unsigned short* DecodeSSE41(const unsigned char* p, std::size_t n,
+                                                              unsigned short* out) {
   const __m128i zero = _mm_setzero_si128();
   std::size_t i = 0;
   while (i + 18 <= n) {
@@ -180,15 +179,17 @@ __attribute__((target("ssse3"))) unsigned short* DecodeSSSE3(const unsigned char
       DecodeStarting(p, n, &i, i + 16, &out);
       continue;
     }
-    const __m128i v1 = Load(p + i + 1), v2 = Load(p + i + 2);
+    const __m128i six = _mm_set1_epi8(0x3F);
+    const __m128i t1 = _mm_and_si128(Load(p + i + 1), six),
+                  t2 = _mm_and_si128(Load(p + i + 2), six);
     // Continuation bytes, 80-BF, are -128..-65 as signed bytes.
     const unsigned starts =
         ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmplt_epi8(v, _mm_set1_epi8(-64)))) & 0xFFFF;
-    Compact(Units8(_mm_unpacklo_epi8(v, zero), _mm_unpacklo_epi8(v1, zero),
-                   _mm_unpacklo_epi8(v2, zero)),
+    Compact(Units8(_mm_unpacklo_epi8(v, zero), _mm_unpacklo_epi8(t1, zero),
+                   _mm_unpacklo_epi8(t2, zero)),
             starts & 0xFF, &out);
-    Compact(Units8(_mm_unpackhi_epi8(v, zero), _mm_unpackhi_epi8(v1, zero),
-                   _mm_unpackhi_epi8(v2, zero)),
+    Compact(Units8(_mm_unpackhi_epi8(v, zero), _mm_unpackhi_epi8(t1, zero),
+                   _mm_unpackhi_epi8(t2, zero)),
             starts >> 8, &out);
     i += 16;
   }
@@ -201,7 +202,7 @@ inline __m128i Select(__m128i mask, __m128i a, __m128i b) {
 }
 
 // Encodes 4 characters of the BMP, none a surrogate, given as 32-bit lanes.
-__attribute__((target("ssse3"))) inline void EncodeBMP4(__m128i w, char** out) {
+__attribute__((target("sse4.1"))) inline void EncodeBMP4(__m128i w, char** out) {
   const __m128i six = _mm_set1_epi32(0x3F), trail = _mm_set1_epi32(0x80);
   const __m128i two = _mm_cmpgt_epi32(w, _mm_set1_epi32(0x7F));
   const __m128i three = _mm_cmpgt_epi32(w, _mm_set1_epi32(0x7FF));
@@ -223,8 +224,8 @@ __attribute__((target("ssse3"))) inline void EncodeBMP4(__m128i w, char** out) {
 // lane's one or two bytes are packed by one shuffle; other characters of the
 // BMP go four at a time; a step with a surrogate goes one character at a
 // time (a pair may then end one unit past it).
-__attribute__((target("ssse3"))) char* EncodeSSSE3(const unsigned short* u, std::size_t n,
-                                                   char* out) {
+__attribute__((target("sse4.1"))) char* EncodeSSE41(const unsigned short* u, std::size_t n,
+                                                    char* out) {
   const __m128i zero = _mm_setzero_si128();
   std::size_t i = 0;
   while (i + 8 <= n) {
@@ -264,9 +265,9 @@ __attribute__((target("ssse3"))) char* EncodeSSSE3(const unsigned short* u, std:
   return out;
 }
 
-bool HasSSSE3() {
+bool HasSSE41() {
   __builtin_cpu_init();
-  return __builtin_cpu_supports("ssse3");
+  return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("sse4.1");
 }
 
 #endif  // __x86_64__
@@ -281,12 +282,22 @@ bool HasLenientSequence(const unsigned char* p, std::size_t n, std::size_t* four
 #if defined(__x86_64__)
   const __m128i zero = _mm_setzero_si128();
   __m128i found = zero;
+  const __m128i ed = _mm_set1_epi8(static_cast<char>(0xED));
   while (i + 17 <= n) {
-    // Byte counters, summed before any of them can pass 255.
+    // A block of at most 255 vectors (so that byte counters cannot pass
+    // 255), looked at closely only if one of its bytes is ED or above.
+    std::size_t end = i;
+    __m128i top = zero;
+    for (int k = 0; k < 255 && end + 17 <= n; ++k, end += 16)
+      top = _mm_max_epu8(top, Load(p + end));
+    if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(top, ed), top)) == 0) {
+      i = end;
+      continue;
+    }
     __m128i counters = zero;
-    for (int k = 0; k < 255 && i + 17 <= n; ++k, i += 16) {
+    for (; i < end; i += 16) {
       const __m128i v = Load(p + i), next = Load(p + i + 1);
-      const __m128i lead = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(0xED))),
+      const __m128i lead = _mm_or_si128(_mm_cmpeq_epi8(v, ed),
                                         _mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(0xF4))));
       found = _mm_or_si128(found, _mm_andnot_si128(next, lead));  // sign bit: next < 80
       counters = _mm_sub_epi8(counters, FourByteLeads(v));
@@ -367,8 +378,8 @@ unsigned short* DecodeWellFormedUTF8Scalar(const unsigned char* p, std::size_t n
 
 unsigned short* DecodeWellFormedUTF8(const unsigned char* p, std::size_t n, unsigned short* out) {
 #if defined(__x86_64__)
-  static const bool vector = HasSSSE3();
-  if (vector) return DecodeSSSE3(p, n, out);
+  static const bool vector = HasSSE41();
+  if (vector) return DecodeSSE41(p, n, out);
 #endif
   return DecodeWellFormedUTF8Scalar(p, n, out);
 }
@@ -393,8 +404,8 @@ char* EncodeWellFormedUTF16Scalar(const unsigned short* u, std::size_t n, char* 
 
 char* EncodeWellFormedUTF16(const unsigned short* u, std::size_t n, char* out) {
 #if defined(__x86_64__)
-  static const bool vector = HasSSSE3();
-  if (vector) return EncodeSSSE3(u, n, out);
+  static const bool vector = HasSSE41();
+  if (vector) return EncodeSSE41(u, n, out);
 #endif
   return EncodeWellFormedUTF16Scalar(u, n, out);
 }
