@@ -351,6 +351,8 @@ TEST_F(CodePage, InstanceIsMadeOnFirstUseAndDiscardedByFree) {
   EXPECT_EQ(mvcs::UCNVLibrary::s_ucnvLibrary, library);
   EXPECT_EQ(mvcs::UCNVLibrary::instance(), library);
   EXPECT_TRUE(library->IsUsable());
+  EXPECT_TRUE(library->OpensUTF8());
+  EXPECT_TRUE(library->OpensUTF8());  // the remembered answer
   mvcs::FreeCodePageResouces();
   EXPECT_EQ(mvcs::UCNVLibrary::s_ucnvLibrary, nullptr);
 }
@@ -452,6 +454,7 @@ void ExpectWrappersDisabled() {
   mvcs::UCNVLibrary* library = mvcs::UCNVLibrary::instance();
   ASSERT_NE(library, nullptr);
   EXPECT_FALSE(library->IsUsable());
+  EXPECT_FALSE(library->OpensUTF8());
 
   UErrorCode error = U_ZERO_ERROR;
   EXPECT_EQ(library->UCNV_open("utf8", &error), nullptr);

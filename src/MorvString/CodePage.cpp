@@ -4,13 +4,17 @@
 // Every conversion opens its own converter and closes it before returning.
 // Output arrays are allocated with new[] and belong to the caller, who frees
 // them with delete[]. The composite conversions go through UTF-16 with two
-// converters.
+// converters, except that UTF-8 that is well-formed (in either direction)
+// is converted to or from UTF-16 by UnicodePivot.h, which gives exactly the
+// units or bytes ICU's "utf8" converter would.
 
 #include <cstring>
 #include <limits>
+#include <memory>
 
 #include "MorvString/MorvString.h"
 #include "UCNVLibrary.h"
+#include "UnicodePivot.h"
 
 namespace mvcs {
 
@@ -23,6 +27,18 @@ const char kUTF8Converter[] = "utf8";
 // Whether 4 * count + 1 output units can be counted without wrapping.
 bool FitsOutputSize(unsigned long count) {
   return count <= (std::numeric_limits<unsigned long>::max() - 1) / 4;
+}
+
+// A new converter `name` of the library, or null when none opens without
+// an error (ICU's warnings count as success).
+UConverter* OpenConverter(UCNVLibrary* library, const char* name) {
+  UErrorCode error = U_ZERO_ERROR;
+  UConverter* converter = library->UCNV_open(name, &error);
+  if (converter != nullptr && error > U_ZERO_ERROR) {
+    library->UCNV_close(converter);
+    return nullptr;
+  }
+  return converter;
 }
 
 // Converts `count` units of `Source` (bytes or UTF-16 units) through the
@@ -39,47 +55,80 @@ bool ConvertOnce(const char* name, const Source* source, unsigned long count, Ta
       !FitsOutputSize(count)) {
     return false;
   }
+  UCNVLibrary* library = UCNVLibrary::instance();
+  UConverter* converter = OpenConverter(library, name);
+  if (converter == nullptr) {
+    *out = nullptr;
+    *outLength = 0;
+    return false;
+  }
   *outLength = 4 * count + 1;
   *out = new Target[*outLength];
   Target* target = *out;
   const Source* cursor = source;
-  UCNVLibrary* library = UCNVLibrary::instance();
   UErrorCode error = U_ZERO_ERROR;
-  UConverter* converter = library->UCNV_open(name, &error);
-  if (converter != nullptr && error <= U_ZERO_ERROR) {
-    convert(library, converter, &target, *out + *outLength - 1, &cursor, source + count, &error);
-    *target = 0;
-    *outLength = static_cast<unsigned long>(target - *out);
-    library->UCNV_close(converter);
-    return true;
-  }
-  if (converter != nullptr) library->UCNV_close(converter);
-  delete[] * out;
-  *out = nullptr;
-  *outLength = 0;
-  return false;
+  convert(library, converter, &target, *out + *outLength - 1, &cursor, source + count, &error);
+  *target = 0;
+  *outLength = static_cast<unsigned long>(target - *out);
+  library->UCNV_close(converter);
+  return true;
 }
 
-// Converts `count` bytes of `name`, then the UTF-16 through `second`; the
-// result of the second step (bytes) goes to `finish`. Intermediate arrays are
-// freed. With `needUnits`, the second step runs only when the first gave
-// units.
-template <class Finish>
-void ThroughUTF16(const char* name, const char* source, unsigned long count, const char* second,
-                  bool needUnits, Finish finish) {
-  unsigned short* units = nullptr;
-  unsigned long unitCount = 0;
-  if (!CodePageToUnicode(name, source, count, &units, &unitCount)) return;
-  if (units != nullptr && (unitCount != 0 || !needUnits)) {
-    char* bytes = nullptr;
-    unsigned long byteCount = 0;
-    if (UnicodeToCodePage(second, units, unitCount, &bytes, &byteCount)) {
-      finish(bytes, byteCount);
-      delete[] bytes;
-    }
+// UTF-16 units in an array sized by what the conversion wrote.
+struct UnitArray {
+  std::unique_ptr<unsigned short[]> data;
+  unsigned long count = 0;
+};
+
+// Converts `count` bytes of code page `name` to UTF-16 as CodePageToUnicode
+// does, into an array that starts at one unit a byte plus one and grows
+// (doubling, up to CodePageToUnicode's 4 units a byte) only when ICU
+// reports that the room ran out; ICU then keeps what did not fit and writes
+// it first when called again, so the units are those of the one call into
+// the full room, cut where that room ends. Fails (false) when no converter
+// opens.
+bool ReadCodePage(const char* name, const char* source, unsigned long count, UnitArray* units) {
+  if (!FitsOutputSize(count)) return false;
+  UCNVLibrary* library = UCNVLibrary::instance();
+  UConverter* converter = OpenConverter(library, name);
+  if (converter == nullptr) return false;
+  UErrorCode error = U_ZERO_ERROR;
+  const unsigned long limit = 4 * count;
+  unsigned long room = count + 1;
+  units->data.reset(new unsigned short[room]);
+  const char* cursor = source;
+  for (;;) {
+    unsigned short* target = units->data.get() + units->count;
+    library->UCNV_toUnicode(converter, &target, units->data.get() + room, &cursor, source + count,
+                            nullptr, 1, &error);
+    units->count = static_cast<unsigned long>(target - units->data.get());
+    if (error != U_BUFFER_OVERFLOW_ERROR || room == limit) break;
+    error = U_ZERO_ERROR;
+    room = room <= limit / 2 ? 2 * room : limit;
+    std::unique_ptr<unsigned short[]> larger(new unsigned short[room]);
+    std::memcpy(larger.get(), units->data.get(), units->count * sizeof(unsigned short));
+    units->data = std::move(larger);
   }
-  delete[] units;
+  library->UCNV_close(converter);
+  return true;
 }
+
+// UnicodeToCodePage of `units` to code page `name`, whose bytes (if it
+// succeeds) go to `finish`; the array is freed.
+template <class Finish>
+void WriteCodePage(const char* name, const UnitArray& units, Finish finish) {
+  char* bytes = nullptr;
+  unsigned long byteCount = 0;
+  if (UnicodeToCodePage(name, units.data.get(), units.count, &bytes, &byteCount)) {
+    finish(bytes, byteCount);
+    delete[] bytes;
+  }
+}
+
+// Whether ICU's "utf8" converter, the one the composite conversions would
+// open, can be stood in for by the exact pivot of UnicodePivot.h: it opens
+// (as it does in every ICU), so the conversion through it would run.
+bool UTF8ConverterOpens() { return UCNVLibrary::instance()->OpensUTF8(); }
 
 // WideToCodePage and UTF8ToCodePage: `count` bytes of text in converter
 // `from` to code page `name`, into the caller's *out, which must be null.
@@ -101,12 +150,10 @@ bool IsCodePageAvailable(const char* name) {
   // A null name only asks whether the library object exists: it always does.
   if (name == nullptr) return UCNVLibrary::instance() != nullptr;
   UCNVLibrary* library = UCNVLibrary::instance();
-  UErrorCode error = U_ZERO_ERROR;
-  UConverter* converter = library->UCNV_open(name, &error);
+  UConverter* converter = OpenConverter(library, name);
   if (converter == nullptr) return false;
-  const bool available = error <= U_ZERO_ERROR;  // warnings count as success
   library->UCNV_close(converter);
-  return available;
+  return true;
 }
 
 bool UnicodeToCodePage(const char* name, const unsigned short* source, unsigned long count,
@@ -139,27 +186,53 @@ void WideToCodePage(const char* name, const std::wstring& text, char** out,
 
 void UTF8ToCodePage(const char* name, const std::string& text, char** out,
                     unsigned long* outLength) {
+  // Well-formed UTF-8 becomes UTF-16 here, with exactly the units ICU's
+  // "utf8" converter would give; any other text goes through ICU, whose
+  // substitutions decide what it becomes.
+  const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  std::size_t unitCount = 0;
+  if (name != nullptr && !text.empty() && out != nullptr && *out == nullptr &&
+      outLength != nullptr && FitsOutputSize(text.size()) && UTF8ConverterOpens() &&
+      pivot::MeasureWellFormedUTF8(bytes, text.size(), &unitCount)) {
+    std::unique_ptr<unsigned short[]> units(new unsigned short[unitCount + pivot::kDecodeSlack]);
+    pivot::DecodeWellFormedUTF8(bytes, text.size(), units.get());
+    UnicodeToCodePage(name, units.get(), unitCount, out, outLength);
+    return;
+  }
   TextToCodePage(name, kUTF8Converter, text.data(), text.size(), out, outLength);
 }
 
 std::wstring CodePageToWide(const char* name, const char* source, unsigned long count) {
   std::wstring result;
   if (name == nullptr || source == nullptr || count == 0) return result;
-  ThroughUTF16(name, source, count, kWideConverter, true,
-               [&result](const char* bytes, unsigned long byteCount) {
-                 // Counted, so that U+0000 inside the text is kept.
-                 result.resize(byteCount / sizeof(wchar_t));
-                 std::memcpy(&result[0], bytes, result.size() * sizeof(wchar_t));
-               });
+  UnitArray units;
+  if (!ReadCodePage(name, source, count, &units) || units.count == 0) return result;
+  WriteCodePage(kWideConverter, units, [&result](const char* bytes, unsigned long byteCount) {
+    // Counted, so that U+0000 inside the text is kept.
+    result.resize(byteCount / sizeof(wchar_t));
+    std::memcpy(&result[0], bytes, result.size() * sizeof(wchar_t));
+  });
   return result;
 }
 
 std::string CodePageToUTF8(const char* name, const char* source, unsigned long count) {
   std::string result;
   if (name == nullptr || source == nullptr || count == 0) return result;
-  ThroughUTF16(
-      name, source, count, kUTF8Converter, false,
-      [&result](const char* bytes, unsigned long byteCount) { result.assign(bytes, byteCount); });
+  UnitArray units;
+  if (!ReadCodePage(name, source, count, &units) || units.count == 0) return result;
+  // Well-formed UTF-16 is encoded here, as ICU's "utf8" converter would;
+  // unpaired surrogates are left to ICU's substitution.
+  std::size_t byteCount = 0;
+  if (FitsOutputSize(units.count) && UTF8ConverterOpens() &&
+      pivot::MeasureWellFormedUTF16(units.data.get(), units.count, &byteCount)) {
+    result.resize(byteCount + pivot::kEncodeSlack);
+    pivot::EncodeWellFormedUTF16(units.data.get(), units.count, &result[0]);
+    result.resize(byteCount);
+    return result;
+  }
+  WriteCodePage(kUTF8Converter, units, [&result](const char* bytes, unsigned long byteCount) {
+    result.assign(bytes, byteCount);
+  });
   return result;
 }
 

@@ -51,7 +51,8 @@ UCNVLibrary::UCNVLibrary()
       m_open(nullptr),
       m_close(nullptr),
       m_toUnicode(nullptr),
-      m_fromUnicode(nullptr) {
+      m_fromUnicode(nullptr),
+      m_opensUTF8(Answer::kNotAsked) {
   // RTLD_NODELETE: ICU keeps its converter data in heap blocks reachable
   // only from its own globals. Unmapping the library at dlclose would lose
   // them, and every FreeCodePageResouces and reload would leak them anew;
@@ -80,6 +81,16 @@ UCNVLibrary* UCNVLibrary::instance() {
 bool UCNVLibrary::IsUsable() const {
   return m_handle != nullptr && m_open != nullptr && m_close != nullptr && m_toUnicode != nullptr &&
          m_fromUnicode != nullptr;
+}
+
+bool UCNVLibrary::OpensUTF8() {
+  if (m_opensUTF8 == Answer::kNotAsked) {
+    UErrorCode error = U_ZERO_ERROR;
+    UConverter* converter = UCNV_open("utf8", &error);
+    m_opensUTF8 = converter != nullptr && error <= U_ZERO_ERROR ? Answer::kYes : Answer::kNo;
+    if (converter != nullptr) UCNV_close(converter);
+  }
+  return m_opensUTF8 == Answer::kYes;
 }
 
 UConverter* UCNVLibrary::UCNV_open(const char* converterName, UErrorCode* err) {

@@ -47,6 +47,12 @@ class UCNVLibrary {
   // Whether the library and all four entry points were found.
   bool IsUsable() const;
 
+  // Whether the library is usable and opens its "utf8" converter (without
+  // an error; warnings count as success). Asked once per instance, on the
+  // first call, and remembered: the code-page conversions call it on every
+  // conversion that could do its UTF-8 step without ICU.
+  bool OpensUTF8();
+
  private:
   typedef UConverter* (*OpenFunction)(const char*, UErrorCode*);
   typedef void (*CloseFunction)(UConverter*);
@@ -60,6 +66,7 @@ class UCNVLibrary {
   CloseFunction m_close;
   ToUnicodeFunction m_toUnicode;
   FromUnicodeFunction m_fromUnicode;
+  enum class Answer { kNotAsked, kYes, kNo } m_opensUTF8;
 };
 
 }  // namespace mvcs
