@@ -1,6 +1,7 @@
 // String conversion speed: UTF8ToWide, WideToUTF8, UnicodeToUTF8 and IsUTF8
-// beside ICU's string API, iconv and the straightforward reference routine,
-// on setting names and on 1 MiB of ASCII, accented, CJK and emoji text.
+// beside ICU's string API, iconv, the straightforward reference routine and
+// the memory work alone, on setting names and on 1 MiB of ASCII, accented,
+// CJK and emoji text.
 //
 // Names read Op/Implementation/Input. Throughput is bytes of input per
 // second: UTF-8 bytes for UTF8ToWide and IsUTF8, 4 bytes a unit for
@@ -17,6 +18,14 @@
 //   ICU_Reuse  ICU's string API into buffers allocated once and reused (no
 //              allocation at all: a stricter bar than the library's contract)
 //   iconv      glibc's iconv into a reused buffer
+//   Floor      the memory work of the operation and nothing else: a result
+//              string of the final size, allocated without zero-filling it,
+//              written by a plain loop that casts (widens or narrows) each
+//              input unit into the result unit at the same place; every
+//              input unit is read once (MemoryFloor.h). On ASCII text this
+//              is exactly the conversion's memory traffic; on other text
+//              it leaves out the work that tells characters apart. For
+//              IsUTF8, a plain read of every byte.
 
 #include <benchmark/benchmark.h>
 #include <iconv.h>
@@ -27,7 +36,9 @@
 #include <string>
 #include <vector>
 
+#include "MemoryFloor.h"
 #include "MorvString/MorvString.h"
+#include "OverwriteString.h"
 #include "ReferenceStringConversions.h"
 #include "TextCorpus.h"
 #include "UTFKernels.h"
@@ -93,7 +104,31 @@ iconv_t Open(const char* to, const char* from) {
   return cd;
 }
 
+// A result of `size` units, not zero-filled, written from `input`.
+template <typename Result, typename In>
+Result Floor(const In* input, std::size_t count, std::size_t size) {
+  Result result;
+  mvcs::OverwriteString(result, size, [&](typename Result::value_type* out) {
+    benchmark::DoNotOptimize(floor_work::CastEach(input, count, out, size));
+    return size;
+  });
+  return result;
+}
+
 using Work = std::function<void(const Input&)>;
+
+// The Floor rows: each string of the form `from` (its units read as `In`)
+// to a result of the size of the same string in the form `to`.
+template <typename In, typename From, typename To>
+Work FloorWork(std::vector<From> Input::*from, std::vector<To> Input::*to) {
+  return [from, to](const Input& in) {
+    for (std::size_t k = 0; k < (in.*from).size(); ++k) {
+      const From& s = (in.*from)[k];
+      benchmark::DoNotOptimize(
+          Floor<To>(reinterpret_cast<const In*>(s.data()), s.size(), (in.*to)[k].size()));
+    }
+  };
+}
 
 struct Implementation {
   const char* op;
@@ -145,6 +180,8 @@ std::vector<Implementation> Implementations() {
            benchmark::DoNotOptimize(wide);
          }
        }});
+  list.push_back({"UTF8ToWide", "Floor", &Input::utf8Bytes,
+                  FloorWork<unsigned char>(&Input::utf8, &Input::wide)});
   list.push_back({"UTF8ToWide", "iconv", &Input::utf8Bytes, [](const Input& in) {
                     for (const std::string& s : in.utf8) {
                       benchmark::DoNotOptimize(Iconv(utf8ToWide, s.data(), s.size()));
@@ -189,6 +226,8 @@ std::vector<Implementation> Implementations() {
                       benchmark::DoNotOptimize(bytes);
                     }
                   }});
+  list.push_back(
+      {"WideToUTF8", "Floor", &Input::wideBytes, FloorWork<wchar_t>(&Input::wide, &Input::utf8)});
   list.push_back({"WideToUTF8", "iconv", &Input::wideBytes, [](const Input& in) {
                     for (const std::wstring& s : in.wide) {
                       benchmark::DoNotOptimize(
@@ -232,6 +271,8 @@ std::vector<Implementation> Implementations() {
                       benchmark::DoNotOptimize(bytes);
                     }
                   }});
+  list.push_back({"UnicodeToUTF8", "Floor", &Input::utf16Bytes,
+                  FloorWork<char16_t>(&Input::utf16, &Input::utf8)});
   list.push_back({"UnicodeToUTF8", "iconv", &Input::utf16Bytes, [](const Input& in) {
                     for (const std::u16string& s : in.utf16) {
                       benchmark::DoNotOptimize(Iconv(utf16ToUtf8, s.data(), s.size() * 2));
@@ -255,6 +296,12 @@ std::vector<Implementation> Implementations() {
            benchmark::DoNotOptimize(error == U_BUFFER_OVERFLOW_ERROR || U_SUCCESS(error));
          }
        }});
+  list.push_back({"IsUTF8", "Floor", &Input::utf8Bytes, [](const Input& in) {
+                    for (const std::string& s : in.utf8) {
+                      benchmark::DoNotOptimize(floor_work::OrEach(
+                          reinterpret_cast<const unsigned char*>(s.data()), s.size()));
+                    }
+                  }});
   list.push_back({"IsUTF8", "iconv", &Input::utf8Bytes, [](const Input& in) {
                     for (const std::string& s : in.utf8) {
                       benchmark::DoNotOptimize(Iconv(utf8ToUtf16, s.data(), s.size()));

@@ -6,9 +6,15 @@ per input, a column per implementation, each cell the median and the best
 throughput over the repetitions (or time when there is no throughput).
 Then, for every op that both have, the speed of one implementation over
 another's per input (medians; above 1 when the first is faster): by default
-the store ("Morv") over libplist.
+the store ("Morv") over libplist; --ratio may be given several times.
 
-    bench/compare.py report.json [--ratio Morv libplist]
+Several reports (runs of one program, interleaved with runs of another to
+spread the machine's noise evenly) are pooled. Reports given after --before
+come from a build of earlier code: their implementations appear with
+"@before" ("Morv@before"), beside the current ones.
+
+    bench/compare.py report.json [more.json ...] [--ratio Morv libplist]
+        [--before old.json ...]
 """
 import argparse
 import json
@@ -48,18 +54,24 @@ def print_ratios(runs, kinds, ops, first, second):
             print_table(rows)
 
 
-def main(path, ratio):
-    with open(path) as f:
-        report = json.load(f)
+def load(paths, suffix=""):
+    """The non-aggregate runs of the reports, implementations with `suffix`."""
+    for path in paths:
+        with open(path) as f:
+            report = json.load(f)
+        for b in report["benchmarks"]:
+            if b.get("run_type") == "aggregate":
+                continue
+            parts = b["run_name"].split("/")
+            if len(parts) < 3:
+                continue
+            yield parts[0], parts[1] + suffix, "/".join(parts[2:]), b
+
+
+def main(paths, before, ratios):
     runs = defaultdict(list)  # (op, impl, input) -> [values]
     kinds = {}
-    for b in report["benchmarks"]:
-        if b.get("run_type") == "aggregate":
-            continue
-        parts = b["run_name"].split("/")
-        if len(parts) < 3:
-            continue
-        op, impl, inp = parts[0], parts[1], "/".join(parts[2:])
+    for op, impl, inp, b in list(load(paths)) + list(load(before, "@before")):
         if "bytes_per_second" in b:
             runs[(op, impl, inp)].append(b["bytes_per_second"])
             kinds[op] = "B/s"
@@ -94,14 +106,16 @@ def main(path, ratio):
                     row.append(f"{med:.1f} ({best:.1f})")
             rows.append(row)
         print_table(rows)
-    print_ratios(runs, kinds, ops, *ratio)
+    for first, second in ratios:
+        print_ratios(runs, kinds, ops, first, second)
 
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser(description="Google Benchmark JSON report as tables")
-    parser.add_argument("report")
-    parser.add_argument("--ratio", nargs=2, metavar=("FIRST", "SECOND"),
-                        default=["Morv", "libplist"],
+    parser.add_argument("reports", nargs="+", metavar="report")
+    parser.add_argument("--ratio", nargs=2, metavar=("FIRST", "SECOND"), action="append",
                         help="the implementations whose speeds to compare (default: Morv libplist)")
+    parser.add_argument("--before", nargs="+", default=[], metavar="report",
+                        help="reports of a build of earlier code")
     args = parser.parse_args()
-    main(args.report, args.ratio)
+    main(args.reports, args.before, args.ratio or [["Morv", "libplist"]])

@@ -3,15 +3,23 @@
 // cut by the 16-, 32- and 64-byte block boundaries, a bad byte at every
 // position of a block, every input length from 0 to 200, pairs and lone
 // surrogates at every position, and the hand-over to the exact rules and
-// back. Also: which kernel is chosen, and that a forced one is used.
+// back; the ASCII prefixes that the conversions try first, at every length
+// from 0 to 300 and every alignment, ended by every kind of unit, and long
+// ones followed by other text. Also: which kernel is chosen, and that a
+// forced one is used.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <cwchar>
 #include <string>
+#include <type_traits>
 #include <vector>
 
+#include "OverwriteString.h"
 #include "ReferenceStringConversions.h"
 #include "TextCorpus.h"
 #include "UTFKernels.h"
@@ -104,6 +112,21 @@ const std::vector<std::string> kSequences = {"\xC3\xA9",
                                              "\xE2\x82",
                                              "\xF0\x9F\x98"};
 
+// Well-formed wide text as UTF-16.
+std::u16string ToUTF16(const std::wstring& wide) {
+  std::u16string utf16;
+  for (wchar_t c : wide) {
+    const unsigned u = static_cast<unsigned>(c);
+    if (u < 0x10000) {
+      utf16 += static_cast<char16_t>(u);
+    } else {
+      utf16 += static_cast<char16_t>(0xD800 + ((u - 0x10000) >> 10));
+      utf16 += static_cast<char16_t>(0xDC00 + ((u - 0x10000) & 0x3FF));
+    }
+  }
+  return utf16;
+}
+
 std::string Repeat(const std::string& piece, std::size_t times) {
   std::string text;
   for (std::size_t i = 0; i < times; ++i) text += piece;
@@ -185,16 +208,7 @@ TEST(UTFKernels, EveryLengthFrom0To200) {
        {corpus::Ascii(400), corpus::Accented(400), corpus::Cjk(400), corpus::Emoji(400)}) {
     const std::wstring wide = reference::UTF8ToWide(text);
     ASSERT_FALSE(wide.empty());
-    std::u16string utf16;
-    for (wchar_t c : wide) {
-      const unsigned u = static_cast<unsigned>(c);
-      if (u < 0x10000) {
-        utf16 += static_cast<char16_t>(u);
-      } else {
-        utf16 += static_cast<char16_t>(0xD800 + ((u - 0x10000) >> 10));
-        utf16 += static_cast<char16_t>(0xDC00 + ((u - 0x10000) & 0x3FF));
-      }
-    }
+    const std::u16string utf16 = ToUTF16(wide);
     for (std::size_t length = 0; length <= 200; ++length) {
       // Byte lengths that cut characters make ill-formed inputs too.
       ASSERT_TRUE(SameUTF8Results(text.substr(0, length)));
@@ -275,6 +289,242 @@ TEST(UTFKernels, LargeTextsOfEveryScript) {
     ASSERT_TRUE(SameUTF8Results(lenient));
     ASSERT_TRUE(SameWideResults(reference::UTF8ToWide(text)));
   }
+}
+
+// ---------------------------------------------------------------------------
+// ASCII prefixes.
+
+// The units 01 to 7F over and over, from `first`.
+template <typename Unit>
+std::vector<Unit> AsciiUnits(std::size_t n, unsigned first = 1) {
+  std::vector<Unit> units(n);
+  for (std::size_t i = 0; i < n; ++i) units[i] = static_cast<Unit>(1 + (first + i - 1) % 0x7F);
+  return units;
+}
+
+// Runs one kernel's ASCII prefix block on `in` (n units, copied to `offset`
+// units into a buffer) into a buffer whose units from `outOffset` + n on are
+// a canary; checks that it returns `expected`, that the units before it are
+// the input's, and that nothing after the room was written.
+template <typename In, typename Out>
+void CheckPrefix(std::size_t (*prefix)(const In*, std::size_t, Out*), const char* kernel,
+                 const std::vector<In>& in, std::size_t offset, std::size_t outOffset,
+                 std::size_t expected) {
+  const std::size_t n = in.size();
+  std::vector<In> source(offset + n + 1);
+  std::copy(in.begin(), in.end(), source.begin() + static_cast<std::ptrdiff_t>(offset));
+  const Out canary = static_cast<Out>(0x5A);
+  std::vector<Out> out(outOffset + n + 64, canary);
+  const std::size_t got = prefix(source.data() + offset, n, out.data() + outOffset);
+  ASSERT_EQ(got, expected) << kernel << ": length " << n << ", offset " << offset << "/"
+                           << outOffset;
+  for (std::size_t i = 0; i < got; ++i) {
+    ASSERT_EQ(static_cast<unsigned>(out[outOffset + i]), static_cast<unsigned>(in[i]))
+        << kernel << ": length " << n << ", unit " << i;
+  }
+  for (std::size_t i = 0; i < outOffset; ++i) ASSERT_EQ(out[i], canary) << kernel;
+  for (std::size_t i = outOffset + n; i < out.size(); ++i) {
+    ASSERT_EQ(out[i], canary) << kernel << ": written past the room, length " << n;
+  }
+}
+
+// Every length from 0 to 300 at every alignment of input and output within
+// 64 bytes: the whole input is the prefix.
+TEST(UTFKernels, AsciiPrefixBlocksOfEveryLengthAtEveryAlignment) {
+  for (const Kernel* kernel : mvcs::fast_utf::SupportedKernels()) {
+    for (std::size_t n = 0; n <= 300; ++n) {
+      const std::vector<unsigned char> bytes =
+          AsciiUnits<unsigned char>(n, static_cast<unsigned>(n));
+      const std::vector<wchar_t> wide = AsciiUnits<wchar_t>(n, static_cast<unsigned>(n));
+      const std::vector<unsigned short> utf16 =
+          AsciiUnits<unsigned short>(n, static_cast<unsigned>(n));
+      for (std::size_t offset = 0; offset < 64; ++offset) {
+        const std::size_t outOffset = (offset * 5) % 64;
+        CheckPrefix(kernel->widenAscii, kernel->name, bytes, offset, outOffset / 4, n);
+        CheckPrefix(kernel->narrowAsciiWide, kernel->name, wide, offset / 4, outOffset, n);
+        CheckPrefix(kernel->narrowAsciiUTF16, kernel->name, utf16, offset / 2, outOffset, n);
+        if (HasFailure()) return;
+      }
+    }
+  }
+}
+
+// Each unit that ends a prefix, at every position of every length from 1
+// to 300 (at alignments that vary with both): the prefix ends there. Up to
+// 130 units (the two-block steps twice, and the last block) every such unit
+// goes at every position; beyond, one of them in turn. The wide and UTF-16
+// ones include the values that narrowing with saturation turns into 00, 7F,
+// 80 or FF.
+TEST(UTFKernels, AsciiPrefixBlocksStopAtEveryUnitThatIsNotAscii) {
+  const std::vector<unsigned char> byteStops = {0x00, 0x80, 0xBF, 0xC3, 0xED, 0xF4, 0xFF};
+  const std::vector<unsigned> wideStops = {
+      0x0,      0x80,       0xFF,        0x100,       0x17F,       0x7FFF,
+      0x8000,   0xFF7F,     0xFFFF,      0x10000,     0x1007F,     0x10FFFF,
+      0x110000, 0x7FFFFFFF, 0x80000000u, 0x8000007Fu, 0xFFFF007Fu, 0xFFFFFFFFu};
+  const std::vector<unsigned short> utf16Stops = {0x0,    0x80,   0xFF,   0x100,  0x17F,
+                                                  0x7FFF, 0x8000, 0xD800, 0xDC00, 0xFFFF};
+  // The stops to try at `at` in `n` units.
+  auto some = [](const auto& stops, std::size_t n, std::size_t at) {
+    using Stop = typename std::decay_t<decltype(stops)>::value_type;
+    if (n <= 130) return stops;
+    return std::vector<Stop>{stops[(n + at) % stops.size()]};
+  };
+  for (const Kernel* kernel : mvcs::fast_utf::SupportedKernels()) {
+    for (std::size_t n = 1; n <= 300; ++n) {
+      for (std::size_t at = 0; at < n; ++at) {
+        const std::size_t offset = (n + 3 * at) % 64;
+        std::vector<unsigned char> bytes = AsciiUnits<unsigned char>(n);
+        for (unsigned char stop : some(byteStops, n, at)) {
+          bytes[at] = stop;
+          CheckPrefix(kernel->widenAscii, kernel->name, bytes, offset, offset % 16, at);
+        }
+        std::vector<wchar_t> wide = AsciiUnits<wchar_t>(n);
+        for (unsigned stop : some(wideStops, n, at)) {
+          wide[at] = static_cast<wchar_t>(stop);
+          CheckPrefix(kernel->narrowAsciiWide, kernel->name, wide, offset % 16, offset, at);
+        }
+        std::vector<unsigned short> utf16 = AsciiUnits<unsigned short>(n);
+        for (unsigned short stop : some(utf16Stops, n, at)) {
+          utf16[at] = stop;
+          CheckPrefix(kernel->narrowAsciiUTF16, kernel->name, utf16, offset % 32, offset, at);
+        }
+        if (HasFailure()) return;
+      }
+    }
+  }
+}
+
+// UnicodeToUTF8 with its units at every alignment.
+bool SameUTF16ResultsAt(const std::u16string& input, std::size_t offset) {
+  std::vector<unsigned short> buffer(offset + input.size() + 1);
+  std::memcpy(buffer.data() + offset, input.data(), input.size() * 2);
+  const unsigned short* units = buffer.data() + offset;
+  const std::string expected = reference::UnicodeToUTF8(units, input.size());
+  for (const Kernel* kernel : mvcs::fast_utf::SupportedKernels()) {
+    if (mvcs::fast_utf::UnicodeToUTF8With(*kernel, units, input.size()) != expected) {
+      ADD_FAILURE() << kernel->name << " UnicodeToUTF8 differs at offset " << offset << " on "
+                    << input.size() << " units";
+      return false;
+    }
+  }
+  return true;
+}
+
+// The whole-string conversions of all-ASCII text of every length from 0 to
+// 300 (UnicodeToUTF8's units at every alignment).
+TEST(UTFKernels, AsciiTextOfEveryLength) {
+  for (std::size_t n = 0; n <= 300; ++n) {
+    const std::vector<unsigned char> units = AsciiUnits<unsigned char>(n, static_cast<unsigned>(n));
+    const std::string text(units.begin(), units.end());
+    ASSERT_TRUE(SameUTF8Results(text));
+    ASSERT_TRUE(SameWideResults(std::wstring(text.begin(), text.end())));
+    for (std::size_t offset = 0; offset < 32; ++offset) {
+      ASSERT_TRUE(SameUTF16ResultsAt(std::u16string(text.begin(), text.end()), offset));
+    }
+  }
+}
+
+// ASCII of every length from 0 to 300, then a character of every kind
+// (well formed, legal only under the lenient rules, ill formed, cut off,
+// U+0000), then nothing, a little ASCII, or text that needs the vector
+// paths after the prefix.
+TEST(UTFKernels, AnAsciiRunEndedByEveryKindOfCharacter) {
+  const std::vector<std::string> tails = {"", "tail", Repeat("\xE4\xB8\xAD", 40),
+                                          Repeat("ab\xC3\xA9", 30) + "\xC3"};
+  const std::vector<unsigned> wideUnits = {0x0,        0x80,        0x7FF,      0x800,    0xD800,
+                                           0xDFFF,     0xFFFF,      0x10000,    0x10FFFF, 0x110000,
+                                           0x7FFFFFFF, 0x80000000u, 0xFFFFFFFFu};
+  const std::vector<std::u16string> utf16Pieces = {
+      std::u16string(1, 0),     u"\u0080",       u"\u07FF", u"\u0800",
+      u"\xD83D\xDE00",          u"\xDE00\xD83D", u"\uFFFF", std::u16string(1, 0xDC00),
+      std::u16string(1, 0xD800)};
+  for (std::size_t n = 0; n <= 300; ++n) {
+    const std::vector<unsigned char> units = AsciiUnits<unsigned char>(n);
+    const std::string ascii(units.begin(), units.end());
+    for (const std::string& sequence : kSequences) {
+      for (const std::string& tail : tails) ASSERT_TRUE(SameUTF8Results(ascii + sequence + tail));
+    }
+    const std::wstring wideAscii(ascii.begin(), ascii.end());
+    for (unsigned unit : wideUnits) {
+      const std::wstring text = wideAscii + static_cast<wchar_t>(unit);
+      ASSERT_TRUE(SameWideResults(text));
+      ASSERT_TRUE(SameWideResults(text + L"tail"));
+      ASSERT_TRUE(SameWideResults(text + std::wstring(100, L'\u4E2D')));
+      ASSERT_TRUE(SameWideResults(text + std::wstring(50, L'x') + L'\x110000'));
+    }
+    const std::u16string utf16Ascii(ascii.begin(), ascii.end());
+    for (const std::u16string& piece : utf16Pieces) {
+      const std::u16string text = utf16Ascii + piece;
+      ASSERT_TRUE(SameUTF16Results(text));
+      ASSERT_TRUE(SameUTF16Results(text + u"tail"));
+      ASSERT_TRUE(SameUTF16Results(text + std::u16string(100, u'\u4E2D')));
+      ASSERT_TRUE(SameUTF16ResultsAt(text + std::u16string(50, u'x') + u"\xD800", n % 16));
+    }
+  }
+}
+
+// Long inputs, where the conversions decide from their start whether to try
+// them as ASCII, and from what follows the ASCII whether to keep the room
+// they took for it: ASCII prefixes of many sizes followed by a little or
+// much other text, by U+0000 and then anything, or by an error; and inputs
+// that start with other text and go on in ASCII.
+TEST(UTFKernels, LongAsciiPrefixesFollowedByOtherText) {
+  const std::vector<std::string> rests = {
+      "\xC3\xA9",
+      Repeat("\xC3\xA9", 3) + Repeat("x", 200),
+      Repeat("\xE4\xB8\xAD", 2000),
+      Repeat("\xF0\x9F\x98\x80", 1000) + "abc",
+      Repeat("\xC3\xA9xyz", 500),
+      std::string("\0\xE4\xB8\xAD", 4) + Repeat("\xF0\x9F\x98\x80", 200),
+      std::string("\0\xC0\x80", 3),
+      "\xED\x41\x80" + Repeat("\xE4\xB8\xAD", 300),
+      Repeat("\xE4\xB8\xAD", 300) + "\xE4\xB8",
+      Repeat("\xC3\xA9", 100) + std::string("\0", 1) + Repeat("\xC3\xA9", 100)};
+  for (std::size_t prefix : {0, 1, 63, 64, 65, 200, 255, 256, 257, 1000, 4096, 50000}) {
+    const std::vector<unsigned char> units = AsciiUnits<unsigned char>(prefix);
+    const std::string ascii(units.begin(), units.end());
+    for (const std::string& rest : rests) {
+      const std::string text = ascii + rest;
+      ASSERT_TRUE(SameUTF8Results(text)) << "prefix " << prefix;
+      ASSERT_TRUE(SameUTF8Results(rest + ascii)) << "prefix " << prefix;
+      const std::wstring wide = reference::UTF8ToWide(text);
+      if (!wide.empty()) {
+        ASSERT_TRUE(SameWideResults(wide));
+        ASSERT_TRUE(SameUTF16Results(ToUTF16(wide)));
+      }
+    }
+    // Wide and UTF-16 input that goes wrong only after U+0000, or at its end.
+    const std::wstring wideAscii(ascii.begin(), ascii.end());
+    ASSERT_TRUE(SameWideResults(wideAscii + L'\0' + std::wstring(300, L'x') + L'\x110000'));
+    ASSERT_TRUE(SameWideResults(wideAscii + L'\0' + std::wstring(300, L'\u4E2D')));
+    ASSERT_TRUE(SameWideResults(wideAscii + L'\xE9' + std::wstring(300, L'x')));
+    const std::u16string utf16Ascii(ascii.begin(), ascii.end());
+    ASSERT_TRUE(SameUTF16Results(utf16Ascii + u'\0' + std::u16string(300, u'x') + u"\xD800"));
+    ASSERT_TRUE(SameUTF16Results(utf16Ascii + u"\xD800" + u'\0' + std::u16string(300, u'x')));
+    ASSERT_TRUE(SameUTF16Results(utf16Ascii + u"\u00E9" + std::u16string(300, u'x')));
+  }
+}
+
+// The string sizing behind every conversion keeps what the string held below
+// the new size, and takes the size the writer returns. (The library is built
+// with C++23's resize_and_overwrite where it can; this test, built as C++17,
+// checks the other way.)
+TEST(OverwriteString, KeepsThePrefixAndTakesTheWrittenSize) {
+  std::string text = "abc";
+  mvcs::OverwriteString(text, 100, [](char* data) {
+    EXPECT_EQ(std::string(data, 3), "abc");
+    std::memset(data + 3, 'x', 97);
+    return std::size_t{60};
+  });
+  EXPECT_EQ(text, "abc" + std::string(57, 'x'));
+  mvcs::OverwriteString(text, 2, [](char*) { return std::size_t{1}; });
+  EXPECT_EQ(text, "a");
+  std::wstring wide;
+  mvcs::OverwriteString(wide, 5, [](wchar_t* data) {
+    std::wmemcpy(data, L"hello", 5);
+    return std::size_t{5};
+  });
+  EXPECT_EQ(wide, L"hello");
 }
 
 }  // namespace

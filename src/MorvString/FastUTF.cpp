@@ -99,17 +99,24 @@ inline __m128i Load(const void* p) { return _mm_loadu_si128(reinterpret_cast<con
 inline void Store(void* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 #endif
 
-// Bytes to wide units.
-inline bool WidenAscii16(const unsigned char* p, wchar_t* out) {
 #if defined(__SSE2__)
-  const __m128i v = Load(p);
-  if (_mm_movemask_epi8(v) != 0) return false;
+// Stores the 16 bytes of `v` as wide units.
+inline void StoreWidened(__m128i v, wchar_t* out) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i lo = _mm_unpacklo_epi8(v, zero), hi = _mm_unpackhi_epi8(v, zero);
   Store(out, _mm_unpacklo_epi16(lo, zero));
   Store(out + 4, _mm_unpackhi_epi16(lo, zero));
   Store(out + 8, _mm_unpacklo_epi16(hi, zero));
   Store(out + 12, _mm_unpackhi_epi16(hi, zero));
+}
+#endif
+
+// Bytes to wide units.
+inline bool WidenAscii16(const unsigned char* p, wchar_t* out) {
+#if defined(__SSE2__)
+  const __m128i v = Load(p);
+  if (_mm_movemask_epi8(v) != 0) return false;
+  StoreWidened(v, out);
 #else
   for (int i = 0; i < 16; ++i) {
     if (p[i] >= 0x80) return false;
@@ -415,7 +422,37 @@ bool Validate(const unsigned char* p, std::size_t n, std::size_t* characters) {
 
 }  // namespace
 
+namespace {
+
+// Inputs up to this size are first tested for being all ASCII, which most
+// short texts are (setting names) and which takes much less than the check.
+const std::size_t kShortText = 64;
+
+// Whether the n bytes at p are all ASCII: 8 at a time, the last 8
+// overlapping the ones before.
+bool AllAscii(const unsigned char* p, std::size_t n) {
+  const std::uint64_t high = 0x8080808080808080ULL;
+  if (n < 8) {
+    unsigned any = 0;
+    for (std::size_t i = 0; i < n; ++i) any |= p[i];
+    return any < 0x80;
+  }
+  std::uint64_t any = 0, word;
+  for (std::size_t i = 0; i + 8 < n; i += 8) {
+    std::memcpy(&word, p + i, 8);
+    any |= word;
+  }
+  std::memcpy(&word, p + n - 8, 8);
+  return ((any | word) & high) == 0;
+}
+
+}  // namespace
+
 bool ValidateUTF8(const unsigned char* p, std::size_t n, std::size_t* characters) {
+  if (n <= kShortText && AllAscii(p, n)) {
+    if (characters != nullptr) *characters = n;
+    return true;
+  }
 #if defined(__SSE2__)
   std::size_t standard = 0;
   if (CheckStandard(p, n, &standard)) {
@@ -705,13 +742,110 @@ char* EncodeUTF16(const unsigned short* u, std::size_t n, char* out) {
   return out;
 }
 
+// ---------------------------------------------------------------------------
+// ASCII prefixes, sixteen units a block: each block is converted and stored
+// whole (the room is there), then checked on its bytes. Narrowing packs
+// with saturation, which turns every unit outside 00-FF into 00 or FF, so a
+// unit is in 01-7F exactly when its byte is; and a byte is exactly when
+// subtracting 1 with signed saturation leaves it non-negative. Inputs of at
+// least 16 units end with their last 16, overlapping the block before;
+// shorter ones go one unit at a time.
+
+namespace {
+
+// One unit at a time, from i.
+template <typename In, typename Out>
+std::size_t AsciiSteps(const In* in, std::size_t i, std::size_t n, Out* out) {
+  for (; i < n; ++i) {
+    const UTF32 unit = static_cast<UTF32>(in[i]);
+    if (unit - 1 >= 0x7F) break;  // 00 wraps around
+    out[i] = static_cast<Out>(unit);
+  }
+  return i;
+}
+
+#if defined(__SSE2__)
+// Each block function converts the 16 units at `in` into `out` and returns
+// a mask of those not in 01-7F (bit k for unit k).
+inline unsigned Outside(__m128i bytes) {
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_subs_epi8(bytes, _mm_set1_epi8(1))));
+}
+
+inline unsigned WidenBlock(const unsigned char* p, wchar_t* out) {
+  const __m128i v = Load(p);
+  StoreWidened(v, out);
+  return Outside(v);
+}
+
+inline unsigned NarrowWideBlock(const wchar_t* w, char* out) {
+  const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(Load(w), Load(w + 4)),
+                                         _mm_packs_epi32(Load(w + 8), Load(w + 12)));
+  Store(out, bytes);
+  return Outside(bytes);
+}
+
+inline unsigned NarrowUTF16Block(const unsigned short* u, char* out) {
+  const __m128i bytes = _mm_packus_epi16(Load(u), Load(u + 8));
+  Store(out, bytes);
+  return Outside(bytes);
+}
+
+inline std::size_t FirstBit(unsigned mask) { return static_cast<std::size_t>(__builtin_ctz(mask)); }
+
+// The blocks over the whole input; `block` is one of the three above.
+template <typename In, typename Out, typename Block>
+std::size_t AsciiBlocks(const In* in, std::size_t n, Out* out, Block block) {
+  if (n < 16) return AsciiSteps(in, 0, n, out);
+  std::size_t i = 0;
+  for (; n - i >= 16; i += 16) {
+    const unsigned stop = block(in + i, out + i);
+    if (stop != 0) return i + FirstBit(stop);
+  }
+  if (i == n) return n;
+  // The last 16 units; those before i are known to be in range.
+  const std::size_t last = n - 16;
+  const unsigned stop = block(in + last, out + last);
+  return stop != 0 ? last + FirstBit(stop) : n;
+}
+#endif
+
+}  // namespace
+
+#if defined(__SSE2__)
+std::size_t WidenAscii(const unsigned char* p, std::size_t n, wchar_t* out) {
+  return AsciiBlocks(p, n, out, WidenBlock);
+}
+
+std::size_t NarrowAsciiWide(const wchar_t* w, std::size_t n, char* out) {
+  return AsciiBlocks(w, n, out, NarrowWideBlock);
+}
+
+std::size_t NarrowAsciiUTF16(const unsigned short* u, std::size_t n, char* out) {
+  return AsciiBlocks(u, n, out, NarrowUTF16Block);
+}
+#else
+std::size_t WidenAscii(const unsigned char* p, std::size_t n, wchar_t* out) {
+  return AsciiSteps(p, 0, n, out);
+}
+
+std::size_t NarrowAsciiWide(const wchar_t* w, std::size_t n, char* out) {
+  return AsciiSteps(w, 0, n, out);
+}
+
+std::size_t NarrowAsciiUTF16(const unsigned short* u, std::size_t n, char* out) {
+  return AsciiSteps(u, 0, n, out);
+}
+#endif
+
 const Kernel* BaselineKernel() {
 #if defined(__SSE2__)
-  static const Kernel kernel = {"sse2",     ValidateUTF8, DecodeValidUTF8, ScanWide,
-                                EncodeWide, ScanUTF16,    EncodeUTF16};
+  static const Kernel kernel = {"sse2",          ValidateUTF8,    DecodeValidUTF8, ScanWide,
+                                EncodeWide,      ScanUTF16,       EncodeUTF16,     WidenAscii,
+                                NarrowAsciiWide, NarrowAsciiUTF16};
 #else
-  static const Kernel kernel = {"scalar",   ValidateUTF8, DecodeValidUTF8, ScanWide,
-                                EncodeWide, ScanUTF16,    EncodeUTF16};
+  static const Kernel kernel = {"scalar",        ValidateUTF8,    DecodeValidUTF8, ScanWide,
+                                EncodeWide,      ScanUTF16,       EncodeUTF16,     WidenAscii,
+                                NarrowAsciiWide, NarrowAsciiUTF16};
 #endif
   return &kernel;
 }

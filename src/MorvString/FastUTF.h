@@ -10,7 +10,11 @@
 //  - scanners that check wide and UTF-16 input and size its UTF-8 form in
 //    one pass, and encoders that then write exactly that many bytes.
 //
-// Several kernels implement these six blocks: the baseline here (SSE2 where
+// Three more blocks convert the ASCII text at the start of an input
+// straight into the result, for the conversions to try first (ASCII is the
+// common case, and its result size is known without measuring).
+//
+// Several kernels implement these nine blocks: the baseline here (SSE2 where
 // the target has it, plain C++ elsewhere) and vector kernels for processors
 // that have more (UTFKernels.h chooses one at run time). The vector kernels
 // handle what is standard and give every other character to the exact
@@ -56,6 +60,16 @@ std::size_t ScanUTF16(const unsigned short* u, std::size_t n, bool* hasZero);
 // itself.
 char* EncodeUTF16(const unsigned short* u, std::size_t n, char* out);
 
+// The ASCII prefix: each converts units from the start of the input while
+// they are 01-7F (ASCII other than U+0000), each to the one unit of the
+// same value, and returns how many it converted: n, or the index of the
+// first unit that is 00 or above 7F (in wide input, any value as unsigned).
+// `out` must have room for n units, all of which may be written: those from
+// the returned index on hold anything.
+std::size_t WidenAscii(const unsigned char* p, std::size_t n, wchar_t* out);
+std::size_t NarrowAsciiWide(const wchar_t* w, std::size_t n, char* out);
+std::size_t NarrowAsciiUTF16(const unsigned short* u, std::size_t n, char* out);
+
 // The exact rules one character at a time, for the vector kernels to hand
 // over to. Both start at *i, which must be a character boundary, and stop at
 // the first character boundary at or after `until` (or at n), leaving *i
@@ -83,7 +97,7 @@ struct NibbleTable {
 };
 extern const NibbleTable kUTF8ErrorTables[3];
 
-// One implementation of the six blocks above, with the same contracts
+// One implementation of the nine blocks above, with the same contracts
 // (except that a kernel's EncodeUTF16 may need less than kSlack).
 struct Kernel {
   const char* name;
@@ -93,6 +107,9 @@ struct Kernel {
   void (*encodeWide)(const wchar_t* w, std::size_t n, char* out);
   std::size_t (*scanUTF16)(const unsigned short* u, std::size_t n, bool* hasZero);
   char* (*encodeUTF16)(const unsigned short* u, std::size_t n, char* out);
+  std::size_t (*widenAscii)(const unsigned char* p, std::size_t n, wchar_t* out);
+  std::size_t (*narrowAsciiWide)(const wchar_t* w, std::size_t n, char* out);
+  std::size_t (*narrowAsciiUTF16)(const unsigned short* u, std::size_t n, char* out);
 };
 
 // The functions above: "sse2" on x86-64, "scalar" elsewhere.
@@ -102,7 +119,7 @@ const Kernel* BaselineKernel();
 // The vector kernels, built on x86-64 only. Calling one on a processor that
 // lacks its instructions is undefined: use UTFKernels.h to choose.
 const Kernel* AVX2Kernel();    // AVX2 and POPCNT
-const Kernel* AVX512Kernel();  // AVX-512 F, BW, CD, VL, VBMI, VBMI2; BMI2
+const Kernel* AVX512Kernel();  // AVX-512 F, BW, CD, VL, VBMI, VBMI2; BMI2; AVX2
 #endif
 
 }  // namespace fast_utf

@@ -1,5 +1,6 @@
-// The AVX2 kernel: the six whole-input building blocks of FastUTF.h with
-// 256-bit vectors, for processors without AVX-512.
+// The AVX2 kernel: the nine whole-input building blocks of FastUTF.h with
+// 256-bit vectors, for processors without AVX-512 (whose kernel borrows the
+// three ASCII prefix blocks from here).
 //
 // This file is compiled for AVX2 (with POPCNT) and is only called
 // when the processor has them (UTFKernels.cpp decides). It includes no
@@ -82,6 +83,13 @@ inline std::size_t Continuations(__m256i v) {
   return PopCount(Bits(_mm256_cmpgt_epi8(_mm256_set1_epi8(-64), v)));
 }
 
+// Whether the 128 bytes at p are all ASCII.
+inline bool AllAscii128(const unsigned char* p) {
+  const __m256i any = _mm256_or_si256(_mm256_or_si256(Load(p), Load(p + 32)),
+                                      _mm256_or_si256(Load(p + 64), Load(p + 96)));
+  return Bits(any) == 0;
+}
+
 // The longest run of whole 32-byte blocks from p that is standard UTF-8 and
 // ends at a character boundary; the last 32 bytes or fewer are left to the
 // exact steps. With kCount, its characters are added to *characters.
@@ -135,7 +143,11 @@ const std::size_t kShortUTF8 = 64;
 
 bool ValidateUTF8AVX2(const unsigned char* p, std::size_t n, std::size_t* characters) {
   if (n < kShortUTF8) return ValidateUTF8(p, n, characters);
-  std::size_t count = 0, i = 0;
+  // First the ASCII at the start (all of an ASCII input), with nothing but
+  // the test, 128 bytes at a time: each of its bytes is a character.
+  std::size_t i = 0;
+  while (n - i >= 128 && AllAscii128(p + i)) i += 128;
+  std::size_t count = i;
   while (i < n) {
     i += characters != nullptr ? StandardPrefix<true>(p + i, n - i, &count)
                                : StandardPrefix<false>(p + i, n - i, nullptr);
@@ -504,11 +516,97 @@ char* EncodeUTF16AVX2(const unsigned short* u, std::size_t n, char* out) {
   return EncodeUTF16(u + i, n - i, out);
 }
 
+// ---------------------------------------------------------------------------
+// ASCII prefixes (FastUTF.h), 32 units a block: each block is converted and
+// stored whole, then checked on its bytes. Narrowing packs with saturation,
+// which turns every unit outside 00-FF into 00 or FF, so a unit is in
+// 01-7F exactly when its byte is; and a byte is exactly when subtracting 1
+// with signed saturation leaves it non-negative. Two blocks go at a time
+// with one test; inputs of at least 32 units end with their last 32,
+// overlapping the block before; shorter ones go to the baseline.
+
+inline std::size_t FirstBit(unsigned mask) { return static_cast<std::size_t>(__builtin_ctz(mask)); }
+
+// Each block function converts the 32 units at `in` into `out` and returns
+// their bytes minus 1: the sign bit of byte k is set where unit k is not in
+// 01-7F.
+
+inline __m256i WidenBlock(const unsigned char* p, wchar_t* out) {
+  for (int k = 0; k < 4; ++k) {
+    Store(out + 8 * k,
+          _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p + 8 * k))));
+  }
+  return _mm256_subs_epi8(Load(p), _mm256_set1_epi8(1));
+}
+
+inline __m256i NarrowWideBlock(const wchar_t* w, char* out) {
+  const __m256i v0 = Load(w), v1 = Load(w + 8), v2 = Load(w + 16), v3 = Load(w + 24);
+  // The packs work within 128-bit halves, which leaves the groups of four
+  // in the order 0 2 4 6 1 3 5 7.
+  const __m256i bytes = _mm256_permutevar8x32_epi32(
+      _mm256_packus_epi16(_mm256_packs_epi32(v0, v1), _mm256_packs_epi32(v2, v3)),
+      _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+  Store(out, bytes);
+  return _mm256_subs_epi8(bytes, _mm256_set1_epi8(1));
+}
+
+inline __m256i NarrowUTF16Block(const unsigned short* u, char* out) {
+  const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(Load(u), Load(u + 16)), 0xD8);
+  Store(out, bytes);
+  return _mm256_subs_epi8(bytes, _mm256_set1_epi8(1));
+}
+
+// The blocks over the whole input; `block` is one of the three above and
+// `baseline` the baseline's function for short inputs.
+template <typename In, typename Out, typename Block>
+std::size_t AsciiBlocks(const In* in, std::size_t n, Out* out, Block block,
+                        std::size_t (*baseline)(const In*, std::size_t, Out*)) {
+  if (n < 32) return baseline(in, n, out);
+  std::size_t i = 0;
+  for (; n - i >= 64; i += 64) {
+    const __m256i first = block(in + i, out + i), second = block(in + i + 32, out + i + 32);
+    if (Bits(_mm256_or_si256(first, second)) != 0) {
+      const unsigned stop = Bits(first);
+      return stop != 0 ? i + FirstBit(stop) : i + 32 + FirstBit(Bits(second));
+    }
+  }
+  if (n - i >= 32) {
+    const unsigned stop = Bits(block(in + i, out + i));
+    if (stop != 0) return i + FirstBit(stop);
+    i += 32;
+  }
+  if (i == n) return n;
+  // The last 32 units; those before i are known to be in range.
+  const std::size_t last = n - 32;
+  const unsigned stop = Bits(block(in + last, out + last));
+  return stop != 0 ? last + FirstBit(stop) : n;
+}
+
+std::size_t WidenAsciiAVX2(const unsigned char* p, std::size_t n, wchar_t* out) {
+  return AsciiBlocks(p, n, out, WidenBlock, WidenAscii);
+}
+
+std::size_t NarrowAsciiWideAVX2(const wchar_t* w, std::size_t n, char* out) {
+  return AsciiBlocks(w, n, out, NarrowWideBlock, NarrowAsciiWide);
+}
+
+std::size_t NarrowAsciiUTF16AVX2(const unsigned short* u, std::size_t n, char* out) {
+  return AsciiBlocks(u, n, out, NarrowUTF16Block, NarrowAsciiUTF16);
+}
+
 }  // namespace
 
 const Kernel* AVX2Kernel() {
-  static const Kernel kernel = {"avx2",         ValidateUTF8AVX2, DecodeValidUTF8AVX2, ScanWideAVX2,
-                                EncodeWideAVX2, ScanUTF16AVX2,    EncodeUTF16AVX2};
+  static const Kernel kernel = {"avx2",
+                                ValidateUTF8AVX2,
+                                DecodeValidUTF8AVX2,
+                                ScanWideAVX2,
+                                EncodeWideAVX2,
+                                ScanUTF16AVX2,
+                                EncodeUTF16AVX2,
+                                WidenAsciiAVX2,
+                                NarrowAsciiWideAVX2,
+                                NarrowAsciiUTF16AVX2};
   return &kernel;
 }
 

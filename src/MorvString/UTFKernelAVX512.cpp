@@ -1,5 +1,6 @@
-// The AVX-512 kernel: the six whole-input building blocks of FastUTF.h with
-// 512-bit vectors (AVX-512 F, BW, CD, VL, VBMI and VBMI2, with BMI2).
+// The AVX-512 kernel: six of the whole-input building blocks of FastUTF.h
+// with 512-bit vectors (AVX-512 F, BW, CD, VL, VBMI and VBMI2, with BMI2);
+// the three ASCII prefix blocks are the AVX2 kernel's.
 //
 // This file is compiled for those instruction sets and is only called when
 // the processor has them (UTFKernels.cpp decides). It includes no header
@@ -570,9 +571,19 @@ char* EncodeUTF16AVX512(const unsigned short* u, std::size_t n, char* out) {
 }  // namespace
 
 const Kernel* AVX512Kernel() {
-  static const Kernel kernel = {"avx512",         ValidateUTF8AVX512, DecodeValidUTF8AVX512,
-                                ScanWideAVX512,   EncodeWideAVX512,   ScanUTF16AVX512,
-                                EncodeUTF16AVX512};
+  // The ASCII prefixes are AVX2's: their loops are bound by memory
+  // traffic, which wider vectors do not reduce.
+  const Kernel& avx2 = *AVX2Kernel();
+  static const Kernel kernel = {"avx512",
+                                ValidateUTF8AVX512,
+                                DecodeValidUTF8AVX512,
+                                ScanWideAVX512,
+                                EncodeWideAVX512,
+                                ScanUTF16AVX512,
+                                EncodeUTF16AVX512,
+                                avx2.widenAscii,
+                                avx2.narrowAsciiWide,
+                                avx2.narrowAsciiUTF16};
   return &kernel;
 }
 

@@ -17,10 +17,11 @@ std::vector<const Kernel*> SupportedKernels() {
   if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt")) {
     kernels.push_back(AVX2Kernel());
   }
-  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-      __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512vl") &&
-      __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2") &&
-      __builtin_cpu_supports("bmi2")) {
+  // The AVX-512 kernel uses AVX2 code for the ASCII prefixes.
+  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("avx512f") &&
+      __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512cd") &&
+      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+      __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("bmi2")) {
     kernels.push_back(AVX512Kernel());
   }
 #endif
