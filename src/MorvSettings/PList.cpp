@@ -74,10 +74,9 @@ PList::~PList() {}
 namespace {
 
 // Serialises `tree` in the binary format, refusing a tree that would not
-// read back (`sizeHint` is the size expected); the failure names `path`.
-Status Serialise(const PListDictionary& tree, std::string& bytes, std::size_t sizeHint,
-                 const std::string& path) {
-  return WriteBinaryPropertyList(tree, bytes, sizeHint).WithPath(path);
+// read back; the failure names `path`.
+Status Serialise(const PListDictionary& tree, std::string& bytes, const std::string& path) {
+  return WriteBinaryPropertyList(tree, bytes).WithPath(path);
 }
 
 // Reads and parses the file at `path`: its bytes, identity and tree (null
@@ -170,7 +169,7 @@ Status PList::Save(std::string* movedAside) {
     snapshot.changeCount = m_changeCount;
     snapshot.dirtyCount = m_dirtyCount;
     snapshot.changes = CaptureChanges(*m_root, m_changes);
-    status = Serialise(*m_root, snapshot.bytes, m_base.bytes.size(), m_path);
+    status = Serialise(*m_root, snapshot.bytes, m_path);
   }
   if (status.ok()) status = WriteLocked(snapshot, movedAside);
   StoreLock lock;
@@ -238,7 +237,7 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
     if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
     ApplyChanges(std::move(snapshot.changes), *diskTree);
     snapshot.merged = diskTree;
-    status = Serialise(*diskTree, snapshot.bytes, disk.size(), file);
+    status = Serialise(*diskTree, snapshot.bytes, file);
     if (!status.ok()) return status;
   }
   status = WriteFileAtomically(file, snapshot.bytes);

@@ -39,9 +39,8 @@ Status ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDict
   return ReadXmlPropertyList(bytes.data(), bytes.size(), root);
 }
 
-Status WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes,
-                               std::size_t expectedSize) {
-  return WriteBinaryPList(root, expectedSize, bytes);
+Status WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes) {
+  return WriteBinaryPList(root, bytes);
 }
 
 Status WriteXmlPropertyList(const PListDictionary& root, std::string& bytes) {
