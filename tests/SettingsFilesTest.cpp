@@ -91,6 +91,42 @@ TEST_F(SettingsFiles, ReadOfAFifoNeitherBlocksNorReads) {
   EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 2.0);
 }
 
+// Files that replace a pinned file by rename, one after the other (as
+// other processes' saves do), never get its inode number, so its identity
+// tells them from it; a read can pin the file it read. Without the pin, a
+// file system that hands out the lowest free number (ext4) gives the
+// second replacement the number of the first file.
+TEST_F(SettingsFiles, APinnedFileKeepsItsIdentityFromFilesThatReplaceIt) {
+  const std::string file = m_root + "/file";
+  auto replace = [&](const std::string& bytes) {
+    sandbox::WriteFile(file + ".new", bytes);
+    ASSERT_EQ(rename((file + ".new").c_str(), file.c_str()), 0);
+  };
+  sandbox::WriteFile(file, "first");
+  mvcs::FilePin pin;
+  const mvcs::FileIdentity first = mvcs::PinFile(file, pin);
+  EXPECT_TRUE(pin.IsHeld());
+  EXPECT_TRUE(first.exists);
+  EXPECT_EQ(first, mvcs::IdentityOf(file));
+  for (const char* bytes : {"again", "third", "forth"}) {
+    replace(bytes);
+    EXPECT_NE(mvcs::IdentityOf(file).inode, first.inode) << bytes;
+  }
+  std::string read;
+  mvcs::FileIdentity identity;
+  ASSERT_TRUE(mvcs::ReadSettingsFile(file, 100, read, &identity, &pin).ok());
+  EXPECT_EQ(read, "forth");
+  EXPECT_TRUE(pin.IsHeld());
+  for (const char* bytes : {"fifth", "sixth", "seven"}) {
+    replace(bytes);
+    EXPECT_NE(mvcs::IdentityOf(file).inode, identity.inode) << bytes;
+  }
+  // Nothing there: nothing held, the identity of nothing.
+  mvcs::FilePin none;
+  EXPECT_FALSE(mvcs::PinFile(m_root + "/none", none).exists);
+  EXPECT_FALSE(none.IsHeld());
+}
+
 TEST_F(SettingsFiles, NewFileGets0666LessTheUmask) {
   const mode_t old = umask(027);
   EXPECT_TRUE(mvcs::WriteFileAtomically(m_root + "/new", "data").ok());

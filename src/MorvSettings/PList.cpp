@@ -80,10 +80,11 @@ Status Serialise(const PListDictionary& tree, std::string& bytes, const std::str
 }
 
 // Reads and parses the file at `path`: its bytes, identity and tree (null
-// when there is no file). A parse failure names the file.
+// when there is no file), and `pin` holding the file. A parse failure
+// names the file.
 Status Load(const std::string& path, std::string& bytes, FileIdentity& identity,
-            mvtl::RefCountedPtr<PListDictionary>& tree) {
-  Status status = ReadSettingsFile(path, kMaxSettingsFileSize, bytes, &identity);
+            mvtl::RefCountedPtr<PListDictionary>& tree, FilePin& pin) {
+  Status status = ReadSettingsFile(path, kMaxSettingsFileSize, bytes, &identity, &pin);
   if (status.ok()) status = ParsePropertyList(bytes, tree).WithPath(path);
   return status;
 }
@@ -91,16 +92,28 @@ Status Load(const std::string& path, std::string& bytes, FileIdentity& identity,
 }  // namespace
 
 struct PList::Snapshot {
-  std::string bytes;              // what to write
+  // What to write: the tree as the save began, serialised when the file
+  // looked unchanged then (else empty, `serialised` false, and the save
+  // merges).
+  std::string bytes;
+  bool serialised = false;
   ChangeList changes;             // this process's changes, for a merge
   std::uint64_t changeCount = 0;  // the last change taken
   std::uint64_t dirtyCount = 0;
-  // Set by the write: the merged tree, when the file had changed; whether
-  // an unreadable file was moved aside; what is on disk after the write.
+  // Set by the write: the merged tree, when there was a merge; whether an
+  // unreadable file was moved aside; what is on disk after the write.
   mvtl::RefCountedPtr<PListDictionary> merged;
   bool movedAside = false;
   Base written;
 };
+
+mvtl::RefCountedPtr<PListDictionary> PList::BaseTree() const {
+  mvtl::RefCountedPtr<PListDictionary> tree;
+  if (m_base.state != kFileRead || !ParsePropertyList(m_base.bytes, tree).ok()) {
+    tree = new PListDictionary;
+  }
+  return tree;
+}
 
 void PList::NewGeneration() {
   static std::atomic<std::uint64_t> generations(0);
@@ -118,13 +131,13 @@ bool PList::Open(bool create) {
     mvtl::RefCountedPtr<PListDictionary> root;
     StoreUnlock unlocked;
     std::lock_guard<std::mutex> io(m_io);
-    base.state = ReadResultOf(Load(m_path, base.bytes, base.identity, root));
+    base.state = ReadResultOf(Load(m_path, base.bytes, base.identity, root, base.pin));
     StoreLock lock;
     // Unless another thread loaded the file meanwhile: the base follows
     // the latest load, so a file that another program repaired since an
     // earlier failed load counts as read.
     if (m_root.Get() == nullptr) {
-      if (base.state != kFileRead) base = Base{base.state, std::string(), FileIdentity()};
+      if (base.state != kFileRead) base = Base(base.state);
       m_base = std::move(base);
       if (root.Get() != nullptr) {
         m_root = root;
@@ -157,8 +170,6 @@ Status PList::Save(std::string* movedAside) {
   // written without it, and the outcome published under it again.
   StoreUnlock unlocked;
   std::lock_guard<std::mutex> io(m_io);
-  Snapshot snapshot;
-  Status status;
   {
     StoreLock lock;
     if (m_root.Get() == nullptr) {
@@ -166,10 +177,23 @@ Status PList::Save(std::string* movedAside) {
                     "the settings were never loaded");
     }
     if (!m_dirty) return Status::OK();
+  }
+  // The base does not change while the I/O mutex is held. A file that
+  // another process saved since it was read or written is merged: the tree
+  // is not serialised for nothing.
+  const bool looksUnchanged =
+      m_base.state != kFileUnreadable && IdentityOf(m_path) == m_base.identity;
+  Snapshot snapshot;
+  Status status;
+  {
+    StoreLock lock;
     snapshot.changeCount = m_changeCount;
     snapshot.dirtyCount = m_dirtyCount;
     snapshot.changes = CaptureChanges(*m_root, m_changes);
-    status = Serialise(*m_root, snapshot.bytes, m_path);
+    if (looksUnchanged) {
+      status = Serialise(*m_root, snapshot.bytes, m_path);
+      snapshot.serialised = true;
+    }
   }
   if (status.ok()) status = WriteLocked(snapshot, movedAside);
   StoreLock lock;
@@ -205,45 +229,58 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
   // one is left over from a writer that was killed.
   RemoveStaleTemporaryFiles(file);
 
-  // What is on disk now: the same as this object last read or wrote when
-  // its identity says so (nothing there, as before, or the same file);
-  // else the bytes tell.
-  std::string disk;
-  FileIdentity identity = IdentityOf(file);
-  mvtl::RefCountedPtr<PListDictionary> diskTree;
+  // What is on disk now. What this object last read or wrote when its
+  // identity says so: nothing there, as before, or the same file. Checked
+  // under the lock, so no other save can come between this look and the
+  // write; and the base's pin keeps its inode number from any file that
+  // replaced it, so a replacement shows however soon it came. The residue
+  // is a program that rewrites the file in place, keeping its size, within
+  // one tick of the file system's clock after this object's last read or
+  // write, and without the lock (see FileIdentity). When the identity
+  // differs, the bytes tell.
+  bool asBase = m_base.state != kFileUnreadable && IdentityOf(file) == m_base.identity;
   FileReadResult state = m_base.state;
-  bool unchanged = m_base.state != kFileUnreadable && identity == m_base.identity;
-  if (!unchanged) {
-    status = Load(file, disk, identity, diskTree);
+  mvtl::RefCountedPtr<PListDictionary> diskTree;
+  if (!asBase) {
+    std::string disk;
+    status = ReadSettingsFile(file, kMaxSettingsFileSize, disk);
     // Only bytes read completely and refused by the format (or something
     // that is no file) make the file unreadable: a failing read (EIO,
     // EACCES, ...) says nothing of what the file holds, so the save fails
     // and nothing is moved aside.
     if (status.code() == Status::Code::kIOError) return status;
     state = ReadResultOf(status);
-    unchanged = state != kFileUnreadable && state == m_base.state && disk == m_base.bytes;
+    asBase = state != kFileUnreadable && state == m_base.state && disk == m_base.bytes;
+    if (!asBase && state == kFileRead && !ParsePropertyList(disk, diskTree).ok()) {
+      state = kFileUnreadable;
+    }
   }
-  if (unchanged) {
-    // Nobody else saved the file: the tree as taken is what to write.
-  } else if (state == kFileUnreadable) {
+  if (!asBase && state == kFileUnreadable) {
     // Something that cannot be read is kept aside, never overwritten; this
     // object's tree, the last readable state known, takes its place.
     status = MoveFileAside(file, movedAside);
     if (!status.ok()) return status;
     snapshot.movedAside = true;
-  } else {
+  }
+  if (!snapshot.serialised || (!asBase && state != kFileUnreadable)) {
     // Another process saved (or removed) the file since this object read
-    // or wrote it: write the disk's tree with this process's changes.
-    if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
-    ApplyChanges(std::move(snapshot.changes), *diskTree);
-    snapshot.merged = diskTree;
-    status = Serialise(*diskTree, snapshot.bytes, file);
+    // or wrote it: write the disk's tree with this process's changes. (The
+    // file as this object knew it, or nothing readable, takes the disk's
+    // place when the save merges only because the identity had changed.)
+    mvtl::RefCountedPtr<PListDictionary> target =
+        asBase || state == kFileUnreadable ? BaseTree() : diskTree;
+    if (target.Get() == nullptr) target = new PListDictionary;  // no file
+    ApplyChanges(std::move(snapshot.changes), *target);
+    snapshot.merged = target;
+    status = Serialise(*target, snapshot.bytes, file);
     if (!status.ok()) return status;
   }
   status = WriteFileAtomically(file, snapshot.bytes);
   if (!status.ok()) return status;
   // Under the lock, what is there now is what was just written.
-  snapshot.written = Base{kFileRead, std::move(snapshot.bytes), IdentityOf(file)};
+  FilePin pin;
+  const FileIdentity written = PinFile(file, pin);
+  snapshot.written = Base(kFileRead, std::move(snapshot.bytes), written, std::move(pin));
   return status;
 }
 
@@ -258,21 +295,25 @@ bool PList::Refresh(bool* changed) {
   FileIdentity identity = IdentityOf(m_path);
   if (m_base.state != kFileUnreadable && identity == m_base.identity) return true;
   std::string disk;
-  mvtl::RefCountedPtr<PListDictionary> diskTree;
-  const FileReadResult state = ReadResultOf(Load(m_path, disk, identity, diskTree));
+  FilePin pin;
+  FileReadResult state =
+      ReadResultOf(ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity, &pin));
   if (state == kFileUnreadable) return false;
   if (state == m_base.state && disk == m_base.bytes) {
     StoreLock lock;
     m_base.identity = identity;  // touched, not changed
+    m_base.pin = std::move(pin);
     return true;
   }
+  mvtl::RefCountedPtr<PListDictionary> diskTree;
+  if (state == kFileRead && !ParsePropertyList(disk, diskTree).ok()) return false;
   if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
   StoreLock lock;
   // Every change of this process stays on top, also those made by other
   // threads while the file was read.
   ReplaceTree(diskTree, 0);
-  m_base = Base{state, state == kFileRead ? std::move(disk) : std::string(),
-                state == kFileRead ? identity : FileIdentity()};
+  m_base =
+      state == kFileRead ? Base(state, std::move(disk), identity, std::move(pin)) : Base(state);
   if (changed != nullptr) *changed = true;
   return true;
 }
@@ -283,10 +324,7 @@ void PList::Discard() {
   std::lock_guard<std::mutex> io(m_io);
   // The base does not change while the I/O mutex is held, so the tree is
   // parsed without the store lock.
-  mvtl::RefCountedPtr<PListDictionary> tree;
-  if (m_base.state != kFileRead || !ParsePropertyList(m_base.bytes, tree).ok()) {
-    tree = new PListDictionary;
-  }
+  mvtl::RefCountedPtr<PListDictionary> tree = BaseTree();
   StoreLock lock;
   m_root = tree;
   m_changes.clear();

@@ -215,16 +215,34 @@ FileIdentity IdentityOf(const std::string& path) {
                                                                        : FileIdentity();
 }
 
+void FilePin::Reset(int fd) {
+  if (m_fd >= 0) Fs().Close(m_fd);
+  m_fd = fd;
+}
+
+FileIdentity PinFile(const std::string& path, FilePin& pin) {
+  // Non-blocking, as any open of the store: a FIFO put there must not hang
+  // a save.
+  Descriptor fd(OpenRetrying(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  struct stat info;
+  if (fd.Get() < 0 || Retrying([&] { return Fs().Fstat(fd.Get(), &info); }) != 0) {
+    pin.Reset();
+    return IdentityOf(path);
+  }
+  pin.Reset(S_ISREG(info.st_mode) ? fd.Release() : -1);
+  return IdentityFrom(info);
+}
+
 FileReadResult ReadResultOf(const Status& status) {
   if (status.ok()) return kFileRead;
   return status.IsNotFound() ? kFileMissing : kFileUnreadable;
 }
 
 Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes,
-                        FileIdentity* identity) {
+                        FileIdentity* identity, FilePin* pin) {
   typedef Status::Operation Step;
   // Non-blocking, so that opening a FIFO cannot wait for a writer.
-  const Descriptor fd(OpenRetrying(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  Descriptor fd(OpenRetrying(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (fd.Get() < 0) {
     const int reason = errno;
     if (reason == ENOENT || reason == ENOTDIR) {
@@ -266,6 +284,7 @@ Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::strin
   if (total > maxSize) return tooLarge();
   contents.resize(total);
   bytes.swap(contents);
+  if (pin != nullptr) pin->Reset(fd.Release());
   return Status::OK();
 }
 
