@@ -200,7 +200,8 @@ std::uint64_t Digest(std::uint64_t hash, const std::string& bytes) {
 
 // The bytes written for a tree stay what they have always been: random
 // trees of every kind, and trees at the reference sizes' limits, hash to
-// the digest of the bytes this writer has always written for them.
+// the digest of the bytes this writer has always written for them, whatever
+// earlier bytes the writer is given to size itself.
 TEST(BinaryPListWriter, TheBytesForATreeNeverChange) {
   std::uint64_t digest = 0xCBF29CE484222325ull;
   randomtrees::RandomTrees trees(20261125, true, true);
@@ -214,8 +215,23 @@ TEST(BinaryPListWriter, TheBytesForATreeNeverChange) {
   wide->Set("\xC3\xA9t\xC3\xA9", std::string("\xE4\xB8\x96\xF0\x9F\x8C\x8D"));
   wide->Set("same", std::string("\xC3\xA9t\xC3\xA9"));
   edges.push_back(wide);
+  std::vector<std::string> written;
   for (const Tree& tree : edges) {
-    digest = Digest(digest, Write(*tree));
+    written.push_back(Write(*tree));
+    digest = Digest(digest, written.back());
+  }
+  // The bytes of an earlier version only size the writer: with those of
+  // any other tree (larger, smaller, across the reference sizes' limits)
+  // or with bytes of no property list, the bytes are the same.
+  for (std::size_t i = 0; i < edges.size(); ++i) {
+    for (const std::string& previous : written) {
+      std::string again;
+      ASSERT_TRUE(mvcs::WriteBinaryPList(*edges[i], again, previous).ok());
+      ASSERT_EQ(again, written[i]) << i << " after " << previous.size();
+    }
+    std::string again;
+    ASSERT_TRUE(mvcs::WriteBinaryPList(*edges[i], again, "bplist00 but not one").ok());
+    ASSERT_EQ(again, written[i]) << i;
   }
   EXPECT_EQ(TrailerOf(Write(*edges[0])).objects, 255u);
   EXPECT_EQ(TrailerOf(Write(*edges[1])).referenceSize, 2u);

@@ -74,9 +74,11 @@ PList::~PList() {}
 namespace {
 
 // Serialises `tree` in the binary format, refusing a tree that would not
-// read back; the failure names `path`.
-Status Serialise(const PListDictionary& tree, std::string& bytes, const std::string& path) {
-  return WriteBinaryPropertyList(tree, bytes).WithPath(path);
+// read back; the failure names `path`. `previous`: the bytes of the file
+// before (empty when none), which make it faster.
+Status Serialise(const PListDictionary& tree, std::string& bytes, const std::string& path,
+                 const std::string& previous) {
+  return WriteBinaryPropertyList(tree, bytes, previous).WithPath(path);
 }
 
 // Reads and parses the file at `path`: its bytes, identity and tree (null
@@ -191,7 +193,7 @@ Status PList::Save(std::string* movedAside) {
     snapshot.dirtyCount = m_dirtyCount;
     snapshot.changes = CaptureChanges(*m_root, m_changes);
     if (looksUnchanged) {
-      status = Serialise(*m_root, snapshot.bytes, m_path);
+      status = Serialise(*m_root, snapshot.bytes, m_path, m_base.bytes);
       snapshot.serialised = true;
     }
   }
@@ -240,9 +242,9 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
   // differs, the bytes tell.
   bool asBase = m_base.state != kFileUnreadable && IdentityOf(file) == m_base.identity;
   FileReadResult state = m_base.state;
+  std::string disk;
   mvtl::RefCountedPtr<PListDictionary> diskTree;
   if (!asBase) {
-    std::string disk;
     status = ReadSettingsFile(file, kMaxSettingsFileSize, disk);
     // Only bytes read completely and refused by the format (or something
     // that is no file) make the file unreadable: a failing read (EIO,
@@ -267,12 +269,12 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
     // or wrote it: write the disk's tree with this process's changes. (The
     // file as this object knew it, or nothing readable, takes the disk's
     // place when the save merges only because the identity had changed.)
-    mvtl::RefCountedPtr<PListDictionary> target =
-        asBase || state == kFileUnreadable ? BaseTree() : diskTree;
+    const bool fromBase = asBase || state == kFileUnreadable;
+    mvtl::RefCountedPtr<PListDictionary> target = fromBase ? BaseTree() : diskTree;
     if (target.Get() == nullptr) target = new PListDictionary;  // no file
     ApplyChanges(std::move(snapshot.changes), *target);
     snapshot.merged = target;
-    status = Serialise(*target, snapshot.bytes, file);
+    status = Serialise(*target, snapshot.bytes, file, fromBase ? m_base.bytes : disk);
     if (!status.ok()) return status;
   }
   status = WriteFileAtomically(file, snapshot.bytes);

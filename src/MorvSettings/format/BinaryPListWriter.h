@@ -21,8 +21,12 @@ namespace mvcs {
 // kMaxNesting (whichever the walk, depth first in key order, meets first),
 // else kTooLarge for a result larger than kMaxSettingsFileSize or one that
 // ReadBinaryPropertyList would refuse as expanding too much. What it
-// writes, ReadBinaryPropertyList reads back to an equal tree.
-Status WriteBinaryPList(const PListDictionary& root, std::string& bytes);
+// writes, ReadBinaryPropertyList reads back to an equal tree. `previous`,
+// the bytes of the tree's earlier version (say, the file before this save)
+// when the caller has them, only saves the writer a count of the tree; the
+// bytes written are the same with or without it.
+Status WriteBinaryPList(const PListDictionary& root, std::string& bytes,
+                        const std::string& previous = std::string());
 
 }  // namespace mvcs
 

@@ -39,8 +39,9 @@ Status ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDict
   return ReadXmlPropertyList(bytes.data(), bytes.size(), root);
 }
 
-Status WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes) {
-  return WriteBinaryPList(root, bytes);
+Status WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes,
+                               const std::string& previous) {
+  return WriteBinaryPList(root, bytes, previous);
 }
 
 Status WriteXmlPropertyList(const PListDictionary& root, std::string& bytes) {
