@@ -1,8 +1,8 @@
 // Saves read the settings file only when it changed since this process last
 // read or wrote it: the reads of the file are counted through the store's
 // file-system seam, while other writers change the file between saves (in
-// place, by a rename, by two renames that leave its size and times as they
-// were).
+// place, by a rename, by two renames that leave its size and modification
+// time as they were).
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -158,8 +158,9 @@ TEST_F(SettingsSaveReads, ASaveReadsAndMergesWhatAnotherWriterChanged) {
   EXPECT_EQ(OnDisk("d"), 4);
 
   // Two more at once, which leave the size and the modification time as
-  // this process's save left them: the inode tells (the second file must
-  // not take the number of the file this process wrote).
+  // this process's save left them: the second often gets the inode number
+  // of the file this process wrote, and, so soon after, may get its change
+  // time too; its generation tells.
   struct stat written;
   ASSERT_EQ(stat(m_file.c_str(), &written), 0);
   ReplaceElsewhere(6);
@@ -169,7 +170,6 @@ TEST_F(SettingsSaveReads, ASaveReadsAndMergesWhatAnotherWriterChanged) {
   struct stat replaced;
   ASSERT_EQ(stat(m_file.c_str(), &replaced), 0);
   ASSERT_EQ(replaced.st_size, written.st_size);
-  EXPECT_NE(replaced.st_ino, written.st_ino);
   counting.reads = 0;
   StoreAndSave("e", 5);
   EXPECT_GT(counting.reads, 0);

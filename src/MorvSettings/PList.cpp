@@ -82,11 +82,10 @@ Status Serialise(const PListDictionary& tree, std::string& bytes, const std::str
 }
 
 // Reads and parses the file at `path`: its bytes, identity and tree (null
-// when there is no file), and `pin` holding the file. A parse failure
-// names the file.
+// when there is no file). A parse failure names the file.
 Status Load(const std::string& path, std::string& bytes, FileIdentity& identity,
-            mvtl::RefCountedPtr<PListDictionary>& tree, FilePin& pin) {
-  Status status = ReadSettingsFile(path, kMaxSettingsFileSize, bytes, &identity, &pin);
+            mvtl::RefCountedPtr<PListDictionary>& tree) {
+  Status status = ReadSettingsFile(path, kMaxSettingsFileSize, bytes, &identity);
   if (status.ok()) status = ParsePropertyList(bytes, tree).WithPath(path);
   return status;
 }
@@ -133,13 +132,13 @@ bool PList::Open(bool create) {
     mvtl::RefCountedPtr<PListDictionary> root;
     StoreUnlock unlocked;
     std::lock_guard<std::mutex> io(m_io);
-    base.state = ReadResultOf(Load(m_path, base.bytes, base.identity, root, base.pin));
+    base.state = ReadResultOf(Load(m_path, base.bytes, base.identity, root));
     StoreLock lock;
     // Unless another thread loaded the file meanwhile: the base follows
     // the latest load, so a file that another program repaired since an
     // earlier failed load counts as read.
     if (m_root.Get() == nullptr) {
-      if (base.state != kFileRead) base = Base(base.state);
+      if (base.state != kFileRead) base = Base{base.state, std::string(), FileIdentity()};
       m_base = std::move(base);
       if (root.Get() != nullptr) {
         m_root = root;
@@ -233,13 +232,15 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
 
   // What is on disk now. What this object last read or wrote when its
   // identity says so: nothing there, as before, or the same file. Checked
-  // under the lock, so no other save can come between this look and the
-  // write; and the base's pin keeps its inode number from any file that
-  // replaced it, so a replacement shows however soon it came. The residue
-  // is a program that rewrites the file in place, keeping its size, within
-  // one tick of the file system's clock after this object's last read or
-  // write, and without the lock (see FileIdentity). When the identity
-  // differs, the bytes tell.
+  // under the lock, so that no other save comes between this look and the
+  // write. Another save renames a new file in: a new inode, or the number
+  // of a deleted one with a new generation, and new times. What the
+  // identity cannot tell (FileIdentity) is a program that rewrites the file
+  // in place without the lock, keeping its size, within one tick of the
+  // clock after this object's last read or write (such a writer races with
+  // every save anyway), and, on a file system that reuses inode numbers
+  // without generations, two saves of others within one tick that keep
+  // its size. When the identity differs, the bytes tell.
   bool asBase = m_base.state != kFileUnreadable && IdentityOf(file) == m_base.identity;
   FileReadResult state = m_base.state;
   std::string disk;
@@ -280,9 +281,7 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
   status = WriteFileAtomically(file, snapshot.bytes);
   if (!status.ok()) return status;
   // Under the lock, what is there now is what was just written.
-  FilePin pin;
-  const FileIdentity written = PinFile(file, pin);
-  snapshot.written = Base(kFileRead, std::move(snapshot.bytes), written, std::move(pin));
+  snapshot.written = Base{kFileRead, std::move(snapshot.bytes), IdentityOf(file)};
   return status;
 }
 
@@ -297,14 +296,12 @@ bool PList::Refresh(bool* changed) {
   FileIdentity identity = IdentityOf(m_path);
   if (m_base.state != kFileUnreadable && identity == m_base.identity) return true;
   std::string disk;
-  FilePin pin;
-  FileReadResult state =
-      ReadResultOf(ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity, &pin));
+  const FileReadResult state =
+      ReadResultOf(ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity));
   if (state == kFileUnreadable) return false;
   if (state == m_base.state && disk == m_base.bytes) {
     StoreLock lock;
     m_base.identity = identity;  // touched, not changed
-    m_base.pin = std::move(pin);
     return true;
   }
   mvtl::RefCountedPtr<PListDictionary> diskTree;
@@ -314,8 +311,8 @@ bool PList::Refresh(bool* changed) {
   // Every change of this process stays on top, also those made by other
   // threads while the file was read.
   ReplaceTree(diskTree, 0);
-  m_base =
-      state == kFileRead ? Base(state, std::move(disk), identity, std::move(pin)) : Base(state);
+  m_base = Base{state, state == kFileRead ? std::move(disk) : std::string(),
+                state == kFileRead ? identity : FileIdentity()};
   if (changed != nullptr) *changed = true;
   return true;
 }

@@ -8,7 +8,6 @@
 #include <map>
 #include <mutex>
 #include <string>
-#include <utility>
 
 #include "SettingsFiles.h"
 #include "TreeMerge.h"
@@ -63,7 +62,7 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // processes saved meanwhile. Under the file's lock (SettingsFileLock,
   // waiting at most LockTimeout()): removes temporary files that a killed
   // writer left, and looks at the file's identity. When that is what this
-  // object last read or wrote (see FileIdentity, FilePin), nobody else
+  // object last read or wrote (see FileIdentity), nobody else
   // saved it since: the tree as it was when the save began is written, and
   // the file is not read. Otherwise the file is read and, if it is not what
   // this object last read or wrote, this process's recorded changes are
@@ -134,18 +133,11 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
  private:
   // The file as last read or written, which saves and refreshes compare the
   // disk with: what was there, and (when it was read) its bytes and
-  // identity, and the file held open so that no other file takes its
   // identity.
   struct Base {
-    Base() = default;
-    explicit Base(FileReadResult s) : state(s) {}
-    Base(FileReadResult s, std::string b, FileIdentity i, FilePin p)
-        : state(s), bytes(std::move(b)), identity(i), pin(std::move(p)) {}
-
     FileReadResult state = kFileMissing;
     std::string bytes;
     FileIdentity identity;
-    FilePin pin;
   };
 
   // The tree of the base: its bytes parsed, or an empty dictionary when

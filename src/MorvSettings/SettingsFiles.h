@@ -40,77 +40,50 @@ enum FileReadResult {
 FileReadResult ReadResultOf(const Status& status);
 
 // What tells one version of a file from another without reading it: the
-// device and inode (a file replaced by rename is a new inode), the size,
-// and the modification and change times in nanoseconds. Equal identities
-// mean the same content, but for two cases. A program may rewrite the file
-// in place within one tick of the file system's clock (a few milliseconds;
-// a second or two on some file systems) and keep its size; no save of the
-// store does, since every save renames a new file in. And a file replaced
-// within one tick may get the inode number of the file it replaced, once
-// that is freed, and so the same identity: a FilePin keeps the number taken.
+// device and inode (a file replaced by rename is a new inode), the inode's
+// generation number where the file system keeps one, the size, and the
+// modification and change times in nanoseconds. The generation tells a new
+// file that got the inode number of one deleted before it (ext4 gives the
+// lowest free number: the second of two saves that replace a file often
+// gets the number of the file the first replaced). Equal identities mean
+// the same content, unless a program rewrote the file in place within one
+// tick of the file system's clock (a few milliseconds; a second or two on
+// some file systems) and kept its size, which no save of the store does
+// (every save renames a new file in); or, on a file system without
+// generation numbers that reuses inode numbers, two saves of other
+// processes replaced it within one tick and kept its size.
 struct FileIdentity {
   unsigned long long device = 0, inode = 0, size = 0;
   long long modified = 0, changed = 0;  // nanoseconds since the epoch
+  unsigned generation = 0;
+  bool hasGeneration = false;  // whether `generation` is known
   bool exists = false;
 
+  // Generations are compared when both are known.
   bool operator==(const FileIdentity& other) const {
     return exists == other.exists && device == other.device && inode == other.inode &&
-           size == other.size && modified == other.modified && changed == other.changed;
+           size == other.size && modified == other.modified && changed == other.changed &&
+           (!hasGeneration || !other.hasGeneration || generation == other.generation);
   }
   bool operator!=(const FileIdentity& other) const { return !(*this == other); }
 };
 
 // The identity of what is at `path` now (symbolic links followed); one
-// that does not exist when there is nothing there (or stat fails).
+// that does not exist when there is nothing there (or stat fails). The
+// generation is known when the file can be opened for reading.
 FileIdentity IdentityOf(const std::string& path);
-
-// Holds a file open (read-only, close-on-exec) for as long as it is the
-// version that a cached file last read or wrote. While it is held, its
-// inode number is not given to any other file, so any file that takes its
-// place, however soon, has another identity. Empty when it holds nothing.
-// Movable; closes through the process's file system.
-class FilePin {
- public:
-  FilePin() = default;
-  ~FilePin() { Reset(); }
-  FilePin(FilePin&& other) noexcept : m_fd(other.m_fd) { other.m_fd = -1; }
-  FilePin& operator=(FilePin&& other) noexcept {
-    if (this != &other) {
-      Reset(other.m_fd);
-      other.m_fd = -1;
-    }
-    return *this;
-  }
-  FilePin(const FilePin&) = delete;
-  FilePin& operator=(const FilePin&) = delete;
-
-  bool IsHeld() const { return m_fd >= 0; }
-
-  // Closes what it holds, if anything, and holds the descriptor `fd`
-  // (-1 for nothing) instead.
-  void Reset(int fd = -1);
-
- private:
-  int m_fd = -1;
-};
-
-// The identity of the file at `path` now (as IdentityOf), with `pin`
-// holding it when it is a regular file that can be opened for reading
-// (else `pin` is left empty).
-FileIdentity PinFile(const std::string& path, FilePin& pin);
 
 // Reads the regular file at `path`, at most `maxSize` bytes. Never blocks
 // on special files (FIFOs, devices). OK with the file in `bytes` and, when
-// `identity` is not null, its identity there, and, when `pin` is not null,
-// `pin` holding the file read. Otherwise `bytes` and `pin` are untouched
-// and the status says why, with `path` as its file:
+// `identity` is not null, its identity there. Otherwise `bytes` is
+// untouched and the status says why, with `path` as its file:
 //   kNotFound  nothing (or no folder) at the path
 //   kIOError   open, fstat or read failed: its errno (EACCES or EPERM for no
 //              permission)
 //   kNotAFile  a folder, device, FIFO or socket
 //   kTooLarge  larger than `maxSize`: refused without being read
 Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::string& bytes,
-                        FileIdentity* identity = nullptr, FilePin* pin = nullptr);
+                        FileIdentity* identity = nullptr);
 
 // For every "/" in `path` after its first character, in order: if the
 // prefix before it does not exist, creates it as a directory with mode 0777

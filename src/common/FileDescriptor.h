@@ -23,12 +23,6 @@ class FileDescriptor {
   FileDescriptor(const FileDescriptor&) = delete;
   FileDescriptor& operator=(const FileDescriptor&) = delete;
   int Get() const { return m_fd; }
-  // Gives the descriptor up without closing it: the caller closes it.
-  int Release() {
-    const int fd = m_fd;
-    m_fd = -1;
-    return fd;
-  }
   // Closes now and reports whether the close succeeded (a delayed write
   // error shows here).
   bool Close() {
