@@ -243,6 +243,7 @@ struct Census {
   std::uint64_t strings = 0;
   std::uint64_t references = 0;
   std::uint64_t bytes = 0;  // the objects' bytes but for their references; text as ASCII
+  std::uint64_t size = 0;   // the file's, when known so (else from the rest)
 };
 
 void CountValue(const PListValue& value, std::size_t depth, Census& census);
@@ -307,11 +308,9 @@ bool EstimateFrom(const std::string& previous, Census& census) {
   for (int i = 8; i < 16; ++i) objects = objects << 8 | trailer[i];
   if (objects == 0 || objects > previous.size()) return false;
   census.objects = objects + objects / 16 + 16;
-  census.strings = census.objects;
-  census.references = census.objects;
-  // The bytes less the references and offsets, which the estimate adds.
-  census.bytes = previous.size() - std::min<std::uint64_t>(previous.size(), 2 * objects) +
-                 previous.size() / 16;
+  census.strings = census.objects * 3 / 4;  // keys, and most values, are strings
+  census.references = census.objects + census.objects / 2;
+  census.size = previous.size() + previous.size() / 32 + 64;
   return true;
 }
 
@@ -326,8 +325,10 @@ class Writer {
     m_strings.Reserve(census.strings);
     // Never more than the largest file at first: a tree too large to
     // write is found out without making room for all of it.
-    const std::uint64_t estimate = 8 + census.bytes + census.references * m_referenceSize +
-                                   census.objects * SizeFor(census.bytes) + 32;
+    const std::uint64_t estimate = census.size != 0
+                                       ? census.size
+                                       : 8 + census.bytes + census.references * m_referenceSize +
+                                             census.objects * SizeFor(census.bytes) + 32;
     m_out.resize(static_cast<std::size_t>(std::min<std::uint64_t>(estimate, kMaxSettingsFileSize)));
     std::memcpy(&m_out[0], "bplist00", 8);
     m_used = 8;
@@ -352,7 +353,7 @@ class Writer {
     PutBigEndian(p, tableOffset, 8);
     m_out.resize(m_used);
     // Shared strings can leave much of the room counted unused.
-    if (m_out.capacity() - m_used > m_used / 4 + 4096) m_out.shrink_to_fit();
+    if (m_out.capacity() - m_used > m_used / 2 + 4096) m_out.shrink_to_fit();
     bytes.swap(m_out);
     return Status::OK();
   }
