@@ -168,18 +168,7 @@ void SaveEntries(benchmark::State& state) {
     std::ofstream(g_root + "/config/Preferences/com.morv." + product + ".plist", std::ios::binary)
         << bytes;
   }
-  // Another node holds the file, so that each iteration saves it but does
-  // not read it again.
-  mvtl::RefCountedPtr<mvcs::IMorvSettings> keeper;
-  mvcs::CreateMorvSettings("Settings/" + product, mvcs::MORVSETTINGSTYPE_USER, &keeper);
-  long long counter = 0;
-  for (auto _ : state) {
-    mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
-    mvcs::CreateMorvSettings("Settings/" + product, mvcs::MORVSETTINGSTYPE_USER, &node);
-    if (!node || !node->StoreInteger(std::string("Counter"), ++counter)) {
-      state.SkipWithError("store failed");
-    }
-  }
+  bench::StoreAndSaveLoop(state, product);
 }
 
 }  // namespace

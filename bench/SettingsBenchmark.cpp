@@ -9,10 +9,14 @@
 //   StoreAndSave   one store and the save that follows when the node closes
 //     Morv           the store (the file stays cached by another node)
 //     plain_write    write, fsync and rename of the same bytes (the floor)
+//     plain_write_folder_sync  the same, then fsync of the folder, as a
+//                    save does so that the rename survives a power loss
 //   StoreAndSaveMerge  the same, when another process has changed the file
 //                  since this one last read or wrote it, so that the save
 //                  reads the file and merges (the other process's change is
 //                  made outside the timing)
+//   SaveEntries    one store and its save, on a product whose file holds
+//                  1,000, 10,000 or 100,000 values (the file stays cached)
 //   FetchOpenNode  one fetch on a node that is already open
 //   FetchOpenNodeThreads  the same from 1, 2, 4 and 8 threads at once, all
 //                  on one node (wall-clock time; items/s is the fetches
@@ -48,6 +52,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <random>
 #include <string>
 #include <thread>
@@ -137,16 +142,7 @@ void OneCallRead(benchmark::State& state, const SettingsFile& file) {
 }
 
 void StoreAndSaveMorv(benchmark::State& state, const SettingsFile& file) {
-  // Another node holds the file, so that each iteration saves it but does
-  // not read it again.
-  mvtl::RefCountedPtr<mvcs::IMorvSettings> keeper;
-  mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER, &keeper);
-  long long counter = 0;
-  for (auto _ : state) {
-    mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
-    mvcs::CreateMorvSettings("Settings/" + file.product, mvcs::MORVSETTINGSTYPE_USER, &node);
-    node->StoreInteger(std::string("Counter"), ++counter);
-  }
+  bench::StoreAndSaveLoop(state, file.product);
 }
 
 // The file as another process would leave it: the original with one more
@@ -194,6 +190,43 @@ void StoreAndSaveMergeMorv(benchmark::State& state, const SettingsFile& file) {
 
 void StoreAndSavePlain(benchmark::State& state, const SettingsFile& file) {
   bench::PlainWrite(state, file.path, file.bytes);
+}
+
+void StoreAndSavePlainFolderSync(benchmark::State& state, const SettingsFile& file) {
+  bench::PlainWrite(state, file.path, file.bytes, true);
+}
+
+// A product whose file holds `entries` values of the kinds MakeFile uses,
+// written by one save.
+std::string MakeEntries(std::size_t entries) {
+  const std::string product = "Entries" + std::to_string(entries);
+  mvtl::RefCountedPtr<mvcs::IMorvSettings> node;
+  mvcs::CreateMorvSettings("Settings/" + product, mvcs::MORVSETTINGSTYPE_USER_CREATE, &node);
+  for (std::size_t i = 0; i < entries; ++i) {
+    const std::string n = std::to_string(i / 4);
+    switch (i % 4) {
+      case 0:
+        node->StoreInteger("Count" + n, static_cast<long long>(i) * 37);
+        break;
+      case 1:
+        node->StoreBoolean("Enabled" + n, i % 3 == 0);
+        break;
+      case 2:
+        node->StoreUTF8String("Name" + n, "Media library folder number " + n);
+        break;
+      default:
+        node->StoreUTF8String("Path" + n, "/srv/media/library/section-" + n + "/index.db");
+        break;
+    }
+  }
+  return product;
+}
+
+void SaveEntries(benchmark::State& state) {
+  static std::map<long long, std::string> products;
+  std::string& product = products[state.range(0)];
+  if (product.empty()) product = MakeEntries(static_cast<std::size_t>(state.range(0)));
+  bench::StoreAndSaveLoop(state, product);
 }
 
 void FetchOpenNode(benchmark::State& state, const SettingsFile& file) {
@@ -375,10 +408,13 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark(("StoreAndSave/Morv/" + size).c_str(), StoreAndSaveMorv, file);
     benchmark::RegisterBenchmark(("StoreAndSave/plain_write/" + size).c_str(), StoreAndSavePlain,
                                  file);
+    benchmark::RegisterBenchmark(("StoreAndSave/plain_write_folder_sync/" + size).c_str(),
+                                 StoreAndSavePlainFolderSync, file);
     benchmark::RegisterBenchmark(("StoreAndSaveMerge/Morv/" + size).c_str(), StoreAndSaveMergeMorv,
                                  file);
     benchmark::RegisterBenchmark(("FetchOpenNode/Morv/" + size).c_str(), FetchOpenNode, file);
   }
+  benchmark::RegisterBenchmark("SaveEntries/Morv", SaveEntries)->Arg(1000)->Arg(10000)->Arg(100000);
   benchmark::RegisterBenchmark("FetchOpenNodeThreads/Morv/4KiB", FetchOpenNodeThreads, Files()[0])
       ->ThreadRange(1, 8)
       ->UseRealTime();

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <fstream>
 #include <limits>
 #include <random>
@@ -42,7 +43,7 @@ PListDictionaryRef NewDictionary() {
 
 std::string Write(const PListDictionary& root) {
   std::string bytes;
-  EXPECT_EQ(mvcs::WriteBinaryPList(root, 0, bytes).code(), Refusal::kOk);
+  EXPECT_EQ(mvcs::WriteBinaryPList(root, bytes).code(), Refusal::kOk);
   return bytes;
 }
 
@@ -116,14 +117,14 @@ TEST(BinaryPListWriter, RefusesWhatCouldNotBeReadBack) {
   Tree tree = NewTree();
   tree->Set("bad", std::string("\xC3"));
   std::string bytes = "untouched";
-  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, 0, bytes).code(), Refusal::kBadText);
+  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, bytes).code(), Refusal::kBadText);
   EXPECT_EQ(bytes, "untouched");
   tree = NewTree();
   tree->Set("k", std::string("\xED\xA0\x80"));  // a surrogate
-  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, 0, bytes).code(), Refusal::kBadText);
+  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, bytes).code(), Refusal::kBadText);
   tree = NewTree();
   tree->Set(std::string("\xC0\x80", 2), true);  // U+0000 in an overlong form
-  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, 0, bytes).code(), Refusal::kBadText);
+  EXPECT_EQ(mvcs::WriteBinaryPList(*tree, bytes).code(), Refusal::kBadText);
   // Nested deeper than a settings file may be.
   Tree deep = NewTree();
   PListDictionary* current = deep.Get();
@@ -132,7 +133,7 @@ TEST(BinaryPListWriter, RefusesWhatCouldNotBeReadBack) {
     current->Set("k", child);
     current = child.Get();
   }
-  EXPECT_EQ(mvcs::WriteBinaryPList(*deep, 0, bytes).code(), Refusal::kTooDeep);
+  EXPECT_EQ(mvcs::WriteBinaryPList(*deep, bytes).code(), Refusal::kTooDeep);
   // One long string used very many times: small once shared, but the
   // reader would have to copy it at every use.
   Tree shared = NewTree();
@@ -140,7 +141,7 @@ TEST(BinaryPListWriter, RefusesWhatCouldNotBeReadBack) {
   const std::string text(40000, 'x');
   for (int i = 0; i < 300; ++i) holder->Set("k" + std::to_string(i), text);
   shared->Set("h", holder);
-  EXPECT_EQ(mvcs::WriteBinaryPList(*shared, 0, bytes).code(), Refusal::kTooLarge);
+  EXPECT_EQ(mvcs::WriteBinaryPList(*shared, bytes).code(), Refusal::kTooLarge);
 }
 
 // U+0000 is text like any other: ASCII text holding it stays an ASCII
@@ -172,6 +173,72 @@ TEST(BinaryPListWriter, RandomTreesReadBackTheSameAndWriteTheSameBytes) {
     ASSERT_TRUE(mvcs::SameTree(*tree, *again)) << i;
     ASSERT_EQ(Write(*again), bytes) << i;
   }
+}
+
+// Trees whose object counts sit at the reference sizes' limits (255 and
+// 256 objects, 65,535 and 65,536), and one whose shared strings bring 80,001
+// uses down to 40,001 objects: `n` keys, each holding an integer, or (with
+// `shared`) a string equal to its own key.
+Tree FlatTree(std::size_t n, bool shared) {
+  Tree tree = NewTree();
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::string key = "key" + std::to_string(i);
+    if (shared) {
+      tree->Set(key, key);
+    } else {
+      tree->Set(key, mvcs::PListInteger{static_cast<long long>(i), false});
+    }
+  }
+  return tree;
+}
+
+// FNV-1a, 64 bits.
+std::uint64_t Digest(std::uint64_t hash, const std::string& bytes) {
+  for (unsigned char byte : bytes) hash = (hash ^ byte) * 0x100000001B3ull;
+  return hash;
+}
+
+// The bytes written for a tree stay what they have always been: random
+// trees of every kind, and trees at the reference sizes' limits, hash to
+// the digest of the bytes this writer has always written for them, whatever
+// earlier bytes the writer is given to size itself.
+TEST(BinaryPListWriter, TheBytesForATreeNeverChange) {
+  std::uint64_t digest = 0xCBF29CE484222325ull;
+  randomtrees::RandomTrees trees(20261125, true, true);
+  for (int i = 0; i < 500; ++i) digest = Digest(digest, Write(*trees.Make()));
+  const std::size_t sizes[] = {127, 128, 32767, 32768};
+  std::vector<Tree> edges;
+  for (std::size_t n : sizes) edges.push_back(FlatTree(n, false));
+  edges.push_back(FlatTree(40000, true));
+  Tree wide = NewTree();
+  wide->Set("blob", mvcs::PListData(70000, 7));
+  wide->Set("\xC3\xA9t\xC3\xA9", std::string("\xE4\xB8\x96\xF0\x9F\x8C\x8D"));
+  wide->Set("same", std::string("\xC3\xA9t\xC3\xA9"));
+  edges.push_back(wide);
+  std::vector<std::string> written;
+  for (const Tree& tree : edges) {
+    written.push_back(Write(*tree));
+    digest = Digest(digest, written.back());
+  }
+  // The bytes of an earlier version only size the writer: with those of
+  // any other tree (larger, smaller, across the reference sizes' limits)
+  // or with bytes of no property list, the bytes are the same.
+  for (std::size_t i = 0; i < edges.size(); ++i) {
+    for (const std::string& previous : written) {
+      std::string again;
+      ASSERT_TRUE(mvcs::WriteBinaryPList(*edges[i], again, previous).ok());
+      ASSERT_EQ(again, written[i]) << i << " after " << previous.size();
+    }
+    std::string again;
+    ASSERT_TRUE(mvcs::WriteBinaryPList(*edges[i], again, "bplist00 but not one").ok());
+    ASSERT_EQ(again, written[i]) << i;
+  }
+  EXPECT_EQ(TrailerOf(Write(*edges[0])).objects, 255u);
+  EXPECT_EQ(TrailerOf(Write(*edges[1])).referenceSize, 2u);
+  EXPECT_EQ(TrailerOf(Write(*edges[3])).referenceSize, 4u);
+  EXPECT_EQ(TrailerOf(Write(*edges[4])).objects, 40001u);
+  EXPECT_EQ(TrailerOf(Write(*edges[4])).referenceSize, 2u);
+  EXPECT_EQ(digest, 0xD451A26DDCECC786ull);
 }
 
 // Whether a tree holds a UID above 2^32 - 1.

@@ -2,6 +2,7 @@
 // write (modes, owner, symbolic links, failures), the folder walk, and
 // moving unreadable files aside; what each failure says (step, file, errno).
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -89,6 +90,43 @@ TEST_F(SettingsFiles, ReadOfAFifoNeitherBlocksNorReads) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(mvcs::ReadSettingsFile(fifo, 100, bytes).code(), Code::kNotAFile);
   EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 2.0);
+}
+
+// A file that replaces another by rename (as saves do) and gets the inode
+// number of one deleted before it (ext4 gives the lowest free number, so
+// the second of two replacements often gets the first file's) has another
+// identity all the same, by its generation: here with the size and the
+// modification time of the first file, which its replacements forge.
+TEST_F(SettingsFiles, AFileThatGetsAnotherFilesInodeNumberHasAnotherIdentity) {
+  const std::string file = m_root + "/file";
+  sandbox::WriteFile(file, "first");
+  struct stat info;
+  ASSERT_EQ(stat(file.c_str(), &info), 0);
+  const mvcs::FileIdentity first = mvcs::IdentityOf(file);
+  EXPECT_TRUE(first.exists);
+  EXPECT_EQ(first.inode, static_cast<unsigned long long>(info.st_ino));
+  std::string bytes;
+  mvcs::FileIdentity read;
+  ASSERT_TRUE(mvcs::ReadSettingsFile(file, 100, bytes, &read).ok());
+  EXPECT_EQ(read, first);
+  bool reused = false;
+  for (int i = 0; i < 6 && !reused; ++i) {
+    sandbox::WriteFile(file + ".new", "again");
+    const struct timespec times[2] = {info.st_atim, info.st_mtim};
+    ASSERT_EQ(utimensat(AT_FDCWD, (file + ".new").c_str(), times, 0), 0);
+    ASSERT_EQ(rename((file + ".new").c_str(), file.c_str()), 0);
+    const mvcs::FileIdentity now = mvcs::IdentityOf(file);
+    EXPECT_TRUE(now.exists);
+    EXPECT_EQ(now.size, first.size);
+    EXPECT_EQ(now.modified, first.modified);
+    EXPECT_NE(now, first) << i;
+    reused = now.inode == first.inode;
+    if (reused) {
+      ASSERT_TRUE(first.hasGeneration && now.hasGeneration);
+      EXPECT_NE(now.generation, first.generation);
+    }
+  }
+  if (!reused) GTEST_SKIP() << "this file system gave no replacement the first file's inode number";
 }
 
 TEST_F(SettingsFiles, NewFileGets0666LessTheUmask) {

@@ -6,8 +6,10 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <linux/fs.h>
 #include <stdlib.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -73,6 +75,13 @@ int FileSystem::ReadLink(const char* path, std::string& target) {
     return -1;
   }
   target.assign(buffer, static_cast<std::size_t>(size));
+  return 0;
+}
+
+int FileSystem::Generation(int fd, unsigned& generation) {
+  int version = 0;  // the kernel writes an int, whatever the request's type says
+  if (ioctl(fd, FS_IOC_GETVERSION, &version) != 0) return -1;
+  generation = static_cast<unsigned>(version);
   return 0;
 }
 

@@ -47,6 +47,12 @@ class FileSystem {
   // readlink: 0 with `target` set to what the link holds, or -1 with
   // errno. The POSIX call unless a file system needs another.
   virtual int ReadLink(const char* path, std::string& target);
+  // The generation number of the open file's inode (ioctl
+  // FS_IOC_GETVERSION), which the file system draws afresh when it gives
+  // an inode number to a new file: 0 with `generation` set, or -1 with
+  // errno (ENOTTY where the file system keeps none). The ioctl unless a
+  // file system needs another.
+  virtual int Generation(int fd, unsigned& generation);
 };
 
 // The process's file system: the POSIX one, or what SetFileSystem set.

@@ -74,10 +74,11 @@ PList::~PList() {}
 namespace {
 
 // Serialises `tree` in the binary format, refusing a tree that would not
-// read back (`sizeHint` is the size expected); the failure names `path`.
-Status Serialise(const PListDictionary& tree, std::string& bytes, std::size_t sizeHint,
-                 const std::string& path) {
-  return WriteBinaryPropertyList(tree, bytes, sizeHint).WithPath(path);
+// read back; the failure names `path`. `previous`: the bytes of the file
+// before (empty when none), which make it faster.
+Status Serialise(const PListDictionary& tree, std::string& bytes, const std::string& path,
+                 const std::string& previous) {
+  return WriteBinaryPropertyList(tree, bytes, previous).WithPath(path);
 }
 
 // Reads and parses the file at `path`: its bytes, identity and tree (null
@@ -92,16 +93,28 @@ Status Load(const std::string& path, std::string& bytes, FileIdentity& identity,
 }  // namespace
 
 struct PList::Snapshot {
-  std::string bytes;              // what to write
+  // What to write: the tree as the save began, serialised when the file
+  // looked unchanged then (else empty, `serialised` false, and the save
+  // merges).
+  std::string bytes;
+  bool serialised = false;
   ChangeList changes;             // this process's changes, for a merge
   std::uint64_t changeCount = 0;  // the last change taken
   std::uint64_t dirtyCount = 0;
-  // Set by the write: the merged tree, when the file had changed; whether
-  // an unreadable file was moved aside; what is on disk after the write.
+  // Set by the write: the merged tree, when there was a merge; whether an
+  // unreadable file was moved aside; what is on disk after the write.
   mvtl::RefCountedPtr<PListDictionary> merged;
   bool movedAside = false;
   Base written;
 };
+
+mvtl::RefCountedPtr<PListDictionary> PList::BaseTree() const {
+  mvtl::RefCountedPtr<PListDictionary> tree;
+  if (m_base.state != kFileRead || !ParsePropertyList(m_base.bytes, tree).ok()) {
+    tree = new PListDictionary;
+  }
+  return tree;
+}
 
 void PList::NewGeneration() {
   static std::atomic<std::uint64_t> generations(0);
@@ -158,8 +171,6 @@ Status PList::Save(std::string* movedAside) {
   // written without it, and the outcome published under it again.
   StoreUnlock unlocked;
   std::lock_guard<std::mutex> io(m_io);
-  Snapshot snapshot;
-  Status status;
   {
     StoreLock lock;
     if (m_root.Get() == nullptr) {
@@ -167,10 +178,23 @@ Status PList::Save(std::string* movedAside) {
                     "the settings were never loaded");
     }
     if (!m_dirty) return Status::OK();
+  }
+  // The base does not change while the I/O mutex is held. A file that
+  // another process saved since it was read or written is merged: the tree
+  // is not serialised for nothing.
+  const bool looksUnchanged =
+      m_base.state != kFileUnreadable && IdentityOf(m_path) == m_base.identity;
+  Snapshot snapshot;
+  Status status;
+  {
+    StoreLock lock;
     snapshot.changeCount = m_changeCount;
     snapshot.dirtyCount = m_dirtyCount;
     snapshot.changes = CaptureChanges(*m_root, m_changes);
-    status = Serialise(*m_root, snapshot.bytes, m_base.bytes.size(), m_path);
+    if (looksUnchanged) {
+      status = Serialise(*m_root, snapshot.bytes, m_path, m_base.bytes);
+      snapshot.serialised = true;
+    }
   }
   if (status.ok()) status = WriteLocked(snapshot, movedAside);
   StoreLock lock;
@@ -206,39 +230,52 @@ Status PList::WriteLocked(Snapshot& snapshot, std::string* movedAside) {
   // one is left over from a writer that was killed.
   RemoveStaleTemporaryFiles(file);
 
-  // What is on disk now: the same as this object last read or wrote when
-  // its identity says so (nothing there, as before, or the same file);
-  // else the bytes tell.
-  std::string disk;
-  FileIdentity identity = IdentityOf(file);
-  mvtl::RefCountedPtr<PListDictionary> diskTree;
+  // What is on disk now. What this object last read or wrote when its
+  // identity says so: nothing there, as before, or the same file. Checked
+  // under the lock, so that no other save comes between this look and the
+  // write. Another save renames a new file in: a new inode, or the number
+  // of a deleted one with a new generation, and new times. What the
+  // identity cannot tell (FileIdentity) is a program that rewrites the file
+  // in place without the lock, keeping its size, within one tick of the
+  // clock after this object's last read or write (such a writer races with
+  // every save anyway), and, on a file system that reuses inode numbers
+  // without generations, two saves of others within one tick that keep
+  // its size. When the identity differs, the bytes tell.
+  bool asBase = m_base.state != kFileUnreadable && IdentityOf(file) == m_base.identity;
   FileReadResult state = m_base.state;
-  bool unchanged = m_base.state != kFileUnreadable && identity == m_base.identity;
-  if (!unchanged) {
-    status = Load(file, disk, identity, diskTree);
+  std::string disk;
+  mvtl::RefCountedPtr<PListDictionary> diskTree;
+  if (!asBase) {
+    status = ReadSettingsFile(file, kMaxSettingsFileSize, disk);
     // Only bytes read completely and refused by the format (or something
     // that is no file) make the file unreadable: a failing read (EIO,
     // EACCES, ...) says nothing of what the file holds, so the save fails
     // and nothing is moved aside.
     if (status.code() == Status::Code::kIOError) return status;
     state = ReadResultOf(status);
-    unchanged = state != kFileUnreadable && state == m_base.state && disk == m_base.bytes;
+    asBase = state != kFileUnreadable && state == m_base.state && disk == m_base.bytes;
+    if (!asBase && state == kFileRead && !ParsePropertyList(disk, diskTree).ok()) {
+      state = kFileUnreadable;
+    }
   }
-  if (unchanged) {
-    // Nobody else saved the file: the tree as taken is what to write.
-  } else if (state == kFileUnreadable) {
+  if (!asBase && state == kFileUnreadable) {
     // Something that cannot be read is kept aside, never overwritten; this
     // object's tree, the last readable state known, takes its place.
     status = MoveFileAside(file, movedAside);
     if (!status.ok()) return status;
     snapshot.movedAside = true;
-  } else {
+  }
+  if (!snapshot.serialised || (!asBase && state != kFileUnreadable)) {
     // Another process saved (or removed) the file since this object read
-    // or wrote it: write the disk's tree with this process's changes.
-    if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
-    ApplyChanges(std::move(snapshot.changes), *diskTree);
-    snapshot.merged = diskTree;
-    status = Serialise(*diskTree, snapshot.bytes, disk.size(), file);
+    // or wrote it: write the disk's tree with this process's changes. (The
+    // file as this object knew it, or nothing readable, takes the disk's
+    // place when the save merges only because the identity had changed.)
+    const bool fromBase = asBase || state == kFileUnreadable;
+    mvtl::RefCountedPtr<PListDictionary> target = fromBase ? BaseTree() : diskTree;
+    if (target.Get() == nullptr) target = new PListDictionary;  // no file
+    ApplyChanges(std::move(snapshot.changes), *target);
+    snapshot.merged = target;
+    status = Serialise(*target, snapshot.bytes, file, fromBase ? m_base.bytes : disk);
     if (!status.ok()) return status;
   }
   status = WriteFileAtomically(file, snapshot.bytes);
@@ -259,14 +296,16 @@ bool PList::Refresh(bool* changed) {
   FileIdentity identity = IdentityOf(m_path);
   if (m_base.state != kFileUnreadable && identity == m_base.identity) return true;
   std::string disk;
-  mvtl::RefCountedPtr<PListDictionary> diskTree;
-  const FileReadResult state = ReadResultOf(Load(m_path, disk, identity, diskTree));
+  const FileReadResult state =
+      ReadResultOf(ReadSettingsFile(m_path, kMaxSettingsFileSize, disk, &identity));
   if (state == kFileUnreadable) return false;
   if (state == m_base.state && disk == m_base.bytes) {
     StoreLock lock;
     m_base.identity = identity;  // touched, not changed
     return true;
   }
+  mvtl::RefCountedPtr<PListDictionary> diskTree;
+  if (state == kFileRead && !ParsePropertyList(disk, diskTree).ok()) return false;
   if (diskTree.Get() == nullptr) diskTree = new PListDictionary;
   StoreLock lock;
   // Every change of this process stays on top, also those made by other
@@ -284,10 +323,7 @@ void PList::Discard() {
   std::lock_guard<std::mutex> io(m_io);
   // The base does not change while the I/O mutex is held, so the tree is
   // parsed without the store lock.
-  mvtl::RefCountedPtr<PListDictionary> tree;
-  if (m_base.state != kFileRead || !ParsePropertyList(m_base.bytes, tree).ok()) {
-    tree = new PListDictionary;
-  }
+  mvtl::RefCountedPtr<PListDictionary> tree = BaseTree();
   StoreLock lock;
   m_root = tree;
   m_changes.clear();

@@ -61,10 +61,14 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
   // Writes the root dictionary if it is dirty, merged with what other
   // processes saved meanwhile. Under the file's lock (SettingsFileLock,
   // waiting at most LockTimeout()): removes temporary files that a killed
-  // writer left, reads the file as it is now and, if it is not what this
-  // object last read or wrote, applies this process's recorded changes to
-  // it, writes that and makes it the in-memory tree (see TreeMerge.h);
-  // otherwise writes the tree as it was when the save began. The file is
+  // writer left, and looks at the file's identity. When that is what this
+  // object last read or wrote (see FileIdentity), nobody else
+  // saved it since: the tree as it was when the save began is written, and
+  // the file is not read. Otherwise the file is read and, if it is not what
+  // this object last read or wrote, this process's recorded changes are
+  // applied to it, and that is written and made the in-memory tree (see
+  // TreeMerge.h). A file whose identity has changed already when the save
+  // begins is merged so, also when its bytes turn out the same. The file is
   // replaced atomically, in the binary format. Makes the folders above the
   // file when they are missing (also when they were removed since the last
   // save). A file that the format refuses is moved aside (see
@@ -135,6 +139,10 @@ class PList : public RefCountedObject<mvtl::IRefCounted> {
     std::string bytes;
     FileIdentity identity;
   };
+
+  // The tree of the base: its bytes parsed, or an empty dictionary when
+  // nothing readable was there.
+  mvtl::RefCountedPtr<PListDictionary> BaseTree() const;
 
   // What a save takes from the tree under the store lock.
   struct Snapshot;

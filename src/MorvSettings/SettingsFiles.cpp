@@ -196,8 +196,11 @@ std::string SharedSettingsFile() { return SharedPreferencesDirectory() + "/com.m
 
 namespace {
 
-FileIdentity IdentityFrom(const struct stat& info) {
+// The identity `info` describes, with the generation of `fd` (when not -1)
+// if its file system keeps one.
+FileIdentity IdentityFrom(const struct stat& info, int fd) {
   FileIdentity identity;
+  identity.hasGeneration = fd >= 0 && Fs().Generation(fd, identity.generation) == 0;
   identity.exists = true;
   identity.device = info.st_dev;
   identity.inode = info.st_ino;
@@ -211,7 +214,13 @@ FileIdentity IdentityFrom(const struct stat& info) {
 
 FileIdentity IdentityOf(const std::string& path) {
   struct stat info;
-  return Retrying([&] { return Fs().Stat(path.c_str(), &info); }) == 0 ? IdentityFrom(info)
+  // Opened (without blocking, as any open of the store) for the
+  // generation; stat where it cannot be.
+  const Descriptor fd(OpenRetrying(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  if (fd.Get() >= 0 && Retrying([&] { return Fs().Fstat(fd.Get(), &info); }) == 0) {
+    return IdentityFrom(info, fd.Get());
+  }
+  return Retrying([&] { return Fs().Stat(path.c_str(), &info); }) == 0 ? IdentityFrom(info, -1)
                                                                        : FileIdentity();
 }
 
@@ -237,7 +246,7 @@ Status ReadSettingsFile(const std::string& path, std::size_t maxSize, std::strin
     return Status::IOError(Step::kOpen, path, errno);
   }
   if (!S_ISREG(info.st_mode)) return Status(Status::Code::kNotAFile, Step::kOpen, path);
-  if (identity != nullptr) *identity = IdentityFrom(info);
+  if (identity != nullptr) *identity = IdentityFrom(info, fd.Get());
   auto tooLarge = [&] {
     return Status(Status::Code::kTooLarge, Step::kRead, path, 0,
                   "larger than " + std::to_string(maxSize) + " bytes");

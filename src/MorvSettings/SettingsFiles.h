@@ -40,24 +40,37 @@ enum FileReadResult {
 FileReadResult ReadResultOf(const Status& status);
 
 // What tells one version of a file from another without reading it: the
-// device and inode (a file replaced by rename is a new inode), the size,
-// and the modification and change times in nanoseconds. Equal identities
-// mean the same content, unless a program rewrote the file in place within
-// one tick of the file system's clock and kept its size.
+// device and inode (a file replaced by rename is a new inode), the inode's
+// generation number where the file system keeps one, the size, and the
+// modification and change times in nanoseconds. The generation tells a new
+// file that got the inode number of one deleted before it (ext4 gives the
+// lowest free number: the second of two saves that replace a file often
+// gets the number of the file the first replaced). Equal identities mean
+// the same content, unless a program rewrote the file in place within one
+// tick of the file system's clock (a few milliseconds; a second or two on
+// some file systems) and kept its size, which no save of the store does
+// (every save renames a new file in); or, on a file system without
+// generation numbers that reuses inode numbers, two saves of other
+// processes replaced it within one tick and kept its size.
 struct FileIdentity {
   unsigned long long device = 0, inode = 0, size = 0;
   long long modified = 0, changed = 0;  // nanoseconds since the epoch
+  unsigned generation = 0;
+  bool hasGeneration = false;  // whether `generation` is known
   bool exists = false;
 
+  // Generations are compared when both are known.
   bool operator==(const FileIdentity& other) const {
     return exists == other.exists && device == other.device && inode == other.inode &&
-           size == other.size && modified == other.modified && changed == other.changed;
+           size == other.size && modified == other.modified && changed == other.changed &&
+           (!hasGeneration || !other.hasGeneration || generation == other.generation);
   }
   bool operator!=(const FileIdentity& other) const { return !(*this == other); }
 };
 
 // The identity of what is at `path` now (symbolic links followed); one
-// that does not exist when there is nothing there (or stat fails).
+// that does not exist when there is nothing there (or stat fails). The
+// generation is known when the file can be opened for reading.
 FileIdentity IdentityOf(const std::string& path);
 
 // Reads the regular file at `path`, at most `maxSize` bytes. Never blocks

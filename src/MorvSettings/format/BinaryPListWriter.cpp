@@ -1,14 +1,24 @@
 // The binary property-list writer (see BinaryPListWriter.h).
 //
-// Two passes. The first numbers the objects (the root dictionary is 0),
-// depth first, giving each distinct string one number through a hash
-// table, and keeps each container's references; it also checks the text,
-// the nesting and what reading the result will cost. The second writes the
-// objects in number order, then the offset table and the trailer, with the
-// smallest reference and offset sizes that fit.
+// A first, light walk counts the tree (objects, strings, references and
+// about how many bytes), which sizes everything below at once; the
+// trailer of the tree's previous bytes, when the caller has them, tells as
+// much without the walk. The second
+// walk numbers the objects depth first, each container before what it
+// holds (the root is object 0), and writes each object as it is numbered:
+// number order is the order of the bytes. Each distinct string is written
+// once: a hash table finds an equal string already written, comparing with
+// its written bytes. A container's references follow its marker; the walk
+// leaves room for them at the reference size that the count needs, and
+// fills it in when the container's last item is numbered. When shared
+// strings leave so few objects that a smaller size fits, the objects are
+// copied once more, with references of that size. Then the offset table
+// and the trailer, with the smallest sizes that fit. The walk checks the
+// text, the nesting and what reading the result will cost.
 
 #include "BinaryPListWriter.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -56,6 +66,26 @@ char* PutBigEndian(char* out, std::uint64_t value, std::size_t size) {
   }
 }
 
+// Writes `count` numbers of `size` bytes each (1, 2, 4 or 8), with one
+// choice of size for all of them.
+template <class Number>
+char* PutNumbers(char* out, const Number* numbers, std::size_t count, std::size_t size) {
+  switch (size) {
+    case 1:
+      for (std::size_t i = 0; i < count; ++i) out[i] = static_cast<char>(numbers[i]);
+      return out + count;
+    case 2:
+      for (std::size_t i = 0; i < count; ++i) out = PutBigEndian(out, numbers[i], 2);
+      return out;
+    case 4:
+      for (std::size_t i = 0; i < count; ++i) out = PutBigEndian(out, numbers[i], 4);
+      return out;
+    default:
+      for (std::size_t i = 0; i < count; ++i) out = PutBigEndian(out, numbers[i], 8);
+      return out;
+  }
+}
+
 char* PutDouble(char* out, unsigned char marker, double value) {
   std::uint64_t bits;
   std::memcpy(&bits, &value, sizeof(bits));
@@ -88,6 +118,56 @@ std::size_t IntegerSize(const PListInteger& integer) {
   return SizeFor(bits);
 }
 
+// The bytes of a scalar (not a string or a container) and of its payload
+// (what reading it copies besides the node: a data's bytes).
+std::size_t ScalarSize(const PListValue& value, std::uint64_t& payload) {
+  payload = 0;
+  switch (value.index()) {
+    case 1:  // integer
+      return 1 + IntegerSize(*std::get_if<PListInteger>(&value));
+    case 3:  // boolean
+      return 1;
+    case 5:  // data
+      payload = std::get_if<PListData>(&value)->size();
+      return MarkerSize(payload) + payload;
+    case 7:  // UID
+      return 1 + SizeFor(std::get_if<PListUid>(&value)->value);
+    default:  // real, date: a marker and 8 bytes
+      return 9;
+  }
+}
+
+char* PutScalar(const PListValue& value, char* out) {
+  switch (value.index()) {
+    case 1: {
+      const PListInteger& integer = *std::get_if<PListInteger>(&value);
+      const std::size_t size = IntegerSize(integer);
+      *out++ = static_cast<char>(0x10 | ExponentOf(size));
+      if (size == 16) out = PutBigEndian(out, 0, 8);  // the high half of an unsigned value
+      return PutBigEndian(out, static_cast<std::uint64_t>(integer.bits), size == 16 ? 8 : size);
+    }
+    case 2:
+      return PutDouble(out, 0x23, std::get_if<PListReal>(&value)->value);
+    case 3:
+      *out++ = *std::get_if<bool>(&value) ? '\x09' : '\x08';
+      return out;
+    case 5: {
+      const PListData& data = *std::get_if<PListData>(&value);
+      out = PutMarker(out, 0x4, data.size());
+      if (!data.empty()) std::memcpy(out, data.data(), data.size());
+      return out + data.size();
+    }
+    case 6:
+      return PutDouble(out, 0x33, std::get_if<PListDate>(&value)->seconds);
+    default: {
+      const std::uint64_t uid = std::get_if<PListUid>(&value)->value;
+      const std::size_t size = SizeFor(uid);
+      *out++ = static_cast<char>(0x80 | (size - 1));
+      return PutBigEndian(out, uid, size);
+    }
+  }
+}
+
 // What a string of the tree costs its reader on each use (PListLimits.h):
 // its bytes as ASCII, three times its units as UTF-16.
 std::uint64_t ReadCost(bool ascii, std::uint64_t length) {
@@ -104,45 +184,177 @@ std::uint64_t Utf16Units(const std::string& text) {
   return units;
 }
 
+// A string's hash, and whether it is ASCII, from one read of its bytes.
+struct TextKey {
+  std::uint64_t hash;
+  bool ascii;
+};
+
+// Spreads every input bit over every output bit (the finaliser of
+// MurmurHash3).
+std::uint64_t Mix(std::uint64_t h) {
+  h ^= h >> 33;
+  h *= 0xFF51AFD7ED558CCDull;
+  h ^= h >> 33;
+  h *= 0xC4CEB9FE1A85EC53ull;
+  return h ^ (h >> 33);
+}
+
+// A fast hash of the bytes, eight at a time (not for untrusted keys that
+// could be chosen to collide: these are the tree's own): a multiply and a
+// shift a word, the last (partial) word read as whole words that overlap,
+// and a full mix at the end. The same reads tell ASCII: no byte with its
+// high bit set.
+TextKey KeyOf(const std::string& text) {
+  const char* const data = text.data();
+  const std::size_t size = text.size();
+  std::uint64_t hash = 0x9E3779B97F4A7C15ull ^ size, high = 0, last = 0;
+  if (size >= 8) {
+    for (std::size_t i = 0; i + 8 < size; i += 8) {
+      std::uint64_t chunk;
+      std::memcpy(&chunk, data + i, 8);
+      high |= chunk;
+      hash = (hash ^ chunk) * 0xFF51AFD7ED558CCDull;
+      hash ^= hash >> 29;
+    }
+    std::memcpy(&last, data + size - 8, 8);
+  } else if (size >= 4) {
+    std::uint32_t first, end;
+    std::memcpy(&first, data, 4);
+    std::memcpy(&end, data + size - 4, 4);
+    last = static_cast<std::uint64_t>(first) << 32 | end;
+  } else if (size > 0) {
+    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(data);
+    last = static_cast<std::uint64_t>(bytes[0]) << 16 | bytes[size / 2] << 8 | bytes[size - 1];
+  }
+  high |= last;
+  return {Mix(hash ^ last), (high & 0x8080808080808080ull) == 0};
+}
+
 // Dictionaries of at least this many entries have the table slots of
 // their keys fetched this many keys ahead.
 constexpr std::size_t kPrefetchFrom = 64;
 constexpr std::size_t kPrefetchDistance = 8;
 
+// What the first walk counts: upper bounds, since equal strings are
+// counted at each use.
+struct Census {
+  std::uint64_t objects = 0;
+  std::uint64_t strings = 0;
+  std::uint64_t references = 0;
+  std::uint64_t bytes = 0;  // the objects' bytes but for their references; text as ASCII
+  std::uint64_t size = 0;   // the file's, when known so (else from the rest)
+};
+
+void CountValue(const PListValue& value, std::size_t depth, Census& census);
+
+void CountDictionary(const PListDictionary& dictionary, std::size_t depth, Census& census) {
+  const PListDictionary::Entries& entries = dictionary.GetEntries();
+  const std::size_t size = entries.size();
+  census.objects += 1 + size;
+  census.strings += size;
+  census.references += 2 * size;
+  census.bytes += MarkerSize(size);
+  if (depth > kMaxNesting) return;  // refused by the writing walk
+  for (const auto& entry : entries) {
+    census.bytes += MarkerSize(entry.first.size()) + entry.first.size();
+    CountValue(entry.second, depth, census);
+  }
+}
+
+void CountValue(const PListValue& value, std::size_t depth, Census& census) {
+  switch (value.index()) {
+    case 0:
+      if (const PListDictionary* dictionary = std::get_if<PListDictionaryRef>(&value)->Get()) {
+        CountDictionary(*dictionary, depth + 1, census);
+      } else {
+        ++census.objects;  // written as an empty dictionary
+        ++census.bytes;
+      }
+      return;
+    case 4: {
+      const std::size_t size = std::get_if<std::string>(&value)->size();
+      ++census.objects;
+      ++census.strings;
+      census.bytes += MarkerSize(size) + size;
+      return;
+    }
+    case 8: {
+      const PListArray& array = **std::get_if<PListArrayRef>(&value);
+      ++census.objects;
+      census.references += array.items.size();
+      census.bytes += MarkerSize(array.items.size());
+      if (depth + 1 > kMaxNesting) return;
+      for (const PListValue& item : array.items) CountValue(item, depth + 1, census);
+      return;
+    }
+    default:
+      break;
+  }
+  std::uint64_t payload;
+  ++census.objects;
+  census.bytes += ScalarSize(value, payload);
+}
+
+// What the bytes of the tree's previous version tell of the tree, when
+// they are a binary property list: a tree changed a little since has about
+// as many objects, references and bytes. Saves the count of the tree; a
+// guess that proves wrong costs a copy at most. False for other bytes.
+bool EstimateFrom(const std::string& previous, Census& census) {
+  if (previous.size() < 8 + 32 || previous.compare(0, 8, "bplist00") != 0) return false;
+  const unsigned char* trailer =
+      reinterpret_cast<const unsigned char*>(previous.data()) + previous.size() - 32;
+  std::uint64_t objects = 0;
+  for (int i = 8; i < 16; ++i) objects = objects << 8 | trailer[i];
+  if (objects == 0 || objects > previous.size()) return false;
+  census.objects = objects + objects / 16 + 16;
+  census.strings = census.objects * 3 / 4;  // keys, and most values, are strings
+  census.references = census.objects + census.objects / 2;
+  census.size = previous.size() + previous.size() / 32 + 64;
+  return true;
+}
+
 class Writer {
  public:
-  // `expectedSize`: the size the result is likely to have (0 if unknown).
-  Status Write(const PListDictionary& root, std::size_t expectedSize, std::string& bytes) {
-    // A settings file holds a string for about every 24 bytes.
-    m_strings.Reserve(expectedSize / 24);
-    m_objects.reserve(expectedSize / 16);
+  Status Write(const PListDictionary& root, const std::string& previous, std::string& bytes) {
+    Census census;
+    if (!EstimateFrom(previous, census)) CountDictionary(root, 1, census);
+    m_referenceSize = SizeFor(census.objects - 1);
+    m_offsets.reserve(census.objects);
+    m_refs.reserve(census.references);
+    m_strings.Reserve(census.strings);
+    // Never more than the largest file at first: a tree too large to
+    // write is found out without making room for all of it.
+    const std::uint64_t estimate = census.size != 0
+                                       ? census.size
+                                       : 8 + census.bytes + census.references * m_referenceSize +
+                                             census.objects * SizeFor(census.bytes) + 32;
+    m_out.resize(static_cast<std::size_t>(std::min<std::uint64_t>(estimate, kMaxSettingsFileSize)));
+    std::memcpy(&m_out[0], "bplist00", 8);
+    m_used = 8;
+
     AddDictionary(root, 1);
     if (m_error != Code::kOk) return Refuse(m_error);
-    const std::size_t referenceSize = SizeFor(m_objects.size() - 1);
-    const std::uint64_t tableOffset = 8 + m_objectBytes + m_refs.size() * referenceSize;
+    if (m_counting) return Refuse(Code::kTooLarge);
+    const std::size_t referenceSize = SizeFor(m_offsets.size() - 1);
+    if (referenceSize != m_referenceSize) Relayout(referenceSize);
+    const std::uint64_t tableOffset = m_used;
     const std::size_t offsetSize = SizeFor(tableOffset);
-    const std::uint64_t total = tableOffset + m_objects.size() * offsetSize + 32;
+    const std::uint64_t total = tableOffset + m_offsets.size() * offsetSize + 32;
     if (total > kMaxSettingsFileSize || m_cost > TreeBudget(total)) return Refuse(Code::kTooLarge);
-
-    std::string out(static_cast<std::size_t>(total), '\0');
-    char* const start = &out[0];
-    char* p = start;
-    std::memcpy(p, "bplist00", 8);
-    p += 8;
-    std::vector<std::uint64_t> offsets;
-    offsets.reserve(m_objects.size());
-    for (const Object& object : m_objects) {
-      offsets.push_back(static_cast<std::uint64_t>(p - start));
-      p = WriteObject(object, referenceSize, p);
-    }
-    for (std::uint64_t offset : offsets) p = PutBigEndian(p, offset, offsetSize);
-    p += 6;  // unused, and the sort version
+    char* p = Room(static_cast<std::size_t>(total - tableOffset));
+    p = PutNumbers(p, m_offsets.data(), m_offsets.size(), offsetSize);
+    std::memset(p, 0, 6);  // unused, and the sort version
+    p += 6;
     *p++ = static_cast<char>(offsetSize);
     *p++ = static_cast<char>(referenceSize);
-    p = PutBigEndian(p, m_objects.size(), 8);
+    p = PutBigEndian(p, m_offsets.size(), 8);
     p = PutBigEndian(p, 0, 8);  // the top object: the root, numbered first
-    p = PutBigEndian(p, tableOffset, 8);
-    bytes.swap(out);
+    PutBigEndian(p, tableOffset, 8);
+    m_out.resize(m_used);
+    // Shared strings can leave much of the room counted unused.
+    if (m_out.capacity() - m_used > m_used / 2 + 4096) m_out.shrink_to_fit();
+    bytes.swap(m_out);
     return Status::OK();
   }
 
@@ -151,18 +363,15 @@ class Writer {
 
   static Status Refuse(Code code) { return Status::Refused(code, Status::Operation::kSerialise); }
 
-  enum class Kind : unsigned char { kDictionary, kArray, kString, kScalar };
-
-  struct Object {
-    const void* item;        // the dictionary, array, string or scalar value
-    std::uint32_t firstRef;  // containers: where their references start in m_refs
-    std::uint32_t refCount;  // containers: how many there are
-    std::uint32_t length;    // strings: bytes (ASCII) or UTF-16 units
-    Kind kind;
-    bool ascii;  // strings: written as ASCII (else UTF-16)
+  // A container: its number, and where its references start in m_refs and
+  // how many there are.
+  struct Container {
+    std::uint32_t object;
+    std::uint32_t firstRef;
+    std::uint32_t refCount;
   };
 
-  // The strings numbered so far, by content: open addressing over a power
+  // The strings written so far, by content: open addressing over a power
   // of two of slots, each empty or an object number with the low half of
   // the string's hash, so that a probe looks at a string only when those
   // agree, and the table grows without looking at any. Eight bytes a slot,
@@ -171,26 +380,11 @@ class Writer {
    public:
     static constexpr std::uint32_t kMissing = ~std::uint32_t{0};
 
-    std::uint32_t Find(const std::string& text, std::uint64_t hash,
-                       const std::vector<Object>& objects) const {
-      if (m_slots.empty()) return kMissing;
-      const std::uint32_t low = static_cast<std::uint32_t>(hash);
-      for (std::size_t slot = low & m_mask;; slot = (slot + 1) & m_mask) {
-        const Slot& entry = m_slots[slot];
-        if (entry.index == 0) return kMissing;
-        if (entry.hash == low &&
-            *static_cast<const std::string*>(objects[entry.index - 1].item) == text) {
-          return entry.index - 1;
-        }
-      }
-    }
-
-    // Makes room for about `strings` strings at once, which saves growing
-    // the table step by step (each step touches all of it).
-    void Reserve(std::size_t strings) {
+    // Makes room for `strings` strings at once (each growth touches the
+    // whole table).
+    void Reserve(std::uint64_t strings) {
       std::size_t size = 1024;
       while (size * 7 < 10 * strings) size *= 2;
-      if (size <= m_slots.size()) return;
       m_slots.assign(size, Slot{0, 0});
       m_mask = size - 1;
     }
@@ -199,30 +393,24 @@ class Writer {
     // starts, ahead of the search: tables larger than the caches would
     // otherwise cost a wait for memory at every string.
     void Prefetch(std::uint64_t hash) const {
-      if (!m_slots.empty()) __builtin_prefetch(&m_slots[static_cast<std::uint32_t>(hash) & m_mask]);
+      __builtin_prefetch(&m_slots[static_cast<std::uint32_t>(hash) & m_mask]);
     }
 
-    void Insert(std::uint64_t hash, std::uint32_t index) {
-      if (10 * (m_count + 1) > 7 * m_slots.size()) Grow();
-      Place({static_cast<std::uint32_t>(hash), index + 1});
-      ++m_count;
-    }
-
-    // A fast hash of the bytes, eight at a time (not for untrusted keys
-    // that could be chosen to collide: these are the tree's own): a
-    // multiply and a shift a word, and a full mix at the end.
-    static std::uint64_t Hash(const std::string& text) {
-      std::uint64_t hash = 0x9E3779B97F4A7C15ull ^ text.size();
-      std::size_t i = 0;
-      for (; i + 8 <= text.size(); i += 8) {
-        std::uint64_t chunk;
-        std::memcpy(&chunk, text.data() + i, 8);
-        hash = (hash ^ chunk) * 0xFF51AFD7ED558CCDull;
-        hash ^= hash >> 29;
+    // The number of the string whose hash is `hash` and for whose number
+    // `same` is true; if there is none, kMissing, and `index` is entered
+    // as that string's number.
+    template <class Same>
+    std::uint32_t FindOrAdd(std::uint64_t hash, std::uint32_t index, Same same) {
+      const std::uint32_t low = static_cast<std::uint32_t>(hash);
+      std::size_t slot = low & m_mask;
+      for (;; slot = (slot + 1) & m_mask) {
+        const Slot& entry = m_slots[slot];
+        if (entry.index == 0) break;
+        if (entry.hash == low && same(entry.index - 1)) return entry.index - 1;
       }
-      std::uint64_t tail = 0;
-      std::memcpy(&tail, text.data() + i, text.size() - i);
-      return Mix(hash ^ tail);
+      m_slots[slot] = Slot{low, index + 1};
+      if (10 * ++m_count > 7 * m_slots.size()) Grow();
+      return kMissing;
     }
 
    private:
@@ -231,29 +419,16 @@ class Writer {
       std::uint32_t index;  // the object number plus one; 0 for an empty slot
     };
 
-    // Spreads every input bit over every output bit (the finaliser of
-    // MurmurHash3).
-    static std::uint64_t Mix(std::uint64_t h) {
-      h ^= h >> 33;
-      h *= 0xFF51AFD7ED558CCDull;
-      h ^= h >> 33;
-      h *= 0xC4CEB9FE1A85EC53ull;
-      return h ^ (h >> 33);
-    }
-
-    void Place(const Slot& entry) {
-      std::size_t slot = entry.hash & m_mask;
-      while (m_slots[slot].index != 0) slot = (slot + 1) & m_mask;
-      m_slots[slot] = entry;
-    }
-
     void Grow() {
       std::vector<Slot> old;
       old.swap(m_slots);
-      m_slots.assign(old.empty() ? 1024 : 2 * old.size(), Slot{0, 0});
+      m_slots.assign(2 * old.size(), Slot{0, 0});
       m_mask = m_slots.size() - 1;
       for (const Slot& entry : old) {
-        if (entry.index != 0) Place(entry);
+        if (entry.index == 0) continue;
+        std::size_t slot = entry.hash & m_mask;
+        while (m_slots[slot].index != 0) slot = (slot + 1) & m_mask;
+        m_slots[slot] = entry;
       }
     }
 
@@ -262,198 +437,229 @@ class Writer {
     std::size_t m_count = 0;
   };
 
-  std::uint32_t AddString(const std::string& text) {
-    return AddString(text, StringTable::Hash(text));
+  // Room for `size` more bytes at the end of the output, or null once the
+  // output is certain to be too large (then the walk only checks).
+  char* Room(std::size_t size) {
+    if (m_used + size > m_out.size()) {
+      // The objects so far, with references of the smallest size, are a
+      // lower bound of the file.
+      if (m_used + size - m_refs.size() * (m_referenceSize - 1) > kMaxSettingsFileSize) {
+        m_counting = true;
+      }
+      if (m_counting) return nullptr;
+      m_out.resize(std::max(2 * m_out.size(), m_used + size));
+    }
+    char* const room = &m_out[m_used];
+    m_used += size;
+    return room;
   }
 
-  // The same with the string's hash already computed.
-  std::uint32_t AddString(const std::string& text, std::uint64_t hash) {
-    const std::uint32_t found = m_strings.Find(text, hash, m_objects);
-    if (found != StringTable::kMissing) {
-      m_cost += ReadCost(m_objects[found].ascii, m_objects[found].length);
-      return found;
+  // Numbers a new object of `size` bytes; null when nothing is written.
+  char* NewObject(std::size_t size) {
+    m_offsets.push_back(static_cast<std::uint32_t>(m_used));
+    return m_counting ? nullptr : Room(size);
+  }
+
+  std::uint32_t Number() const { return static_cast<std::uint32_t>(m_offsets.size()); }
+
+  // Whether object `index` is the string `text`, ASCII or not as `ascii`
+  // says. An equal string has the same form and length.
+  bool SameString(std::uint32_t index, const std::string& text, bool ascii) {
+    const unsigned char* p =
+        reinterpret_cast<const unsigned char*>(m_out.data()) + m_offsets[index];
+    if ((*p >> 4) != (ascii ? 0x5 : 0x6)) return false;
+    std::uint64_t count = *p++ & 0xF;
+    if (count == 0xF) {
+      const std::size_t size = std::size_t{1} << (*p++ & 0xF);
+      count = 0;
+      for (std::size_t i = 0; i < size; ++i) count = count << 8 | *p++;
     }
-    const bool ascii = IsAsciiText(text.data(), text.size());
-    const bool valid = ascii || IsTreeText(text.data(), text.size());
-    if (!valid) m_error = Code::kBadText;
+    if (ascii) return count == text.size() && std::memcmp(p, text.data(), text.size()) == 0;
+    m_units.clear();
+    if (count != Utf16Units(text)) return false;
+    AppendUTF8AsUTF16BigEndian(text, m_units);
+    return std::memcmp(p, m_units.data(), m_units.size()) == 0;
+  }
+
+  std::uint32_t AddString(const std::string& text) { return AddString(text, KeyOf(text)); }
+
+  // The same with the string's key already computed.
+  std::uint32_t AddString(const std::string& text, TextKey key) {
+    const bool ascii = key.ascii;
     const std::uint64_t length = ascii ? text.size() : Utf16Units(text);
     m_cost += ReadCost(ascii, length);
-    m_objectBytes += MarkerSize(length) + (ascii ? length : 2 * length);
-    const std::uint32_t index =
-        NewObject({&text, 0, 0, static_cast<std::uint32_t>(length), Kind::kString, ascii});
-    m_strings.Insert(hash, index);
-    return index;
-  }
-
-  std::uint32_t NewObject(const Object& object) {
-    const std::uint32_t index = static_cast<std::uint32_t>(m_objects.size());
-    m_objects.push_back(object);
+    const std::uint32_t index = Number();
+    if (!m_counting) {
+      const std::uint32_t found = m_strings.FindOrAdd(
+          key.hash, index, [&](std::uint32_t other) { return SameString(other, text, ascii); });
+      if (found != StringTable::kMissing) return found;
+    }
+    if (!ascii && !IsTreeText(text.data(), text.size())) {
+      m_error = Code::kBadText;
+      return index;
+    }
+    char* out = NewObject(MarkerSize(length) + (ascii ? length : 2 * length));
+    if (out == nullptr) return index;
+    out = PutMarker(out, ascii ? 0x5 : 0x6, length);
+    if (ascii) {
+      std::memcpy(out, text.data(), text.size());
+    } else {
+      m_units.clear();
+      AppendUTF8AsUTF16BigEndian(text, m_units);
+      std::memcpy(out, m_units.data(), m_units.size());
+    }
     return index;
   }
 
   // Numbers a container (first, so that the root is object 0), then what it
-  // holds, depth first: addItems(first) numbers the `count` items and puts
-  // their numbers at m_refs[first...].
+  // holds, depth first: addItems(refs) numbers the `count` items and puts
+  // their numbers at refs[0...]; then writes its references.
   template <class Items>
-  std::uint32_t AddContainer(Kind kind, const void* item, std::size_t depth, std::size_t count,
+  std::uint32_t AddContainer(unsigned type, std::size_t depth, std::size_t count,
                              std::uint64_t markerCount, Items addItems) {
-    if (depth > kMaxNesting) m_error = Code::kTooDeep;
+    const std::uint32_t index = Number();
+    if (depth > kMaxNesting) {
+      m_error = Code::kTooDeep;
+      return index;
+    }
     m_cost += kNodeCost;
-    m_objectBytes += MarkerSize(markerCount);
+    const std::size_t markerSize = MarkerSize(markerCount);
+    if (char* out = NewObject(markerSize + count * m_referenceSize))
+      PutMarker(out, type, markerCount);
+    const std::size_t refsAt = m_used - count * m_referenceSize;
     const std::uint32_t first = static_cast<std::uint32_t>(m_refs.size());
-    const std::uint32_t index =
-        NewObject({item, first, static_cast<std::uint32_t>(count), 0, kind, false});
-    if (m_error != Code::kOk) return index;
+    m_containers.push_back({index, first, static_cast<std::uint32_t>(count)});
     m_refs.resize(m_refs.size() + count);
     addItems(first);
+    if (m_error == Code::kOk && !m_counting && SizeFor(Number() - 1) <= m_referenceSize) {
+      PutNumbers(&m_out[refsAt], m_refs.data() + first, count, m_referenceSize);
+    }
     return index;
   }
 
   std::uint32_t AddDictionary(const PListDictionary& dictionary, std::size_t depth) {
     const PListDictionary::Entries& entries = dictionary.GetEntries();
     const std::size_t size = entries.size();
-    return AddContainer(Kind::kDictionary, &dictionary, depth, 2 * size, size,
-                        [&](std::uint32_t first) {
-                          if (size < kPrefetchFrom) {
-                            std::size_t i = first;
-                            for (const auto& entry : entries) {
-                              m_refs[i] = AddString(entry.first);
-                              m_refs[i + size] = AddValue(entry.second, depth);
-                              ++i;
-                            }
-                            return;
-                          }
-                          // A large dictionary: the keys' hashes first,
-                          // then each key with the slot of the one
-                          // kPrefetchDistance ahead already on its way.
-                          std::vector<std::uint64_t> hashes;
-                          hashes.reserve(size);
-                          for (const auto& entry : entries) {
-                            hashes.push_back(StringTable::Hash(entry.first));
-                          }
-                          std::size_t i = 0;
-                          for (const auto& entry : entries) {
-                            if (i + kPrefetchDistance < size) {
-                              m_strings.Prefetch(hashes[i + kPrefetchDistance]);
-                            }
-                            m_refs[first + i] = AddString(entry.first, hashes[i]);
-                            m_refs[first + i + size] = AddValue(entry.second, depth);
-                            ++i;
-                          }
-                        });
+    return AddContainer(0xD, depth, 2 * size, size, [&](std::uint32_t first) {
+      if (size < kPrefetchFrom) {
+        std::size_t i = first;
+        for (const auto& entry : entries) {
+          m_refs[i] = AddString(entry.first);
+          if (m_error != Code::kOk) return;
+          m_refs[i + size] = AddValue(entry.second, depth);
+          if (m_error != Code::kOk) return;
+          ++i;
+        }
+        return;
+      }
+      // A large dictionary: the keys' hashes first, then each key with
+      // the slot of the one kPrefetchDistance ahead already on its way.
+      const std::size_t base = m_keys.size();
+      for (const auto& entry : entries) m_keys.push_back(KeyOf(entry.first));
+      std::size_t i = 0;
+      for (const auto& entry : entries) {
+        if (i + kPrefetchDistance < size)
+          m_strings.Prefetch(m_keys[base + i + kPrefetchDistance].hash);
+        m_refs[first + i] = AddString(entry.first, m_keys[base + i]);
+        if (m_error != Code::kOk) break;
+        m_refs[first + i + size] = AddValue(entry.second, depth);
+        if (m_error != Code::kOk) break;
+        ++i;
+      }
+      m_keys.resize(base);
+    });
   }
 
   std::uint32_t AddArray(const PListArray& array, std::size_t depth) {
     const std::size_t size = array.items.size();
-    return AddContainer(Kind::kArray, &array, depth, size, size, [&](std::uint32_t first) {
+    return AddContainer(array.isSet ? 0xC : 0xA, depth, size, size, [&](std::uint32_t first) {
       for (std::size_t i = 0; i < size; ++i) {
         m_refs[first + i] = AddValue(array.items[i], depth);
+        if (m_error != Code::kOk) return;
       }
     });
   }
 
   // Numbers a value held by a container at `depth`.
   std::uint32_t AddValue(const PListValue& value, std::size_t depth) {
-    if (const PListDictionary* dictionary = AsDictionary(value)) {
-      return AddDictionary(*dictionary, depth + 1);
-    }
-    if (const PListArrayRef* array = std::get_if<PListArrayRef>(&value)) {
-      return AddArray(**array, depth + 1);
-    }
-    if (const std::string* text = std::get_if<std::string>(&value)) return AddString(*text);
-    std::uint64_t bytes = 9;  // reals, dates: a marker and 8 bytes
-    std::uint64_t payload = 0;
-    if (const PListInteger* integer = std::get_if<PListInteger>(&value)) {
-      bytes = 1 + IntegerSize(*integer);
-    } else if (std::holds_alternative<bool>(value)) {
-      bytes = 1;
-    } else if (const PListData* data = std::get_if<PListData>(&value)) {
-      payload = data->size();
-      bytes = MarkerSize(payload) + payload;
-    } else if (const PListUid* uid = std::get_if<PListUid>(&value)) {
-      bytes = 1 + SizeFor(uid->value);
-    }
-    m_cost += kNodeCost + payload;
-    m_objectBytes += bytes;
-    return NewObject({&value, 0, 0, 0, Kind::kScalar, false});
-  }
-
-  char* WriteObject(const Object& object, std::size_t referenceSize, char* out) const {
-    switch (object.kind) {
-      case Kind::kDictionary:
-        out = PutMarker(out, 0xD, object.refCount / 2);
-        break;
-      case Kind::kArray:
-        out = PutMarker(out, static_cast<const PListArray*>(object.item)->isSet ? 0xC : 0xA,
-                        object.refCount);
-        break;
-      case Kind::kString: {
-        const std::string& text = *static_cast<const std::string*>(object.item);
-        out = PutMarker(out, object.ascii ? 0x5 : 0x6, object.length);
-        if (object.ascii) {
-          std::memcpy(out, text.data(), text.size());
-          return out + text.size();
+    switch (value.index()) {
+      case 0:
+        if (const PListDictionary* dictionary = std::get_if<PListDictionaryRef>(&value)->Get()) {
+          return AddDictionary(*dictionary, depth + 1);
         }
-        return PutUTF8AsUTF16BigEndian(text, out);
-      }
-      case Kind::kScalar:
-        return WriteScalar(*static_cast<const PListValue*>(object.item), out);
+        // A reference to no dictionary: an empty one.
+        return AddContainer(0xD, depth + 1, 0, 0, [](std::uint32_t) {});
+      case 4:
+        return AddString(*std::get_if<std::string>(&value));
+      case 8:
+        return AddArray(**std::get_if<PListArrayRef>(&value), depth + 1);
+      default:
+        break;
     }
-    const std::uint32_t* refs = m_refs.data() + object.firstRef;
-    for (std::uint32_t i = 0; i < object.refCount; ++i) {
-      out = PutBigEndian(out, refs[i], referenceSize);
-    }
-    return out;
+    std::uint64_t payload;
+    const std::size_t size = ScalarSize(value, payload);
+    m_cost += kNodeCost + payload;
+    const std::uint32_t index = Number();
+    if (char* out = NewObject(size)) PutScalar(value, out);
+    return index;
   }
 
-  static char* PutUTF8AsUTF16BigEndian(const std::string& text, char* out) {
-    std::string units;
-    units.reserve(2 * text.size());
-    AppendUTF8AsUTF16BigEndian(text, units);
-    std::memcpy(out, units.data(), units.size());
-    return out + units.size();
+  // Copies the objects again with references of `referenceSize` bytes.
+  void Relayout(std::size_t referenceSize) {
+    const std::size_t oldSize = m_referenceSize;
+    std::string out;
+    out.resize(m_used + m_refs.size() * referenceSize - m_refs.size() * oldSize +
+               m_offsets.size() * 8 + 32);
+    const char* const from = m_out.data();
+    char* to = &out[0];
+    std::memcpy(to, from, 8);
+    to += 8;
+    std::size_t copied = 8;  // of m_out
+    std::size_t next = 0;    // the first object not yet moved
+    for (const Container& container : m_containers) {
+      // The objects before the container, as they are; then its marker, and
+      // its references at the new size.
+      const std::size_t start = m_offsets[container.object];
+      const std::size_t end =
+          container.object + 1 < m_offsets.size() ? m_offsets[container.object + 1] : m_used;
+      const std::size_t shift = static_cast<std::size_t>(to - out.data()) - copied;
+      std::memcpy(to, from + copied, start - copied);
+      to += start - copied;
+      for (; next <= container.object; ++next) m_offsets[next] += shift;
+      const std::size_t marker = end - start - container.refCount * oldSize;
+      std::memcpy(to, from + start, marker);
+      to = PutNumbers(to + marker, m_refs.data() + container.firstRef, container.refCount,
+                      referenceSize);
+      copied = end;
+    }
+    const std::size_t shift = static_cast<std::size_t>(to - out.data()) - copied;
+    std::memcpy(to, from + copied, m_used - copied);
+    to += m_used - copied;
+    for (; next < m_offsets.size(); ++next) m_offsets[next] += shift;
+    m_used = static_cast<std::size_t>(to - out.data());
+    m_out.swap(out);
+    m_referenceSize = referenceSize;
   }
 
-  static char* WriteScalar(const PListValue& value, char* out) {
-    if (const PListInteger* integer = std::get_if<PListInteger>(&value)) {
-      const std::size_t size = IntegerSize(*integer);
-      *out++ = static_cast<char>(0x10 | ExponentOf(size));
-      if (size == 16) out = PutBigEndian(out, 0, 8);  // the high half of an unsigned value
-      return PutBigEndian(out, static_cast<std::uint64_t>(integer->bits), size == 16 ? 8 : size);
-    }
-    if (const PListReal* real = std::get_if<PListReal>(&value)) {
-      return PutDouble(out, 0x23, real->value);
-    }
-    if (const bool* boolean = std::get_if<bool>(&value)) {
-      *out++ = *boolean ? '\x09' : '\x08';
-      return out;
-    }
-    if (const PListData* data = std::get_if<PListData>(&value)) {
-      out = PutMarker(out, 0x4, data->size());
-      if (!data->empty()) std::memcpy(out, data->data(), data->size());
-      return out + data->size();
-    }
-    if (const PListDate* date = std::get_if<PListDate>(&value)) {
-      return PutDouble(out, 0x33, date->seconds);
-    }
-    const PListUid& uid = std::get<PListUid>(value);
-    const std::size_t size = SizeFor(uid.value);
-    *out++ = static_cast<char>(0x80 | (size - 1));
-    return PutBigEndian(out, uid.value, size);
-  }
-
-  std::vector<Object> m_objects;
-  std::vector<std::uint32_t> m_refs;
+  std::string m_out;  // the bytes; the first m_used written
+  std::size_t m_used = 0;
+  std::size_t m_referenceSize = 1;       // of the references written
+  std::vector<std::uint32_t> m_offsets;  // of each object, in number order
+  std::vector<std::uint32_t> m_refs;     // every container's references
+  std::vector<Container> m_containers;   // in number order
+  std::vector<TextKey> m_keys;           // the keys of the large dictionaries being walked
   StringTable m_strings;
-  std::uint64_t m_objectBytes = 0;  // the bytes of the objects, but for their references
-  std::uint64_t m_cost = 0;         // what reading the result will spend (PListLimits.h)
-  Code m_error = Code::kOk;         // why the tree cannot be written
+  std::string m_units;       // a string's UTF-16 form
+  std::uint64_t m_cost = 0;  // what reading the result will spend (PListLimits.h)
+  bool m_counting = false;   // too large: the walk only checks
+  Code m_error = Code::kOk;  // why the tree cannot be written
 };
 
 }  // namespace
 
-Status WriteBinaryPList(const PListDictionary& root, std::size_t expectedSize, std::string& bytes) {
-  return Writer().Write(root, expectedSize, bytes);
+Status WriteBinaryPList(const PListDictionary& root, std::string& bytes,
+                        const std::string& previous) {
+  return Writer().Write(root, previous, bytes);
 }
 
 }  // namespace mvcs

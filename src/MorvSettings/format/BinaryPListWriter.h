@@ -14,16 +14,19 @@ namespace mvcs {
 
 // Serialises `root` as a binary property list: equal strings (keys repeat
 // across dictionaries) written once, the smallest reference and offset
-// sizes. `expectedSize` is the size the result is likely to have (say, the
-// file's previous version), 0 when unknown; it only sizes the writer's
-// tables. On success `bytes` receives it and the result is OK; otherwise
-// `bytes` is untouched and the result is a refusal (step kSerialise) that
-// says why: kBadText for a string that is not tree text, kTooDeep for
-// containers nested deeper than kMaxNesting, kTooLarge for a result larger
-// than kMaxSettingsFileSize or one that ReadBinaryPropertyList would refuse
-// as expanding too much. What it writes, ReadBinaryPropertyList reads back
-// to an equal tree.
-Status WriteBinaryPList(const PListDictionary& root, std::size_t expectedSize, std::string& bytes);
+// sizes; the same tree always gives the same bytes. On success `bytes`
+// receives it and the result is OK; otherwise `bytes` is untouched and the
+// result is a refusal (step kSerialise) that says why: kBadText for a
+// string that is not tree text, kTooDeep for containers nested deeper than
+// kMaxNesting (whichever the walk, depth first in key order, meets first),
+// else kTooLarge for a result larger than kMaxSettingsFileSize or one that
+// ReadBinaryPropertyList would refuse as expanding too much. What it
+// writes, ReadBinaryPropertyList reads back to an equal tree. `previous`,
+// the bytes of the tree's earlier version (say, the file before this save)
+// when the caller has them, only saves the writer a count of the tree; the
+// bytes written are the same with or without it.
+Status WriteBinaryPList(const PListDictionary& root, std::string& bytes,
+                        const std::string& previous = std::string());
 
 }  // namespace mvcs
 

@@ -40,8 +40,8 @@ Status ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDict
 }
 
 Status WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes,
-                               std::size_t expectedSize) {
-  return WriteBinaryPList(root, expectedSize, bytes);
+                               const std::string& previous) {
+  return WriteBinaryPList(root, bytes, previous);
 }
 
 Status WriteXmlPropertyList(const PListDictionary& root, std::string& bytes) {

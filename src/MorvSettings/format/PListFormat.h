@@ -40,10 +40,10 @@ Status ParsePropertyList(const std::string& bytes, mvtl::RefCountedPtr<PListDict
 
 // Serialises the tree in the binary format, version 1.0. A refusal (step
 // kSerialise, with `bytes` untouched) when it cannot be written so as to be
-// read back: see WriteBinaryPList. `expectedSize` (the size of the file's
-// previous version, if known) only makes the writing faster.
+// read back: see WriteBinaryPList. `previous` (the bytes of the file's
+// earlier version, when known) only makes the writing faster.
 Status WriteBinaryPropertyList(const PListDictionary& root, std::string& bytes,
-                               std::size_t expectedSize = 0);
+                               const std::string& previous = std::string());
 
 // The same in the XML format, version 1.0 (for exporting settings). XML
 // cannot carry U+0000: a tree with a key or string holding one is refused
