@@ -14,6 +14,10 @@
 //                 same worst-case size each call; it opens its two
 //                 converters on every call too, and pivots through UTF-16
 //                 in small chunks
+//   ICU_fromUnicode_floor  UTF8ToCodePage only: ucnv_open, ucnv_fromUnicode
+//                 of the text already in UTF-16, ucnv_close, into a buffer
+//                 sized as the library sizes its own: the ICU half of the
+//                 library's route alone, with the UTF-8 step free
 
 #include <benchmark/benchmark.h>
 #include <unicode/ucnv.h>
@@ -21,6 +25,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "MorvString/MorvString.h"
 #include "TextCorpus.h"
@@ -66,6 +71,7 @@ struct Input {
   const char* codePage;
   std::string utf8;
   std::string bytes;
+  std::vector<UChar> utf16;
 };
 
 // ucnv_convert into a new buffer of 4 bytes an input byte (the library's
@@ -80,8 +86,20 @@ std::string IcuConvert(const char* to, const char* from, const std::string& sour
   return std::string(buffer.get(), length);
 }
 
+// The text as UTF-16, through ICU's own UTF-8 converter.
+std::vector<UChar> IcuUTF16(const std::string& utf8) {
+  std::vector<UChar> utf16(utf8.size() + 1);
+  UErrorCode error = U_ZERO_ERROR;
+  const int32_t length = ucnv_convert("UTF-16LE", "utf8", reinterpret_cast<char*>(utf16.data()),
+                                      static_cast<int32_t>(utf16.size() * sizeof(UChar)),
+                                      utf8.data(), static_cast<int32_t>(utf8.size()), &error);
+  if (U_FAILURE(error)) std::abort();
+  utf16.resize(static_cast<std::size_t>(length) / sizeof(UChar));
+  return utf16;
+}
+
 Input MakeInput(const char* codePage, const std::string& utf8) {
-  return Input{codePage, utf8, IcuConvert(codePage, "utf8", utf8)};
+  return Input{codePage, utf8, IcuConvert(codePage, "utf8", utf8), IcuUTF16(utf8)};
 }
 
 const Input& Western() {
@@ -162,6 +180,26 @@ void UTF8ToCodePageIcu(benchmark::State& state, const Input& (*input)()) {
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(in.utf8.size()));
 }
 
+void UTF8ToCodePageFromUnicodeFloor(benchmark::State& state, const Input& (*input)()) {
+  const Input& in = input();
+  for (auto _ : state) {
+    UErrorCode error = U_ZERO_ERROR;
+    UConverter* converter = ucnv_open(in.codePage, &error);
+    const std::size_t capacity =
+        in.utf16.size() * static_cast<std::size_t>(ucnv_getMaxCharSize(converter)) + 1;
+    std::unique_ptr<char[]> out(new char[capacity]);
+    char* target = out.get();
+    const UChar* source = in.utf16.data();
+    ucnv_fromUnicode(converter, &target, out.get() + capacity, &source,
+                     in.utf16.data() + in.utf16.size(), nullptr, true, &error);
+    ucnv_close(converter);
+    if (U_FAILURE(error)) state.SkipWithError("ucnv_fromUnicode failed");
+    benchmark::DoNotOptimize(target);
+    benchmark::DoNotOptimize(out.get());
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(in.utf8.size()));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -175,6 +213,7 @@ int main(int argc, char** argv) {
       {"CodePageToUTF8", "ICU_convert", CodePageToUTF8Icu},
       {"UTF8ToCodePage", "Morv", UTF8ToCodePageMorv},
       {"UTF8ToCodePage", "ICU_convert", UTF8ToCodePageIcu},
+      {"UTF8ToCodePage", "ICU_fromUnicode_floor", UTF8ToCodePageFromUnicodeFloor},
   };
   const struct {
     const char* name;
