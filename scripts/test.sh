@@ -35,9 +35,9 @@ echo "== thread sanitizer build (the multi-threaded and multi-process tests)"
 cmake -S . -B build-tsan -G Ninja -DMORV_WERROR=ON -DMORV_SANITIZE_THREAD=ON \
   -DMORV_BUILD_BENCHMARKS=OFF
 cmake --build build-tsan -j "$jobs" \
-  --target SettingsThreadsTest SettingsProcessesTest SettingsSaveStallTest
+  --target SettingsThreadsTest SettingsProcessesTest SettingsSaveStallTest StoreLockTest
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   ctest --test-dir build-tsan --output-on-failure -j "$jobs" \
-  -R '^(SettingsThreads|SettingsProcesses|SettingsSaveStall)\.'
+  -R '^(SettingsThreads|SettingsProcesses|SettingsSaveStall|StoreLock|StoreLockDeathTest)\.'
 
 echo "== all tests passed in every build"
