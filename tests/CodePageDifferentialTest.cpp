@@ -208,6 +208,30 @@ TEST(CodePageDifferential, IllFormedUTF8ToCodePageIsIcuAlone) {
   }
 }
 
+TEST(CodePageDifferential, LongTextsAreIcuAloneWhereverTheirCharactersFall) {
+  // Long well-formed texts, whose characters of every length fall on every
+  // byte offset around multiples of 8 KiB (the library converts long texts
+  // a piece at a time); ISO-2022-JP switches script at every character, so
+  // that its escapes make the result longer than 4 bytes a unit and the
+  // conversion stops where the room ends; UTF-16 writes its byte order mark
+  // once.
+  const std::string characters[] = {"a", "\xC3\xA9", "\xE6\x97\xA5", "\xF0\x9F\x98\x80"};
+  for (const std::string& character : characters) {
+    for (std::size_t lead = 0; lead < 4; ++lead) {
+      std::string text(8192 - lead, 'x');
+      while (text.size() < 3 * 8192 + 7) text += character;
+      ExpectSameToCodePage(text);
+    }
+  }
+  std::string switching;
+  while (switching.size() < 40000)
+    switching +=
+        "\xE6\x97\xA5"
+        "a";
+  ExpectSameToCodePage(switching);
+  ExpectSameToCodePage(corpus::Cjk(30000) + corpus::Accented(30000) + corpus::Cjk(30000));
+}
+
 TEST(CodePageDifferential, MixedIllFormedClassesAreIcuAlone) {
   std::string mixed = "x";
   for (const std::string& bad : IllFormedSequences()) mixed += bad + "\xC3\xA9\xE6\x97\xA5";

@@ -144,6 +144,44 @@ void TextToCodePage(const char* name, const char* from, const char* text, unsign
   delete[] units;
 }
 
+// UnicodeToCodePage of the UTF-16 form of `n` bytes of well-formed UTF-8
+// holding `unitCount` units, decoded a slice at a time into a small buffer
+// that stays in the cache instead of into one array of the whole text.
+// Slices end on character boundaries, and ICU's converters give the same
+// bytes for input given in pieces (without flush until the last) as for
+// the whole at once: that is how ucnv_convert itself works. The output
+// array and its room (4 * unitCount + 1, where a conversion that needs
+// more stops) are UnicodeToCodePage's.
+void WellFormedUTF8ToCodePage(const char* name, const unsigned char* bytes, std::size_t n,
+                              std::size_t unitCount, char** out, unsigned long* outLength) {
+  UCNVLibrary* library = UCNVLibrary::instance();
+  UConverter* converter = OpenConverter(library, name);
+  if (converter == nullptr) {
+    *outLength = 0;
+    return;
+  }
+  const unsigned long room = 4 * static_cast<unsigned long>(unitCount) + 1;
+  char* const result = new char[room];
+  char* target = result;
+  const char* const targetLimit = result + room - 1;
+  constexpr std::size_t kSliceBytes = 8192;
+  unsigned short slice[kSliceBytes + pivot::kDecodeSlack];
+  UErrorCode error = U_ZERO_ERROR;
+  for (std::size_t begin = 0; begin < n && error != U_BUFFER_OVERFLOW_ERROR;) {
+    std::size_t end = n - begin <= kSliceBytes ? n : begin + kSliceBytes;
+    while (end < n && (bytes[end] & 0xC0) == 0x80) --end;  // a character's start
+    const unsigned short* units = slice;
+    const unsigned short* unitsEnd = pivot::DecodeWellFormedUTF8(bytes + begin, end - begin, slice);
+    library->UCNV_fromUnicode(converter, &target, targetLimit, &units, unitsEnd, nullptr,
+                              end == n ? 1 : 0, &error);
+    begin = end;
+  }
+  *target = 0;
+  *out = result;
+  *outLength = static_cast<unsigned long>(target - result);
+  library->UCNV_close(converter);
+}
+
 }  // namespace
 
 bool IsCodePageAvailable(const char* name) {
@@ -194,9 +232,7 @@ void UTF8ToCodePage(const char* name, const std::string& text, char** out,
   if (name != nullptr && !text.empty() && out != nullptr && *out == nullptr &&
       outLength != nullptr && FitsOutputSize(text.size()) && UTF8ConverterOpens() &&
       pivot::MeasureWellFormedUTF8(bytes, text.size(), &unitCount)) {
-    std::unique_ptr<unsigned short[]> units(new unsigned short[unitCount + pivot::kDecodeSlack]);
-    pivot::DecodeWellFormedUTF8(bytes, text.size(), units.get());
-    UnicodeToCodePage(name, units.get(), unitCount, out, outLength);
+    WellFormedUTF8ToCodePage(name, bytes, text.size(), unitCount, out, outLength);
     return;
   }
   TextToCodePage(name, kUTF8Converter, text.data(), text.size(), out, outLength);
