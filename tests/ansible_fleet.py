@@ -37,19 +37,25 @@ SKIPPED = 77
 SERVER = "MorvMediaServer"
 PLAYER = "MorvPlayer"
 
-SITE = """
+# Every playbook's play: the fleet, each host with its own settings folders.
+PLAY = """
 - hosts: fleet
   gather_facts: false
   environment:
     XDG_CONFIG_HOME: "{{ xdg_home }}"
     XDG_CONFIG_DIRS: "{{ xdg_dirs }}"
-  tasks:
+  tasks:"""
+
+# The task that sets the server's port.
+PORT_TASK = """
     - name: The server's port
       morv.settings.setting:
         product: MorvMediaServer
         key: Network/HttpPort
         type: int
-        value: 32400
+        value: %d"""
+
+SITE = PLAY + PORT_TASK % 32400 + """
     - name: Where the installer put the server
       morv.settings.setting:
         product: MorvMediaServer
@@ -69,36 +75,11 @@ SITE = """
         prune: true
 """
 
-PORT = """
-- hosts: fleet
-  gather_facts: false
-  environment:
-    XDG_CONFIG_HOME: "{{ xdg_home }}"
-    XDG_CONFIG_DIRS: "{{ xdg_dirs }}"
-  tasks:
-    - name: The server's port
-      morv.settings.setting:
-        product: MorvMediaServer
-        key: Network/HttpPort
-        type: int
-        value: 8080
-"""
+PORT = PLAY + PORT_TASK % 8080
 
 # Changes the port, reads it and the install path back, then removes the
 # port (twice: the second time there is nothing to remove).
-CHANGE = """
-- hosts: fleet
-  gather_facts: false
-  environment:
-    XDG_CONFIG_HOME: "{{ xdg_home }}"
-    XDG_CONFIG_DIRS: "{{ xdg_dirs }}"
-  tasks:
-    - name: The server's port
-      morv.settings.setting:
-        product: MorvMediaServer
-        key: Network/HttpPort
-        type: int
-        value: 8080
+CHANGE = PLAY + PORT_TASK % 8080 + """
     - name: Read the port
       morv.settings.setting:
         product: MorvMediaServer
@@ -135,13 +116,7 @@ CHANGE = """
         success_msg: "READ {{ inventory_hostname }} {{ port.kind }} {{ port.value }} {{ install_path.value }}"
 """
 
-BAD = """
-- hosts: fleet
-  gather_facts: false
-  environment:
-    XDG_CONFIG_HOME: "{{ xdg_home }}"
-    XDG_CONFIG_DIRS: "{{ xdg_dirs }}"
-  tasks:
+BAD = PLAY + """
     - name: A port that is not a number
       morv.settings.setting:
         product: MorvMediaServer
