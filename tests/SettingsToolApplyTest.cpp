@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Plistlib.h"
 #include "ProcessRunner.h"
 #include "SettingsSandbox.h"
 #include "SettingsToolFixture.h"
@@ -177,6 +178,24 @@ TEST_F(SettingsToolApply, EveryKindIsComparedExactly) {
   EXPECT_FALSE(VersionOf(UserFile("P")) == version);
 }
 
+TEST_F(SettingsToolApply, WhatReadJsonPrintsOfEveryKindAppliesWithoutAChange) {
+  // plistlib's fixture: every kind of entry, and names holding U+0000.
+  sandbox::WriteFile(UserFile("Product"), "");
+  ASSERT_EQ(plistlib::WriteFixture("binary-zero", UserFile("Product")), 0);
+  const std::string json = Read("Product");
+  const std::string before = sandbox::ReadFile(UserFile("Product"));
+  const FileVersion version = VersionOf(UserFile("Product"));
+  EXPECT_EQ(Apply({"--json", "--prune"}, json, "Product"), "{\"changed\":false,\"changes\":[]}\n");
+  // A removal of an entry whose name holds U+0000, which the node's
+  // operations cannot name, changes nothing.
+  Fails({"apply", "--prune", "Product", JsonFile("{}")}, 1,
+        "cannot remove \"key\\x00with zero\" from the settings of product \"Product\": the "
+        "settings interface cannot name it (an empty name, or one holding /, \\ or U+0000); "
+        "nothing was changed");
+  EXPECT_EQ(sandbox::ReadFile(UserFile("Product")), before);
+  EXPECT_EQ(VersionOf(UserFile("Product")), version);
+}
+
 TEST_F(SettingsToolApply, CheckReportsWhatWouldChangeAndChangesNothing) {
   WriteSample();
   Ok({"write", "P", "Old/Gone", "int", "1"});
@@ -259,13 +278,12 @@ TEST_F(SettingsToolApply, AFileThatIsNotANodesJsonChangesNothing) {
   FailsWithNothingChanged("{\"Name\":\"x\",\"Network\":{\"a/b\":1}}",
                           file +
                               " names an entry \"a/b\" (below \"Network\"), which no key path "
-                              "reaches: a name may not be empty nor hold /, \\ or U+0000; "
-                              "nothing was changed");
+                              "reaches: a name may not be empty nor hold / or \\; nothing was "
+                              "changed");
   FailsWithNothingChanged("{\"Name\":\"x\",\"\":1}",
                           file +
                               " names an entry \"\" (below \"\"), which no key path reaches: a "
-                              "name may not be empty nor hold /, \\ or U+0000; nothing was "
-                              "changed");
+                              "name may not be empty nor hold / or \\; nothing was changed");
   EXPECT_EQ(Read(), std::string(kSample) + "\n");
 }
 

@@ -58,11 +58,34 @@ void Report(Plan& plan, mvcs::SettingsChange::Type type, const KeyPath& path,
   plan.changes.push_back(change);
 }
 
+// Whether a name is one that FILE may use: not empty, and without "/" or
+// "\" (which key paths, and so the report, take as separators).
+bool Nameable(const std::string& name) {
+  return !name.empty() && name.find_first_of("/\\") == std::string::npos;
+}
+
+// Removes the entry at `path` with the rest of the plan: throws, before
+// anything changes, when a node's operations cannot name it (a name that
+// holds U+0000 ends there for them; another program may have written one).
+void Remove(const SettingsTarget& target, const KeyPath& path, Plan& plan) {
+  for (const std::string& name : path) {
+    if (!Nameable(name) || name.find('\0') != std::string::npos) {
+      // The path as values are shown: a message ends at its first U+0000.
+      throw Failure("cannot remove " + FormatQuoted(Value(JoinKeyPath(path))) + " from " +
+                    target.Describe() +
+                    ": the settings interface cannot name it (an empty name, or one holding /, "
+                    "\\ or U+0000); nothing was changed");
+    }
+  }
+  plan.removals.push_back(path);
+}
+
 // Compares the key at `path` as it is (`now`, a dictionary) with what it is
 // to be (`wanted`): adds what differs to the plan, and the entries to store
 // to `merge` (the dictionary that goes in at `path`).
-void Compare(const KeyPath& path, const mvcs::SettingsValue& now, const mvcs::SettingsValue& wanted,
-             bool prune, mvcs::SettingsValue& merge, Plan& plan) {
+void Compare(const SettingsTarget& target, const KeyPath& path, const mvcs::SettingsValue& now,
+             const mvcs::SettingsValue& wanted, bool prune, mvcs::SettingsValue& merge,
+             Plan& plan) {
   std::set<std::string> names;
   for (const mvcs::SettingsEntry& entry : now.entries) names.insert(entry.name);
   for (const mvcs::SettingsEntry& entry : wanted.entries) names.insert(entry.name);
@@ -73,7 +96,7 @@ void Compare(const KeyPath& path, const mvcs::SettingsValue& now, const mvcs::Se
     if (after == nullptr) {
       if (prune) {
         Report(plan, mvcs::SettingsChange::REMOVED, at, before, nullptr);
-        plan.removals.push_back(at);
+        Remove(target, at, plan);
       }
       continue;
     }
@@ -82,7 +105,7 @@ void Compare(const KeyPath& path, const mvcs::SettingsValue& now, const mvcs::Se
     if (keyWanted && (keyThere || before == nullptr) && (keyThere || !after->entries.empty())) {
       // A key into a key (or a missing one): entry by entry.
       mvcs::SettingsEntry below = {name, EmptyKey()};
-      Compare(at, keyThere ? *before : EmptyKey(), *after, prune, below.value, plan);
+      Compare(target, at, keyThere ? *before : EmptyKey(), *after, prune, below.value, plan);
       if (!below.value.entries.empty()) merge.entries.push_back(below);
       continue;
     }
@@ -90,7 +113,7 @@ void Compare(const KeyPath& path, const mvcs::SettingsValue& now, const mvcs::Se
       Report(plan, mvcs::SettingsChange::ADDED, at, nullptr, after);
     } else if (!mvcs::SameSettingsValue(*before, *after)) {
       Report(plan, mvcs::SettingsChange::CHANGED, at, before, after);
-      if (keyThere) plan.removals.push_back(at);  // a value replaces the key
+      if (keyThere) Remove(target, at, plan);  // a value replaces the key
     } else {
       continue;
     }
@@ -98,18 +121,16 @@ void Compare(const KeyPath& path, const mvcs::SettingsValue& now, const mvcs::Se
   }
 }
 
-// Throws unless every name of a key in `node` (a dictionary) is one a key
-// path reaches: not empty, without "/" or "\" (separators) and U+0000
-// (where a name ends for the typed operations).
+// Throws unless every name in `node` (a dictionary) and in the keys in it
+// is one that FILE may use (see Nameable).
 void CheckNames(const mvcs::SettingsValue& node, const KeyPath& path, const std::string& source) {
   for (const mvcs::SettingsEntry& entry : node.entries) {
     const KeyPath at = Below(path, entry.name);
-    if (entry.name.empty() ||
-        entry.name.find_first_of(std::string("/\\\0", 3)) != std::string::npos) {
+    if (!Nameable(entry.name)) {
       throw Failure(source + " names an entry " + Quoted(entry.name) + " (below " +
                     Quoted(JoinKeyPath(path)) +
-                    "), which no key path reaches: a name may not be empty nor hold /, \\ or "
-                    "U+0000; nothing was changed");
+                    "), which no key path reaches: a name may not be empty nor hold / or \\; "
+                    "nothing was changed");
     }
     if (entry.value.kind == mvcs::MORVVALUEKIND_DICTIONARY) CheckNames(entry.value, at, source);
   }
@@ -140,8 +161,9 @@ void Carry(const SettingsTarget& target, const Plan& plan, const std::string& so
     const Node& holder = holders.back();
     if (!holder || !holder->Delete(path.back())) {
       mvcs::DiscardSettingsChanges(node.Get());
-      throw Failure("cannot remove " + Quoted(JoinKeyPath(path)) + " from " + target.Describe() +
-                    " " + target.DescribeFiles() + "; nothing was changed");
+      // The path as values are shown: a message ends at its first U+0000.
+      throw Failure("cannot remove " + FormatQuoted(Value(JoinKeyPath(path))) + " from " +
+                    target.Describe() + " " + target.DescribeFiles() + "; nothing was changed");
     }
   }
   if (!plan.merge.entries.empty()) {
@@ -189,7 +211,7 @@ void ApplyCommand(const SettingsTarget& target, const std::string& file,
   CheckWritable(target);
   Plan plan;
   plan.merge = EmptyKey();
-  Compare({}, Current(target), wanted, options.prune, plan.merge, plan);
+  Compare(target, {}, Current(target), wanted, options.prune, plan.merge, plan);
   if (!plan.changes.empty()) Carry(target, plan, source, options.check);
   Print(plan, options, out);
 }

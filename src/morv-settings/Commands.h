@@ -66,8 +66,9 @@ struct ApplyOptions {
 // when nothing differs, nothing is written. The whole of `file` is checked
 // before anything is stored: JSON that is not a node's, a name that no key
 // path reaches ("", or holding / or \), or what a settings file cannot
-// hold fail with nothing changed, as does a save that fails (another
-// program holding the lock for too long, say).
+// hold fail with nothing changed, as do a removal of an entry whose name
+// holds U+0000 (which the node's operations cannot name) and a save that
+// fails (another program holding the lock for too long, say).
 // Reports each changed entry (PrintChangeLines of ChangeReport.h: with
 // values when `diff`), nothing when none; with `json`, one object:
 // {"changed": BOOL, "changes": [ChangeJson + "oldKind", "newKind"]}, the
