@@ -2,6 +2,7 @@
 // those of a JSON file, storing only what differs, in one save.
 
 #include <iterator>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -34,12 +35,18 @@ mvcs::SettingsValue EmptyKey() {
   return key;
 }
 
-// The entry `name` of the dictionary `node`, or null.
-const mvcs::SettingsValue* Find(const mvcs::SettingsValue& node, const std::string& name) {
-  for (const mvcs::SettingsEntry& entry : node.entries) {
-    if (entry.name == name) return &entry.value;
-  }
-  return nullptr;
+// The entries of the dictionary `node` by name.
+typedef std::map<std::string, const mvcs::SettingsValue*> Entries;
+Entries EntriesOf(const mvcs::SettingsValue& node) {
+  Entries entries;
+  for (const mvcs::SettingsEntry& entry : node.entries) entries[entry.name] = &entry.value;
+  return entries;
+}
+
+// The entry `name` of `entries`, or null.
+const mvcs::SettingsValue* Find(const Entries& entries, const std::string& name) {
+  const auto found = entries.find(name);
+  return found == entries.end() ? nullptr : found->second;
 }
 
 KeyPath Below(const KeyPath& path, const std::string& name) {
@@ -86,12 +93,14 @@ void Remove(const SettingsTarget& target, const KeyPath& path, Plan& plan) {
 void Compare(const SettingsTarget& target, const KeyPath& path, const mvcs::SettingsValue& now,
              const mvcs::SettingsValue& wanted, bool prune, mvcs::SettingsValue& merge,
              Plan& plan) {
+  const Entries nowEntries = EntriesOf(now);
+  const Entries wantedEntries = EntriesOf(wanted);
   std::set<std::string> names;
-  for (const mvcs::SettingsEntry& entry : now.entries) names.insert(entry.name);
-  for (const mvcs::SettingsEntry& entry : wanted.entries) names.insert(entry.name);
+  for (const auto& entry : nowEntries) names.insert(entry.first);
+  for (const auto& entry : wantedEntries) names.insert(entry.first);
   for (const std::string& name : names) {
-    const mvcs::SettingsValue* before = Find(now, name);
-    const mvcs::SettingsValue* after = Find(wanted, name);
+    const mvcs::SettingsValue* before = Find(nowEntries, name);
+    const mvcs::SettingsValue* after = Find(wantedEntries, name);
     const KeyPath at = Below(path, name);
     if (after == nullptr) {
       if (prune) {
@@ -191,8 +200,9 @@ void Print(const Plan& plan, const ApplyOptions& options, std::ostream& out) {
                            {"changes", nlohmann::json::array()}};
   for (const mvcs::SettingsChange& change : plan.changes) {
     nlohmann::json item = ChangeJson(change);
-    if (change.type != mvcs::SettingsChange::ADDED)
+    if (change.type != mvcs::SettingsChange::ADDED) {
       item["oldKind"] = KindName(change.oldValue.kind);
+    }
     if (change.type != mvcs::SettingsChange::REMOVED) {
       item["newKind"] = KindName(change.newValue.kind);
     }
