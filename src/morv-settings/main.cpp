@@ -236,7 +236,8 @@ Command AddApply(CLI::App& app, Options& options) {
       "name, and a key a value. FILE is checked whole first: when it is not a\n"
       "node's JSON, or the save fails, nothing is changed (exit status 1).\n"
       "Prints one line per change, as watch does (with the values with --diff),\n"
-      "and nothing when nothing differs; the exit status is 0 either way.");
+      "and nothing when nothing differs; the exit status is then 0, whether anything\n"
+      "changed or not.");
   return {apply, [&options] {
             options.apply.json = options.json;
             morv_tool::ApplyCommand(Target(options), options.file, options.apply, std::cout);
