@@ -16,6 +16,7 @@ packages=(
   nlohmann-json3-dev                 # morv-settings' JSON
   scdoc man-db                       # morv-settings' manual page: made, and read in its test
   python3                            # plistlib, an independent reader in the tests
+  ansible-core                       # the Ansible collection's fleet test (ansible-playbook, ansible-doc)
 )
 
 missing=()

@@ -374,6 +374,37 @@ TEST_F(SettingsProcesses, AToolImportWhoseSaveTimesOutLeavesTheFileAsItWas) {
   ExpectNoChangeWhenTheLockIsHeld({"import", "Locked", list});
 }
 
+TEST_F(SettingsProcesses, AToolApplyWhoseSaveTimesOutLeavesTheFileAsItWas) {
+  const std::string json = m_root + "/apply.json";
+  sandbox::WriteFile(json, "{\"before\":5,\"during\":{\"a\":2}}");
+  ExpectNoChangeWhenTheLockIsHeld({"apply", "--prune", "Locked", json});
+}
+
+TEST_F(SettingsProcesses, KeysThatSeveralProcessesImportAtOnceMerge) {
+  // Each process imports the same new keys with entries of its own: the
+  // keys that each made merge with those that the others made.
+  const int writers = 6;
+  std::vector<std::vector<std::string>> programs;
+  for (int w = 0; w < writers; ++w) {
+    const std::string n = std::to_string(w);
+    const std::string json = m_root + "/import" + n + ".json";
+    sandbox::WriteFile(json,
+                       "{\"Made\":{\"v" + n + "\":" + n + ",\"Deeper\":{\"d" + n + "\":true}}}");
+    programs.push_back({MORV_SETTINGS_TOOL, "import", "--json", "Merged", json});
+  }
+  for (const process::Result& result : process::RunTogether(programs)) {
+    EXPECT_EQ(result.exitStatus, 0) << result.errorOutput;
+  }
+  std::string deeper, values;
+  for (int w = 0; w < writers; ++w) {
+    const std::string n = std::to_string(w);
+    deeper += std::string(w == 0 ? "" : ",") + "\"d" + n + "\":true";
+    values += ",\"v" + n + "\":" + n;
+  }
+  const process::Result read = process::Run({MORV_SETTINGS_TOOL, "read", "--json", "Merged"});
+  EXPECT_EQ(read.output, "{\"Made\":{\"Deeper\":{" + deeper + "}" + values + "}}\n");
+}
+
 TEST_F(SettingsProcesses, TheSettingsToolRunBySeveralProcessesLosesNothing) {
   const int writers = 6, count = 15;
   std::vector<std::vector<std::string>> programs;

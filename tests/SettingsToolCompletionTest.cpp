@@ -69,10 +69,11 @@ TEST_F(SettingsToolCompletion, CommandsAreTheProgramsCommands) {
       break;
     }
   }
-  EXPECT_EQ(commands, "read\nwrite\ndelete\nlist\nexport\nimport\nwhere\nwatch\nproducts\n");
+  EXPECT_EQ(commands, "read\nwrite\ndelete\nlist\nexport\nimport\napply\nwhere\nwatch\nproducts\n");
   EXPECT_EQ(Candidates({""}), commands + "--help\n--version\n");
   EXPECT_EQ(Candidates({"w"}), "write\nwhere\nwatch\n");
   EXPECT_EQ(Candidates({"pro"}), "products\n");
+  EXPECT_EQ(Candidates({"ap"}), "apply\n");
 }
 
 TEST_F(SettingsToolCompletion, OptionsOfEachCommand) {
@@ -82,6 +83,7 @@ TEST_F(SettingsToolCompletion, OptionsOfEachCommand) {
   EXPECT_EQ(Candidates({"export", "--format", ""}), "xml\nbinary\n");
   EXPECT_EQ(Candidates({"watch", "--j"}), "--json\n");
   EXPECT_EQ(Candidates({"import", "--"}), "--help\n--installer\n--json\n");
+  EXPECT_EQ(Candidates({"apply", "--"}), "--help\n--installer\n--prune\n--check\n--diff\n--json\n");
 }
 
 TEST_F(SettingsToolCompletion, TypesAreTheProgramsTypes) {

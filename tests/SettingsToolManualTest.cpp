@@ -55,13 +55,13 @@ TEST_F(SettingsToolManual, NamesEveryCommandAndOption) {
       break;
     }
   }
-  ASSERT_EQ(commands.size(), 9u);
+  ASSERT_EQ(commands.size(), 10u);
   for (const std::string& command : commands) {
     EXPECT_NE(page.find("\n       morv-settings " + command + " "), std::string::npos) << command;
     EXPECT_NE(page.find("\n       " + command + " "), std::string::npos) << command;
   }
   for (const char* option : {"--installer", "-t, --type", "-f, --file", "--format", "--json",
-                             "-h, --help", "--version"}) {
+                             "-h, --help", "--version", "--prune", "--check", "--diff"}) {
     // Each option has an entry of its own: a line of its own, then its text.
     EXPECT_NE(page.find(std::string("\n       ") + option), std::string::npos) << option;
   }

@@ -71,7 +71,7 @@ TEST_F(SettingsTool, NoCommandIsAUsageError) {
 TEST_F(SettingsTool, UnknownCommandIsAUsageError) {
   Fails({"remove", "P"}, 2,
         "unknown command \"remove\" (the commands are read, write, delete, list, export, "
-        "import, where, watch, products)\nRun morv-settings --help for more information.");
+        "import, apply, where, watch, products)\nRun morv-settings --help for more information.");
 }
 
 TEST_F(SettingsTool, MissingArgumentsAndUnknownOptionsAreUsageErrors) {

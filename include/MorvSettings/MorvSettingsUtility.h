@@ -204,7 +204,9 @@ enum MORVIMPORTRESULT {
 // dictionary: each dictionary of the list merges into the child key of its
 // name (made when missing, replacing a value of that name), every other
 // entry replaces the entry of its name. Entries the list does not name are
-// kept. The change is written when the node closes (or by SaveSettings).
+// kept. A key it makes where there was none merges, at the save, with a key
+// of that name that another process made meanwhile. The change is written
+// when the node closes (or by SaveSettings).
 // On any result but MORVIMPORT_OK nothing has changed.
 MORVSETTINGS_API MORVIMPORTRESULT ImportSettings(IMorvSettings* node, const std::string& bytes);
 

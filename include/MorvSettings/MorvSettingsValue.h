@@ -62,8 +62,11 @@ MORVSETTINGS_API bool ReadSettingsTree(IMorvSettings* node, bool withFallback, S
 // Merges the DICTIONARY value `tree` into the node's own dictionary, as
 // ImportSettings merges a property list: dictionaries into the child keys
 // of their names, every other entry replacing the entry of its name,
-// entries it does not name kept. The change is written when the node
-// closes (or by SaveSettings). Keys and strings may hold U+0000: the tree
+// entries it does not name kept. A key it makes where there was none
+// merges, at the save, with a key of that name that another process made
+// meanwhile (as keys that a creating scope makes do). The change is
+// written when the node closes (or by SaveSettings). Keys and strings may
+// hold U+0000: the tree
 // goes in whole, as ReadSettingsTree gives it. MORVIMPORT_NOT_A_SETTINGS_FILE
 // when `tree` is not a dictionary or holds what a settings file cannot
 // (a key or string that is not well-formed UTF-8, NONE values, a

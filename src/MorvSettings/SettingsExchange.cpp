@@ -40,8 +40,12 @@ void ForEveryPath(const PListDictionary& dictionary, KeyPath& path, Changed& cha
 // name, every other entry replacing. `from` is a freshly parsed tree that
 // nothing else holds, so its dictionaries can be taken over as they are.
 // Calls changed(path, replaced) for the path (below `into`) of every entry
-// it sets (replaced) or merges into (not replaced), and of every entry
-// inside a dictionary that comes in whole.
+// it sets over another (replaced), merges into or makes where there was
+// none (not replaced), and of every entry inside a dictionary that comes
+// in whole. A dictionary made where there was nothing is a key made, as a
+// store through a scope that creates makes one: when another process made
+// the same key meanwhile, a save merges the two instead of dropping the
+// other's entries.
 template <class Changed>
 void Merge(PListDictionary& into, const PListDictionary& from, KeyPath& path, Changed& changed) {
   for (const auto& entry : from.GetEntries()) {
@@ -53,7 +57,7 @@ void Merge(PListDictionary& into, const PListDictionary& from, KeyPath& path, Ch
       changed(path, false);
       Merge(*target, *incoming, path, changed);
     } else {
-      changed(path, true);
+      changed(path, incoming == nullptr || existing != nullptr);
       into.Set(entry.first, entry.second);
       if (incoming != nullptr) ForEveryPath(*incoming, path, changed);
     }

@@ -10,6 +10,7 @@
 #include <set>
 #include <vector>
 
+#include "CommandSupport.h"
 #include "JsonValues.h"
 #include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvSettings/MorvSettingsValue.h"
@@ -26,18 +27,6 @@ std::string Where(const SettingsTarget& target, const std::string& key) {
   return Quoted(key) + " in " + target.Describe();
 }
 
-ToolError NotFound(const SettingsTarget& target, const std::string& key) {
-  if (key.empty()) {
-    return Failure("nothing is stored in " + target.Describe() + " " + target.DescribeFiles());
-  }
-  return Failure("there is no " + Where(target, key) + " " + target.DescribeFiles());
-}
-
-// "the per-user file <path>" or "the shared file <path>".
-std::string FileLabel(const SettingsTarget& target, const std::string& path) {
-  return (path == target.SharedFile() ? "the shared file " : "the per-user file ") + path;
-}
-
 // A delete of a whole node that did not happen: nothing on disk changed.
 // The node's delete tells only errno, so the file is the one that changes
 // go to (saves through SaveSettings name the file that failed themselves).
@@ -50,24 +39,6 @@ ToolError NotWritten(const SettingsTarget& target, int reason) {
     message += std::string(": ") + std::strerror(reason);
   }
   return Failure(message + "; nothing was changed");
-}
-
-// Writes the node's changes now, or drops them and throws (so that the
-// release of the node writes nothing later, when the failure was a lock
-// that is free by then); says on standard error which unreadable file the
-// save kept aside, and where.
-void Save(const SettingsTarget& target, const Node& node) {
-  const mvcs::SaveResult result = mvcs::SaveSettings(node.Get());
-  for (const std::string& aside : result.GetMovedAside()) {
-    const std::string original = aside.substr(0, aside.rfind(".unreadable-"));
-    std::cerr << "morv-settings: " << FileLabel(target, original) << " could not be read ("
-              << mvcs::DescribeSettingsFileState(mvcs::GetSettingsFileState(aside))
-              << "); it was kept aside as " << aside << "\n";
-  }
-  if (!result) {
-    mvcs::DiscardSettingsChanges(node.Get());
-    throw Failure(result.GetMessage() + "; nothing was changed");
-  }
 }
 
 const ValueType& RequireType(const std::string& name) {
@@ -129,36 +100,6 @@ void PrintTree(mvcs::IMorvSettings& node, const std::string& indent, std::ostrea
   }
 }
 
-// What stops a command from using a settings file: nothing, or a problem
-// that a write keeps aside, or one that no write gets past.
-struct FileCheck {
-  std::string problem;  // "" when the file can be used (or is not there)
-  bool blocksWrites = false;
-};
-
-// Why a settings file that is there cannot be used, and what becomes of it.
-FileCheck CheckFile(const SettingsTarget& target, const std::string& path) {
-  FileCheck check;
-  if (path.empty()) return check;
-  const mvcs::MORVFILESTATE state = mvcs::GetSettingsFileState(path);
-  if (state == mvcs::MORVFILE_MISSING || state == mvcs::MORVFILE_READABLE) return check;
-  const bool seen = Exists(path);
-  check.problem = FileLabel(target, path) +
-                  (seen ? " exists but cannot be read (" : " cannot be read (") +
-                  mvcs::DescribeSettingsFileState(state) + ")";
-  if (state == mvcs::MORVFILE_NOT_A_FILE || state == mvcs::MORVFILE_UNREADABLE) {
-    check.problem += "; no write can replace it";
-    check.blocksWrites = true;
-  } else if (!seen || !FolderIsWritable(path)) {
-    check.problem += "; no write can keep it aside (its folder cannot be changed)";
-    check.blocksWrites = true;
-  } else {
-    check.problem += "; the next write keeps it aside as " + path +
-                     ".unreadable-XXXXXX and starts the file afresh";
-  }
-  return check;
-}
-
 // The files a command on `target` reads: the one changes go to and, for a
 // product's own settings, the shared file with its defaults.
 std::vector<std::string> FilesRead(const SettingsTarget& target) {
@@ -173,14 +114,6 @@ void CheckReadable(const SettingsTarget& target, const std::vector<std::string>&
     const FileCheck check = CheckFile(target, file);
     if (!check.problem.empty()) throw Failure(check.problem + outcome);
   }
-}
-
-// Throws, before anything is changed, when the file that changes go to is
-// there but cannot be read and a save could not keep it aside. One that
-// can be kept aside is, by the save, which Save() then reports.
-void CheckWritable(const SettingsTarget& target) {
-  const FileCheck check = CheckFile(target, target.OwnFile());
-  if (check.blocksWrites) throw Failure(check.problem + "; nothing was changed");
 }
 
 // For an entry that the per-user file lacks but the product reads from the
@@ -392,41 +325,15 @@ void ExportCommand(const SettingsTarget& target, const std::string& format,
 
 void ImportCommand(const SettingsTarget& target, const std::string& file, bool json) {
   const std::string bytes = ReadInput(file);
-  const std::string source = file == "-" ? std::string("standard input") : file;
+  const std::string source = SourceName(file);
   mvcs::SettingsValue tree;
-  if (json) {
-    // What read --json prints: the product's node as one JSON object.
-    nlohmann::json parsed = nlohmann::json::parse(bytes, nullptr, false);
-    std::string error;
-    if (parsed.is_discarded()) {
-      throw Failure(source + " is not JSON; nothing was changed");
-    }
-    if (!parsed.is_object() || !FromJson(parsed, tree, error) ||
-        tree.kind != mvcs::MORVVALUEKIND_DICTIONARY) {
-      throw Failure(source + " is not the JSON of a settings node (as read --json prints it)" +
-                    (error.empty() ? std::string() : ": " + error) + "; nothing was changed");
-    }
-  }
+  if (json) tree = ReadJsonNode(bytes, source);
   CheckWritable(target);
   Node node = target.Open({}, Access::kWrite);
   if (!node) throw NotFound(target, "");
-  switch (json ? mvcs::WriteSettingsTree(node.Get(), tree)
-               : mvcs::ImportSettings(node.Get(), bytes)) {
-    case mvcs::MORVIMPORT_OK:
-      break;
-    case mvcs::MORVIMPORT_NOT_A_SETTINGS_FILE:
-      throw Failure(source +
-                    (json ? std::string(" holds what a settings file cannot (text that is "
-                                        "not well-formed UTF-8)")
-                          : std::string(" is not a property list with a dictionary at its root "
-                                        "that the settings store can read")) +
-                    "; nothing was changed");
-    case mvcs::MORVIMPORT_TOO_DEEP:
-      throw Failure(source + " nests too deep to go into " + target.Describe() +
-                    " (a settings file nests at most 128 levels); nothing was changed");
-    default:
-      throw NotFound(target, "");
-  }
+  const mvcs::MORVIMPORTRESULT result =
+      json ? mvcs::WriteSettingsTree(node.Get(), tree) : mvcs::ImportSettings(node.Get(), bytes);
+  if (result != mvcs::MORVIMPORT_OK) throw MergeFailure(target, result, source, json);
   Save(target, node);
 }
 

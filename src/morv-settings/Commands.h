@@ -47,6 +47,36 @@ void ExportCommand(const SettingsTarget& target, const std::string& format,
 // With `json`, the file holds what read --json printed for a node.
 void ImportCommand(const SettingsTarget& target, const std::string& file, bool json);
 
+// How apply works and reports (see ApplyCommand).
+struct ApplyOptions {
+  bool prune = false;  // also remove the entries that the file does not name
+  bool check = false;  // change nothing; report what would change
+  bool diff = false;   // show old and new values in the lines of text
+  bool json = false;   // report as one JSON object
+};
+
+// Makes the product's entries in the file that changes go to (its node in
+// the per-user file, or the installer record in the shared file) equal,
+// in kind and value, to every entry that `file` ("-" for standard input)
+// names; `file` holds JSON as read --json prints a node. Keys merge: an
+// entry of a key that `file` does not name is kept, unless `prune`. A
+// value replaces a key of its name and a key a value. Entries that are
+// already equal are not stored again; all changes go to the file in one
+// save, under its lock, merged with what other programs saved meanwhile;
+// when nothing differs, nothing is written. The whole of `file` is checked
+// before anything is stored: JSON that is not a node's, a name that no key
+// path reaches ("", or holding / or \), or what a settings file cannot
+// hold fail with nothing changed, as do a removal of an entry whose name
+// holds U+0000 (which the node's operations cannot name) and a save that
+// fails (another program holding the lock for too long, say).
+// Reports each changed entry (PrintChangeLines of ChangeReport.h: with
+// values when `diff`), nothing when none; with `json`, one object:
+// {"changed": BOOL, "changes": [ChangeJson + "oldKind", "newKind"]}, the
+// kinds named as KindName names them. With `check`, reports the same and
+// changes nothing.
+void ApplyCommand(const SettingsTarget& target, const std::string& file,
+                  const ApplyOptions& options, std::ostream& out);
+
 // Prints the files that the product's settings use and its key path.
 // With `json`: {"key": ..., "perUserFile": {"path", "exists", "readable",
 // "problem"}, "sharedFile": {...}}.

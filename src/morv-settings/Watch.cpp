@@ -12,91 +12,24 @@
 #include <string>
 #include <vector>
 
+#include "ChangeReport.h"
 #include "Commands.h"
 #include "JsonValues.h"
 #include "MorvSettings/MorvSettingsUtility.h"
 #include "MorvSettings/MorvSettingsWatch.h"
 #include "ToolError.h"
 #include "ToolFiles.h"
-#include "ValueTypes.h"
 #include "common/FileDescriptor.h"
 
 namespace morv_tool {
 
 namespace {
 
-// A value as the watch lines show it: "(integer) 8080", "(string) \"x\"".
-std::string Shown(const mvcs::SettingsValue& value) {
-  std::string text;
-  switch (value.kind) {
-    case mvcs::MORVVALUEKIND_INTEGER:
-      text = std::to_string(value.integer);
-      break;
-    case mvcs::MORVVALUEKIND_UNSIGNED_INTEGER:
-      text = std::to_string(static_cast<unsigned long long>(value.integer));
-      break;
-    case mvcs::MORVVALUEKIND_REAL:
-      text = FormatQuoted(Value(value.real));
-      break;
-    case mvcs::MORVVALUEKIND_BOOLEAN:
-      text = value.boolean ? "true" : "false";
-      break;
-    case mvcs::MORVVALUEKIND_STRING:
-      text = FormatQuoted(Value(value.text));
-      break;
-    case mvcs::MORVVALUEKIND_DATA:
-      text = FormatQuoted(Value(Bytes(value.data)));
-      break;
-    case mvcs::MORVVALUEKIND_DATE:
-      // The calendar form, or the JSON of a date that has none.
-      text = FormatDate(value.real);
-      if (text.empty()) text = ToJson(value).dump();
-      break;
-    default:
-      text = ToJson(value).dump();  // arrays, sets, UIDs
-  }
-  return "(" + std::string(KindName(value.kind)) + ") " + text;
-}
-
-// The lines of one change: an added or removed key comes as each value
-// below it (an empty key as itself).
-void PrintChange(const std::string& verb, const std::string& path, const mvcs::SettingsValue& value,
-                 std::ostream& out) {
-  if (value.kind == mvcs::MORVVALUEKIND_DICTIONARY) {
-    if (value.entries.empty()) out << verb << " " << path << "/ (key)\n";
-    for (const mvcs::SettingsEntry& entry : value.entries) {
-      PrintChange(verb, path + "/" + entry.name, entry.value, out);
-    }
-    return;
-  }
-  out << verb << " " << path << " " << Shown(value) << "\n";
-}
-
 void Print(const mvcs::SettingsChange& change, bool json, std::ostream& out) {
   if (json) {
-    nlohmann::json line = {{"path", change.path}};
-    switch (change.type) {
-      case mvcs::SettingsChange::ADDED:
-        line["change"] = "added";
-        line["new"] = ToJson(change.newValue);
-        break;
-      case mvcs::SettingsChange::REMOVED:
-        line["change"] = "removed";
-        line["old"] = ToJson(change.oldValue);
-        break;
-      default:
-        line["change"] = "changed";
-        line["old"] = ToJson(change.oldValue);
-        line["new"] = ToJson(change.newValue);
-    }
-    out << line.dump() << "\n";
-  } else if (change.type == mvcs::SettingsChange::ADDED) {
-    PrintChange("added", change.path, change.newValue, out);
-  } else if (change.type == mvcs::SettingsChange::REMOVED) {
-    PrintChange("removed", change.path, change.oldValue, out);
+    out << ChangeJson(change).dump() << "\n";
   } else {
-    out << "changed " << change.path << ": " << Shown(change.oldValue) << " -> "
-        << Shown(change.newValue) << "\n";
+    PrintChangeLines(change, true, out);
   }
 }
 

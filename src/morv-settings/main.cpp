@@ -33,6 +33,7 @@ struct Options {
   std::string file;
   std::string format = "xml";
   bool json = false;
+  morv_tool::ApplyOptions apply;
 };
 
 std::string TypeList() {
@@ -81,6 +82,7 @@ const char kFooter[] =
     "  morv-settings read MorvMediaServer\n"
     "  morv-settings export MorvMediaServer --format binary backup.plist\n"
     "  morv-settings import OtherProduct backup.plist\n"
+    "  morv-settings apply --json MorvMediaServer settings.json\n"
     "  morv-settings watch MorvMediaServer Network\n"
     "  morv-settings read --json MorvMediaServer > settings.json\n";
 
@@ -209,6 +211,39 @@ Command AddImport(CLI::App& app, Options& options) {
           [&options] { morv_tool::ImportCommand(Target(options), options.file, options.json); }};
 }
 
+Command AddApply(CLI::App& app, Options& options) {
+  CLI::App* apply = app.add_subcommand(
+      "apply",
+      "Make the product's entries equal to those of a JSON file, changing only what differs");
+  AddTarget(apply, options);
+  apply
+      ->add_option("FILE", options.file,
+                   "The entries, as read --json prints a node (- for standard input)")
+      ->required();
+  apply->add_flag("--prune", options.apply.prune,
+                  "Also remove the entries that FILE does not name");
+  apply->add_flag("--check", options.apply.check, "Change nothing; report what would change");
+  apply->add_flag("--diff", options.apply.diff, "Show the old and new values of each change");
+  AddJson(apply, options,
+          "Print {\"changed\": BOOL, \"changes\": [{\"change\", \"path\", \"old\", \"oldKind\", "
+          "\"new\", \"newKind\"}...]}");
+  apply->footer(
+      "Stores each entry of FILE whose kind or value differs from the product's,\n"
+      "in one save of the file that changes go to (the per-user file, or the shared\n"
+      "file with --installer); entries already equal are not stored again, and when\n"
+      "nothing differs the file is not written. Keys merge: entries of a key that\n"
+      "FILE does not name are kept, unless --prune. A value replaces a key of its\n"
+      "name, and a key a value. FILE is checked whole first: when it is not a\n"
+      "node's JSON, or the save fails, nothing is changed (exit status 1).\n"
+      "Prints one line per change, as watch does (with the values with --diff),\n"
+      "and nothing when nothing differs; the exit status is then 0, whether anything\n"
+      "changed or not.");
+  return {apply, [&options] {
+            options.apply.json = options.json;
+            morv_tool::ApplyCommand(Target(options), options.file, options.apply, std::cout);
+          }};
+}
+
 Command AddWhere(CLI::App& app, Options& options) {
   CLI::App* where =
       app.add_subcommand("where", "Show the files that the product's settings use, and its key");
@@ -277,10 +312,11 @@ int main(int argc, char** argv) {
                        "Print the version and exit");
   app.require_subcommand(1, 1);
   app.footer(kFooter);
-  const std::vector<Command> commands = {
-      AddRead(app, options),  AddWrite(app, options),  AddDelete(app, options),
-      AddList(app, options),  AddExport(app, options), AddImport(app, options),
-      AddWhere(app, options), AddWatch(app, options),  AddProducts(app, options)};
+  const std::vector<Command> commands = {AddRead(app, options),   AddWrite(app, options),
+                                         AddDelete(app, options), AddList(app, options),
+                                         AddExport(app, options), AddImport(app, options),
+                                         AddApply(app, options),  AddWhere(app, options),
+                                         AddWatch(app, options),  AddProducts(app, options)};
 
   const std::string unknown = UnknownCommand(app, argc, argv);
   if (!unknown.empty()) {

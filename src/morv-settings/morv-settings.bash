@@ -11,7 +11,7 @@ _morv_settings() {
   local cur=${COMP_WORDS[COMP_CWORD]}
   local prev=${COMP_WORDS[COMP_CWORD - 1]}
   local tool=${COMP_WORDS[0]}
-  local commands="read write delete list export import where watch products"
+  local commands="read write delete list export import apply where watch products"
   local types="int uint int32 uint32 int64 uint64 float double bool string data"
   COMPREPLY=()
 
@@ -55,6 +55,7 @@ _morv_settings() {
       delete) options+=" --installer" ;;
       list | where | watch | products | import) options+=" --installer --json" ;;
       export) options+=" --installer --format" ;;
+      apply) options+=" --installer --prune --check --diff --json" ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
     return
@@ -73,7 +74,7 @@ _morv_settings() {
     list:1 | watch:1) _morv_settings_keys keys ;;
     write:2) mapfile -t COMPREPLY < <(compgen -W "$types" -- "$cur") ;;
     write:3) [[ ${arguments[2]} == bool ]] && mapfile -t COMPREPLY < <(compgen -W "true false" -- "$cur") ;;
-    export:1 | import:1) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
+    export:1 | import:1 | apply:1) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
   esac
 }
 
