@@ -44,6 +44,11 @@ cmake --build build-arm64 -j "$jobs"
 built=$(date +%s)
 echo "== arm64 build: $((built - start)) s"
 # Emulation is several times slower than the machine itself: each test gets
-# more time than its native limit (MORV_TEST_TIMEOUT above).
-ctest --test-dir build-arm64 --output-on-failure -j "$jobs" "$@"
+# more time than its native limit (MORV_TEST_TIMEOUT above). The tests whose
+# forked child must die of abort() are left out: qemu 7.2's user-mode
+# emulator never ends a forked child that aborts (a five-line C program that
+# forks and aborts hangs the same way). They check the assertions of
+# mvtl's header-only templates, the same code on every architecture.
+aborting_tests='^(RefCountedPtrDeathTest\.|SettingsNode\.RepeatingFailedGetChildAbortsOnTheAssertion$)'
+ctest --test-dir build-arm64 --output-on-failure -j "$jobs" -E "$aborting_tests" "$@"
 echo "== arm64 tests under qemu: $(($(date +%s) - built)) s"
