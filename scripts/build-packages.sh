@@ -61,5 +61,5 @@ lintian --fail-on error,warning --display-info "$out/$(basename "${changes[0]}")
 echo "== lintian: no error, no warning"
 echo "== packages in $out:"
 for file in "$out"/*.deb; do
-  echo "$(basename "$file")"
+  basename "$file"
 done
