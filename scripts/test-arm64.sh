@@ -44,6 +44,11 @@ cmake --build build-arm64 -j "$jobs"
 built=$(date +%s)
 echo "== arm64 build: $((built - start)) s"
 # Emulation is several times slower than the machine itself: each test gets
-# more time than its native limit (MORV_TEST_TIMEOUT above).
-ctest --test-dir build-arm64 --output-on-failure -j "$jobs" "$@"
+# more time than its native limit (MORV_TEST_TIMEOUT above). Left out: the
+# three tests that match the whole standard error of a process dying of an
+# assertion, to which qemu adds a line of its own ("qemu: uncaught target
+# signal 6 (Aborted) - core dumped"). They check the assertions of mvtl's
+# header-only templates.
+aborting='^(RefCountedPtrDeathTest\.|SettingsNode\.RepeatingFailedGetChildAbortsOnTheAssertion$)'
+ctest --test-dir build-arm64 --output-on-failure -j "$jobs" -E "$aborting" "$@"
 echo "== arm64 tests under qemu: $(($(date +%s) - built)) s"
