@@ -27,11 +27,26 @@ function(morv_set_warnings target)
                          $<$<BOOL:${MORV_WERROR}>:-Werror>)
 endfunction()
 
-# An installed program finds the Morv libraries in the installation's
-# library folder, wherever the installation is.
+# Installed binaries find the Morv libraries relative to themselves, wherever
+# the installation is, unless the library folder is one that the dynamic
+# linker searches anyway (/usr/lib/<triplet> for a distribution's package):
+# there a search path would only shadow the system's own order.
+set(MORV_INSTALL_RPATH ON)
+list(APPEND MORV_SYSTEM_LIBRARY_DIRS
+     ${CMAKE_PLATFORM_IMPLICIT_LINK_DIRECTORIES} ${CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES})
+if("${CMAKE_INSTALL_FULL_LIBDIR}" IN_LIST MORV_SYSTEM_LIBRARY_DIRS)
+  set(MORV_INSTALL_RPATH OFF)
+endif()
+
+# An installed program: exported as Morv::<target> in an export set of its
+# own (MorvPackage.cmake installs one file per program beside the package's
+# configuration), so that the libraries' package does not need the program.
 function(morv_install_program target)
-  set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-  install(TARGETS ${target} EXPORT MorvTargets RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  if(MORV_INSTALL_RPATH)
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  endif()
+  install(TARGETS ${target} EXPORT MorvProgram-${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  set_property(GLOBAL APPEND PROPERTY MORV_PROGRAMS ${target})
 endfunction()
 
 # The support templates are header-only.
@@ -74,8 +89,11 @@ function(morv_add_library name)
   add_library(Morv::${name} ALIAS ${name})
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR}
-    INSTALL_RPATH "$ORIGIN")  # finds the other Morv libraries beside it
+    SOVERSION ${PROJECT_VERSION_MAJOR})
+  if(MORV_INSTALL_RPATH)
+    # Finds the other Morv libraries beside it.
+    set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  endif()
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

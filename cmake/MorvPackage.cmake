@@ -9,6 +9,13 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
 
 set(MORV_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Morv)
 install(EXPORT MorvTargets NAMESPACE Morv:: DESTINATION ${MORV_CMAKE_DIR})
+# Each program's own export file (MorvProgram-<name>.cmake), which
+# MorvConfig.cmake includes when it is there: a distribution ships it with the
+# program, and the package finds the programs that are installed.
+get_property(MORV_PROGRAMS GLOBAL PROPERTY MORV_PROGRAMS)
+foreach(program IN LISTS MORV_PROGRAMS)
+  install(EXPORT MorvProgram-${program} NAMESPACE Morv:: DESTINATION ${MORV_CMAKE_DIR})
+endforeach()
 configure_package_config_file(
   ${PROJECT_SOURCE_DIR}/cmake/MorvConfig.cmake.in
   ${PROJECT_BINARY_DIR}/MorvConfig.cmake

@@ -10,21 +10,42 @@
 # and the sample server's own output; while the server runs, morv-settings
 # changes one of its settings and the server says so. The server is then
 # stopped: nothing is left running. Installs missing Debian packages first.
+#
+# With --installed it builds nothing of the project and runs the installed
+# programs instead (morv-settings and MMSLaunch from PATH, as the Debian
+# packages install them); the sample server is then compiled against the
+# installed libmorv-dev, with pkg-config's flags.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/install-dependencies.sh
-cmake -S . -B build -G Ninja >/dev/null
-cmake --build build --target MMSLaunch SampleMediaServer morv-settings >/dev/null
+installed=false
+if [[ ${1:-} == --installed ]]; then
+  installed=true
+fi
+
+if ! $installed; then
+  scripts/install-dependencies.sh
+  cmake -S . -B build -G Ninja >/dev/null
+  cmake --build build --target MMSLaunch SampleMediaServer morv-settings >/dev/null
+fi
 
 sandbox=$(mktemp -d "${TMPDIR:-/tmp}/morv-demo-XXXXXX")
 trap 'rm -rf "$sandbox"' EXIT
 export XDG_CONFIG_HOME="$sandbox/config"
 export XDG_CONFIG_DIRS="$sandbox/xdg"
-server="$PWD/build/examples/SampleMediaServer"
 
-tool="$PWD/build/src/morv-settings/morv-settings"
-launcher="$PWD/build/src/MMSLaunch/MMSLaunch"
+if $installed; then
+  tool=$(command -v morv-settings)
+  launcher=$(command -v MMSLaunch)
+  server="$sandbox/SampleMediaServer"
+  # shellcheck disable=SC2046  # pkg-config's flags are separate words
+  c++ -std=c++17 -O2 examples/SampleMediaServer/SampleMediaServer.cpp \
+    $(pkg-config --cflags --libs MorvSettings MorvString) -o "$server"
+else
+  tool="$PWD/build/src/morv-settings/morv-settings"
+  launcher="$PWD/build/src/MMSLaunch/MMSLaunch"
+  server="$PWD/build/examples/SampleMediaServer"
+fi
 echo "Settings sandbox: $sandbox"
 echo
 

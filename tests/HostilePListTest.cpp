@@ -29,6 +29,12 @@
 #else
 #define MORV_UNDER_ASAN 0
 #endif
+// Set by the build when the tests run under an emulator (a cross build).
+#if defined(MORV_TESTS_UNDER_EMULATOR)
+#define MORV_UNDER_EMULATOR 1
+#else
+#define MORV_UNDER_EMULATOR 0
+#endif
 
 namespace {
 
@@ -611,7 +617,7 @@ TEST_F(HostilePList, XmlAtTheSizeLimitLoads) {
             bytes.size() - (sizeof kXmlHead - 1) -
                 std::string("<dict><key>k</key><string></string></dict></plist>").size());
   EXPECT_EQ(text.find_first_not_of('x'), std::string::npos);
-  EXPECT_LT(seconds, MORV_UNDER_ASAN ? 20.0 : 4.0);
+  EXPECT_LT(seconds, MORV_UNDER_ASAN || MORV_UNDER_EMULATOR ? 20.0 : 4.0);
 }
 
 }  // namespace

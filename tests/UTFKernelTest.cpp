@@ -147,6 +147,28 @@ TEST(UTFKernels, TheBaselineIsAlwaysThereAndTheBestIsChosen) {
   }
 }
 
+// The vector kernels exist on x86-64 only: elsewhere the portable kernel,
+// "scalar", is the only one and the one the conversions use (a forced name
+// cannot choose another).
+TEST(UTFKernels, TheBaselineAndTheChoiceFollowTheArchitecture) {
+  const std::vector<const Kernel*> kernels = mvcs::fast_utf::SupportedKernels();
+#if defined(__x86_64__)
+  EXPECT_STREQ(mvcs::fast_utf::BaselineKernel()->name, "sse2");
+  EXPECT_EQ(mvcs::fast_utf::FindKernel("scalar"), nullptr);
+  for (const Kernel* kernel : kernels) {
+    const std::string name = kernel->name;
+    EXPECT_TRUE(name == "sse2" || name == "avx2" || name == "avx512") << name;
+  }
+#else
+  EXPECT_STREQ(mvcs::fast_utf::BaselineKernel()->name, "scalar");
+  ASSERT_EQ(kernels.size(), 1u);
+  EXPECT_STREQ(mvcs::fast_utf::ActiveKernel().name, "scalar");
+  EXPECT_EQ(mvcs::fast_utf::FindKernel("sse2"), nullptr);
+  EXPECT_EQ(mvcs::fast_utf::FindKernel("avx2"), nullptr);
+  EXPECT_EQ(mvcs::fast_utf::FindKernel("avx512"), nullptr);
+#endif
+}
+
 // A sequence placed so that it starts at every offset from 0 to 140 (which
 // cuts it by the 16-, 32- and 64-byte boundaries in every way), in text of
 // each script, with that text going on after it for more than a block.
