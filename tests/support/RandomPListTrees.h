@@ -62,7 +62,13 @@ class RandomTrees {
   void Fill(PListDictionary& dictionary, std::size_t depth) {
     static const std::size_t kSizes[] = {0, 1, 2, 5, 14, 15, 16, 30};
     const std::size_t size = kSizes[Pick(8)];
-    for (std::size_t i = 0; i < size; ++i) dictionary.Set(Text(), Value(depth));
+    for (std::size_t i = 0; i < size; ++i) {
+      // The value is drawn before its name, in this order on every
+      // compiler and processor (the order of a call's arguments is not
+      // fixed), so that a seed gives the same trees everywhere.
+      PListValue value = Value(depth);
+      dictionary.Set(Text(), std::move(value));
+    }
   }
 
   PListValue Value(std::size_t depth) {
